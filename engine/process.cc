@@ -1,0 +1,251 @@
+// The data-processing driver: template, row and end-of-poll messages.
+
+#include <array>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <optional>
+
+#include "engine/clear.h"
+#include "engine/registry.h"
+#include "stats/memory.h"
+#include "zor/entry.h"
+
+namespace zor {
+namespace {
+
+constexpr std::uint32_t kMinPollInterval = 10;  // seconds
+constexpr std::uint32_t kClearPolls = 1;
+constexpr std::uint32_t kClearHours = 2;
+constexpr std::uint32_t kDefaultClearCount = 2000;
+constexpr std::uint16_t kClearedAtInterval =
+    ZOR_PROCESS_FLAG_SUMMARY | ZOR_PROCESS_FLAG_DISTRIBUTION | ZOR_PROCESS_FLAG_PERCENTILE;
+
+// Values of a DG's poll_state.
+constexpr std::uint8_t kAwaitsFirstValue = 1;
+constexpr std::uint8_t kPollCounted = 2;
+
+std::uint32_t DataTypeOf(const zor_process_column_t &column) {
+  const bool wide = column.width == 8;
+  if (column.type == ZOR_PROCESS_VALUE_SIGNED) {
+    return wide ? ZOR_PROCESS_DATA_TYPE_INT64 : ZOR_PROCESS_DATA_TYPE_INT32;
+  }
+  return wide ? ZOR_PROCESS_DATA_TYPE_UINT64 : ZOR_PROCESS_DATA_TYPE_UINT32;
+}
+
+// Binds a column to its object. Of two columns with the same name the first counts.
+std::uint32_t CreateOperEntry(Dg &dg, const Object &object, const zor_process_column_t &column,
+                              std::uint32_t index) {
+  auto oper = Allocate<OperEntry>();
+  if (!oper) return ZOR_PROCESS_ERROR_NO_MEMORY;
+  oper->column = index;
+  oper->flags = dg.flags | object.flags;
+  oper->data_type = DataTypeOf(column);
+  kel_ext_hash_name_init(&oper->instances);
+  oper->name = strdup(column.name);
+  oper->dg_name = strdup(object.dg_name);
+  if (oper->name && oper->dg_name && kel_hashset_insert(dg.oper_entries, oper.get()) == 0) {
+    oper.release();
+    return ZOR_PROCESS_SUCCESS;
+  }
+  const bool duplicate = oper->name && oper->dg_name && Find<OperEntry>(*dg.oper_entries, oper->name);
+  FreeOperEntry(*oper.release());
+  return duplicate ? ZOR_PROCESS_SUCCESS : ZOR_PROCESS_ERROR_NO_MEMORY;
+}
+
+std::uint32_t ProcessColumn(Dg &dg, const zor_process_column_t &column, std::uint32_t index) {
+  if (column.flags & ZOR_PROCESS_COLUMN_KEY) {
+    if (column.type != ZOR_PROCESS_VALUE_STRING) return ZOR_PROCESS_ERROR_INVALID_KEY_TYPE;
+    dg.key_column = static_cast<std::int32_t>(index);
+  }
+  const Object *object = Find<Object>(dg.objects, column.name);
+  if (!object || (dg.flags | object->flags) == 0) return ZOR_PROCESS_SUCCESS;
+  if (column.type != ZOR_PROCESS_VALUE_UNSIGNED && column.type != ZOR_PROCESS_VALUE_SIGNED) {
+    return ZOR_PROCESS_ERROR_UNSUPPORTED_OBJECT_TYPE;
+  }
+  return CreateOperEntry(dg, *object, column, index);
+}
+
+std::uint32_t ProcessTemplate(Dg &dg, const zor_process_msg_t &msg) {
+  if (msg.count < 1) return ZOR_PROCESS_SUCCESS;
+  if (!msg.columns) return ZOR_PROCESS_ERROR_IN_TEMPLATE;
+  const auto count = static_cast<std::uint32_t>(msg.count);
+  for (std::uint32_t i = 0; i < count; ++i) {
+    const auto *column = static_cast<const zor_process_column_t *>(msg.columns[i]);
+    if (!column) return ZOR_PROCESS_ERROR_IN_TEMPLATE;
+    const std::uint32_t result = ProcessColumn(dg, *column, i);
+    if (result != ZOR_PROCESS_SUCCESS) return result;
+  }
+  return ZOR_PROCESS_SUCCESS;
+}
+
+// Samples per clear interval of the object, or of the DG where the object sets none.
+std::uint32_t ClearCount(const Dg &dg, const Object &object) {
+  const bool own = object.clear_interval_type != 0;
+  const std::uint32_t type = own ? object.clear_interval_type : dg.clear_interval_type;
+  const std::uint32_t interval = own ? object.clear_interval : dg.clear_interval;
+  if (type == kClearPolls) return interval;
+  if (type != kClearHours) return kDefaultClearCount;
+  const std::uint32_t seconds = interval * 3600;
+  return seconds / dg.poll_interval + (seconds % dg.poll_interval != 0 ? 1 : 0);
+}
+
+// Two bounds of a column's data type, as the create function of that type reads them.
+struct Range {
+  std::array<std::uint64_t, 2> storage = {};
+};
+
+template <class V>
+Range RangeOf(std::uint64_t low, std::uint64_t high) {
+  const std::array<V, 2> bounds = {static_cast<V>(low), static_cast<V>(high)};
+  Range range;
+  std::memcpy(range.storage.data(), bounds.data(), sizeof bounds);
+  return range;
+}
+
+// Whether 64-bit bounds of the given range type fit the value type.
+template <class V>
+bool Fits(std::uint32_t range_type, std::uint64_t low, std::uint64_t high) {
+  if (range_type == ZOR_PROCESS_DATA_TYPE_UINT64) {
+    constexpr auto kMax = static_cast<std::uint64_t>(std::numeric_limits<V>::max());
+    return low <= kMax && high <= kMax;
+  }
+  if constexpr (std::is_signed_v<V>) {
+    return range_type == ZOR_PROCESS_DATA_TYPE_INT64 &&
+           static_cast<std::int64_t>(low) >= std::numeric_limits<V>::min() &&
+           static_cast<std::int64_t>(high) <= std::numeric_limits<V>::max();
+  }
+  return false;
+}
+
+template <class V>
+std::optional<Range> ConvertRange(std::uint32_t range_type, std::uint64_t low, std::uint64_t high) {
+  if (range_type > ZOR_PROCESS_DATA_TYPE_UINT64) return Range{};  // bounds 0 and 0
+  if (!Fits<V>(range_type, low, high)) return std::nullopt;
+  return RangeOf<V>(low, high);
+}
+
+std::optional<Range> ConvertRange(const Object &object, std::uint32_t data_type) {
+  const auto convert = [&](auto value) {
+    return ConvertRange<decltype(value)>(object.range_type, object.range[0], object.range[1]);
+  };
+  switch (data_type) {
+    case ZOR_PROCESS_DATA_TYPE_INT32:
+      return convert(std::int32_t{});
+    case ZOR_PROCESS_DATA_TYPE_UINT32:
+      return convert(std::uint32_t{});
+    case ZOR_PROCESS_DATA_TYPE_INT64:
+      return convert(std::int64_t{});
+    default:
+      return convert(std::uint64_t{});
+  }
+}
+
+// Creates the entry of an instance seen for the first time. An instance that is not to be processed leaves *entry
+// null.
+std::uint32_t CreateInstance(const Dg &dg, const Object &object, OperEntry &oper, const char *key, void **entry) {
+  if (object.instances && !Find<Instance>(*object.instances, key)) return ZOR_PROCESS_SUCCESS;
+  const std::uint32_t clear_count = ClearCount(dg, object);
+  std::optional<Range> range;
+  if (object.range) {
+    range = ConvertRange(object, oper.data_type);
+    if (!range) return ZOR_PROCESS_ERROR_INVALID_RANGE;
+  }
+  void *created = g_zor_poi_entry_create_funcs[oper.data_type - 1](
+      key, object.value_kind, oper.flags, range ? range->storage.data() : nullptr,
+      object.no_of_buckets != 0 ? object.no_of_buckets : dg.no_of_buckets, clear_count, &oper);
+  if (!created) return ZOR_PROCESS_ERROR_NO_MEMORY;
+  if (kel_hashset_insert(&oper.instances, created) != 0) {
+    g_zor_poi_entry_destroy_funcs[oper.data_type - 1](created);
+    return ZOR_PROCESS_ERROR_NO_MEMORY;
+  }
+  *entry = created;
+  return ZOR_PROCESS_SUCCESS;
+}
+
+std::uint32_t ProcessValue(Dg &dg, OperEntry &oper, const char *key, const void *value) {
+  const Object *object = Find<Object>(dg.objects, oper.name);
+  if (!object) return ZOR_PROCESS_ERROR_OBJECT_NOT_FOUND;
+  void *entry = Find<EntryHead>(oper.instances, key);
+  if (!entry) {
+    const std::uint32_t result = CreateInstance(dg, *object, oper, key, &entry);
+    if (!entry) return result;
+  }
+  std::uint32_t period_ended = 0;
+  if (g_zor_poi_entry_insert_funcs[oper.data_type - 1](entry, value, &period_ended) != 0) {
+    return ZOR_PROCESS_ERROR_IN_DATA;
+  }
+  if (dg.poll_state == kAwaitsFirstValue) {
+    ++dg.no_of_samples;
+    dg.poll_state = kPollCounted;
+  }
+  return ZOR_PROCESS_SUCCESS;
+}
+
+std::uint32_t ProcessRow(Dg &dg, const zor_process_msg_t &msg) {
+  if (dg.key_column == -1) return ZOR_PROCESS_ERROR_NO_KEY;
+  if (!msg.columns) return ZOR_PROCESS_ERROR_INVALID_KEY_TYPE;
+  const auto *key = static_cast<const zor_process_cell_t *>(msg.columns[dg.key_column]);
+  if (!key || key->type != ZOR_PROCESS_VALUE_STRING || !key->value) return ZOR_PROCESS_ERROR_INVALID_KEY_TYPE;
+
+  for (OperEntry &oper : Records<OperEntry>(*dg.oper_entries)) {
+    const auto *cell = static_cast<const zor_process_cell_t *>(msg.columns[oper.column]);
+    if (!cell || !cell->value || cell->length == 0) continue;
+    const std::uint32_t result = ProcessValue(dg, oper, static_cast<const char *>(key->value), cell->value);
+    if (result != ZOR_PROCESS_SUCCESS) return result;
+  }
+  return ZOR_PROCESS_SUCCESS;
+}
+
+std::uint32_t ProcessEndOfPoll(Dg &dg) {
+  dg.poll_state = kAwaitsFirstValue;
+  if (dg.clear_interval_type != kClearPolls) return ZOR_PROCESS_SUCCESS;
+  if (++dg.poll_count != dg.clear_interval) return ZOR_PROCESS_SUCCESS;
+  const std::uint32_t result = ClearDg(dg, kClearedAtInterval, 1);
+  if (result == ZOR_PROCESS_SUCCESS) dg.poll_count = 0;
+  return result;
+}
+
+std::uint32_t Dispatch(Dg &dg, const zor_process_msg_t &msg) {
+  switch (msg.kind) {
+    case ZOR_PROCESS_MSG_TEMPLATE:
+      return ProcessTemplate(dg, msg);
+    case ZOR_PROCESS_MSG_ROW:
+      return ProcessRow(dg, msg);
+    case ZOR_PROCESS_MSG_END_OF_POLL:
+      return ProcessEndOfPoll(dg);
+    case 3:
+      return ZOR_PROCESS_ERROR_IN_DATA;
+    default:
+      return ZOR_PROCESS_ERROR_IN_ROW_DATA;
+  }
+}
+
+std::uint32_t ProcessMessage(Dg &dg, const zor_process_msg_t &msg) {
+  if (dg.poll_interval < kMinPollInterval) return ZOR_PROCESS_ERROR_INVALID_POLL_INTERVAL;
+  if (dg.status != ZOR_PROCESS_SUCCESS && dg.status != ZOR_PROCESS_ERROR_INVALID_POLL_INTERVAL) return dg.status;
+  if (!dg.oper_entries) {
+    dg.oper_entries = CreateSet();
+    if (!dg.oper_entries) return ZOR_PROCESS_ERROR_NO_MEMORY;
+  } else if (msg.kind == ZOR_PROCESS_MSG_TEMPLATE) {
+    return ZOR_PROCESS_SUCCESS;  // a template is taken only as the first message
+  }
+  return Dispatch(dg, msg);
+}
+
+}  // namespace
+}  // namespace zor
+
+std::uint32_t zor_process_engine_process_data(zor_process_engine_t *engine, const char *dg_name,
+                                              const zor_process_msg_t *msg) {
+  zor::Dg *dg = zor::FindDg(engine, dg_name);
+  if (!dg) return ZOR_PROCESS_ERROR_DG_NOT_FOUND;
+  if (!msg) return ZOR_PROCESS_ERROR_INVALID_PARAMS;
+  return dg->status = zor::ProcessMessage(*dg, *msg);
+}
+
+void zor_process_engine_set_poll_interval(zor_process_engine_t *engine, const char *dg_name,
+                                          std::uint32_t seconds) {
+  if (zor::Dg *dg = zor::FindDg(engine, dg_name)) dg->poll_interval = seconds;
+}

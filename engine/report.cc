@@ -1,0 +1,139 @@
+// Reading back: the walk over instances and the console report.
+
+#include <cstdint>
+#include <cstdlib>
+
+#include "engine/registry.h"
+#include "entry/print.h"
+#include "zor/entry.h"
+
+namespace zor {
+namespace {
+
+// The instance entry after `entry` (the first one of `oper` when it is null), moving `oper` on through the DG's
+// oper entries as they run out; null at the end of the walk.
+void *NextEntry(Dg &dg, OperEntry *&oper, void *entry) {
+  if (!oper) oper = static_cast<OperEntry *>(kel_hashset_first(dg.oper_entries));
+  if (!oper) return nullptr;
+  void *next = entry ? kel_hashset_next(&oper->instances, entry) : kel_hashset_first(&oper->instances);
+  while (!next) {
+    oper = static_cast<OperEntry *>(kel_hashset_next(dg.oper_entries, oper));
+    if (!oper) return nullptr;
+    next = kel_hashset_first(&oper->instances);
+  }
+  return next;
+}
+
+// What a report shows of each object.
+struct Selection {
+  const char *dg_name;
+  const char *instance_name;  // null: all
+  const std::uint32_t *percentile;
+  std::uint32_t sections;
+};
+
+void PrintSection(const Selection &selection, OperEntry &oper, EntryHead &entry, std::uint16_t section) {
+  std::free(g_zor_poi_entry_get_data_funcs[oper.data_type - 1](
+      ZOR_PROCESS_OUTPUT_CONSOLE, selection.dg_name, oper.name, section,
+      section == ZOR_PROCESS_FLAG_PERCENTILE ? selection.percentile : nullptr, &entry));
+}
+
+// Calls print(entry) for each selected instance.
+template <class Print>
+void ForEachSelected(const Selection &selection, OperEntry &oper, Print print) {
+  if (selection.instance_name) {
+    if (auto *entry = Find<EntryHead>(oper.instances, selection.instance_name)) print(*entry);
+    return;
+  }
+  for (EntryHead &entry : Records<EntryHead>(oper.instances)) print(entry);
+}
+
+void PrintObject(const Selection &selection, Dg &dg, OperEntry &oper) {
+  EmitLine("\nObjectname       : %s\n", oper.name);
+  if (const Object *object = Find<Object>(dg.objects, oper.name)) {
+    // The first value of a cumulative counter only primes it.
+    const bool primed = object->value_kind != 0 && dg.no_of_samples > 0;
+    EmitLine("\nNumber of samples: %llu\n", static_cast<unsigned long long>(dg.no_of_samples - (primed ? 1 : 0)));
+  }
+  if (selection.sections & ZOR_PROCESS_FLAG_SUMMARY) {
+    EmitLine("\nSummary Data     :\n");
+    EmitLine("Instance         Min     Max     Sum         Average\n");
+    EmitLine("--------------------------------------------------------\n");
+    ForEachSelected(selection, oper, [&](EntryHead &entry) {
+      EmitName(entry.name, 17, "", "\n");
+      PrintSection(selection, oper, entry, ZOR_PROCESS_FLAG_SUMMARY);
+    });
+  }
+  if (selection.sections & ZOR_PROCESS_FLAG_DISTRIBUTION) {
+    EmitLine("\nDistribution Data:\n");
+    EmitLine("* Buckets with no data are not shown\n");
+    ForEachSelected(selection, oper,
+                    [&](EntryHead &entry) { PrintSection(selection, oper, entry, ZOR_PROCESS_FLAG_DISTRIBUTION); });
+  }
+  if (selection.sections & ZOR_PROCESS_FLAG_PERCENTILE) {
+    EmitLine("\n\nPercentile Data:\n");
+    ForEachSelected(selection, oper, [&](EntryHead &entry) {
+      EmitLine("Instance         : ");
+      EmitName(entry.name, 39, "\n", "                   ");
+      EmitLine("Percentile Values: \n");
+      PrintSection(selection, oper, entry, ZOR_PROCESS_FLAG_PERCENTILE);
+    });
+  }
+}
+
+}  // namespace
+}  // namespace zor
+
+char *zor_process_engine_get_next_object_instance_data(zor_process_engine_t *engine,
+                                                       zor_process_data_cursor_t *cursor,
+                                                       std::uint32_t output_mode) {
+  using namespace zor;
+  Dg *dg = cursor->dg;
+  OperEntry *oper = cursor->oper_entry;
+  void *entry = cursor->entry;
+  cursor->dg = nullptr;
+  cursor->oper_entry = nullptr;
+  cursor->entry = nullptr;
+
+  if (!dg) dg = FindDg(engine, cursor->dg_name);
+  if (!dg || !dg->oper_entries) return nullptr;
+  entry = NextEntry(*dg, oper, entry);
+  if (!entry) return nullptr;
+  const Object *object = Find<Object>(dg->objects, oper->name);
+  if (!object) return nullptr;
+
+  cursor->dg = dg;
+  cursor->oper_entry = oper;
+  cursor->entry = entry;
+  cursor->flags = dg->flags | object->flags;
+  return g_zor_poi_entry_get_data_funcs[oper->data_type - 1](
+      static_cast<std::uint16_t>(output_mode), cursor->dg_name, oper->name, cursor->flags, nullptr, entry);
+}
+
+void zor_process_engine_print_object_instance_data_with_handle(zor_process_engine_t *engine,
+                                                               const zor_process_data_cursor_t *dg_ref,
+                                                               const char *object_name, const char *instance_name,
+                                                               const std::uint32_t *percentile, std::uint32_t flags,
+                                                               zor_process_print_handle_t *handle) {
+  using namespace zor;
+  pvg_prt_handle = handle;
+  Dg *dg = dg_ref->dg ? dg_ref->dg : FindDg(engine, dg_ref->dg_name);
+  if (!dg || !dg->oper_entries) return;
+  const Selection selection = {dg_ref->dg_name, instance_name, percentile, flags};
+  if (object_name) {
+    EntryHead key = {{}, const_cast<char *>(object_name)};
+    if (void *oper = kel_hashset_get(dg->oper_entries, &key)) {
+      PrintObject(selection, *dg, *static_cast<OperEntry *>(oper));
+    }
+    return;
+  }
+  for (OperEntry &oper : Records<OperEntry>(*dg->oper_entries)) PrintObject(selection, *dg, oper);
+}
+
+void zor_process_engine_print_object_instance_data(zor_process_engine_t *engine,
+                                                   const zor_process_data_cursor_t *dg_ref, const char *object_name,
+                                                   const char *instance_name, const std::uint32_t *percentile,
+                                                   std::uint32_t flags) {
+  zor_process_engine_print_object_instance_data_with_handle(engine, dg_ref, object_name, instance_name, percentile,
+                                                            flags, nullptr);
+}

@@ -1,0 +1,88 @@
+#include "entry/console.h"
+
+#include "entry/print.h"
+#include "stats/memory.h"
+#include "stats/percentile.h"
+#include "stats/range_counters.h"
+#include "stats/summary.h"
+#include "stats/text.h"
+
+namespace zor {
+namespace {
+
+template <class V>
+FixedPoint<V> Sum(const FixedPoint<V> &a, V whole, unsigned thousandths) {
+  const unsigned sum = a.thousandths + thousandths;
+  const Unsigned<V> carry = sum >= 1000 ? 1 : 0;
+  return {Advance(a.int_part, static_cast<Unsigned<V>>(static_cast<Unsigned<V>>(whole) + carry)),
+          static_cast<std::uint16_t>(sum % 1000)};
+}
+
+}  // namespace
+
+template <class V>
+void PrintSummaryRow(const Entry<V> &entry) {
+  const Summary<V> &summary = *entry.summary;
+  EmitLine("%-8s%-8s%-12s", ToText(summary.Vmin).chars, ToText(summary.Vmax).chars, ToText(summary.Vtotal).chars);
+  EmitLine("%s\n", ToText(Average<V>(summary)).chars);
+}
+
+template <class V>
+bool PrintDistribution(const Entry<V> &entry) {
+  using U = Unsigned<V>;
+  const RangeCounters<V> *record = entry.range_counters;
+  if (!record || record->Nsc < 2) return false;
+  const U nsc = record->Nsc;
+  const U span = Distance(record->Start, record->End);
+  const auto whole = static_cast<V>(span / nsc);
+  const auto thousandths = static_cast<unsigned>(span % nsc * 1000 / nsc);
+
+  EmitLine("\nInstance     Number of  Range               Range\n");
+  EmitLine("             buckets    start               end\n");
+  EmitLine("-------------------------------------------------------\n");
+  EmitName(entry.name, 13, "", "\n");
+  EmitLine("%-9u%-20s%-20s\n", record->Nsc, ToText(record->Start).chars, ToText(record->End).chars);
+  EmitLine("\nBucket    Bucket         Bucket         Count\n");
+  EmitLine("Index     Start          End\n");
+  EmitLine("------------------------------------------------------\n");
+
+  FixedPoint<V> start = {record->Start, 0};
+  for (unsigned b = 1; b <= record->Nsc; ++b) {
+    const FixedPoint<V> end = Sum<V>(start, whole, thousandths);
+    if (const unsigned count = record->pu16_counters[b - 1]; count != 0) {
+      EmitLine("%-10u%s        %s        %-u\n", b, ToText(start).chars, ToText(end).chars, count);
+    }
+    start = end;
+  }
+  return true;
+}
+
+template <class V>
+bool PrintPercentileList(const Entry<V> &entry, const std::uint32_t *percentile) {
+  const Summary<V> &summary = *entry.summary;
+  const std::uint32_t single = percentile ? *percentile * 1000 : 0;
+  const std::uint32_t *points = percentile ? &single : g_stats_percentile_1000;
+  const std::uint32_t count = percentile ? 1 : g_stats_percentile_size;
+
+  if (summary.u32_no_of_samples == 0) {
+    EmitLine("No samples\n");
+  } else {
+    const auto values = AllocateArray<FixedPoint<V>>(count);
+    if (!values ||
+        IsOutOfMemory(EstimatePercentiles<V>(points, values.get(), count, summary.Vmin, summary.Vmax,
+                                             summary.u32_no_of_samples, FindInRange<V>, entry.range_counters))) {
+      return false;
+    }
+    PrintPercentiles<V>(points, values.get(), count);
+  }
+  EmitLine("\n");
+  return true;
+}
+
+#define ZOR_INSTANTIATE(type, value, unsigned_value, total)     \
+  template void PrintSummaryRow<value>(const Entry<value> &);   \
+  template bool PrintDistribution<value>(const Entry<value> &); \
+  template bool PrintPercentileList<value>(const Entry<value> &, const std::uint32_t *);
+ZOR_PROCESS_FOR_EACH_TYPE(ZOR_INSTANTIATE)
+
+}  // namespace zor

@@ -1,0 +1,139 @@
+#include "zor/entry.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "entry/instance_entry.h"
+#include "entry/render.h"
+#include "stats/memory.h"
+#include "stats/range_counters.h"
+#include "stats/summary.h"
+
+namespace zor {
+namespace {
+
+template <class V>
+void DestroyEntry(Entry<V> *entry) {
+  std::free(entry->summary);
+  if (entry->range_counters) std::free(entry->range_counters->pu16_counters);
+  std::free(entry->range_counters);
+  std::free(entry->clear_buffer);
+  std::free(entry->name);
+  std::free(entry);
+}
+
+template <class V>
+struct EntryDestroyer {
+  void operator()(Entry<V> *entry) const { DestroyEntry<V>(entry); }
+};
+
+template <class V>
+bool CreateDistribution(Entry<V> &entry, const void *range, std::uint16_t buckets) {
+  std::array<V, 2> bounds = {std::numeric_limits<V>::min(), std::numeric_limits<V>::max()};
+  if (range) std::memcpy(bounds.data(), range, sizeof bounds);
+  entry.range_counters = Allocate<RangeCounters<V>>().release();
+  return entry.range_counters && InitRangeCounters<V>(*entry.range_counters, bounds[0], bounds[1], buckets) == 0;
+}
+
+template <class V>
+Entry<V> *CreateEntry(const char *key, std::uint32_t value_kind, std::uint16_t flags, const void *range,
+                      std::uint16_t buckets, std::uint32_t clear_count,
+                      zor_process_object_oper_entry *oper_entry) {
+  std::unique_ptr<Entry<V>, EntryDestroyer<V>> entry(Allocate<Entry<V>>().release());
+  if (!entry) return nullptr;
+  entry->clear_count = static_cast<std::uint16_t>(clear_count);
+  entry->oper_entry = oper_entry;
+  entry->mode = value_kind == 1 ? kModeCumulative : 0;
+  if (flags & ZOR_PROCESS_FLAG_BASELINE) return nullptr;  // nothing learns a baseline yet
+  if (flags & ZOR_PROCESS_FLAG_PERCENTILE) flags |= ZOR_PROCESS_FLAG_SUMMARY | ZOR_PROCESS_FLAG_DISTRIBUTION;
+
+  entry->name = strdup(key);
+  if (!entry->name) return nullptr;
+  if (flags & ZOR_PROCESS_FLAG_SUMMARY) {
+    entry->summary = Allocate<Summary<V>>().release();
+    if (!entry->summary) return nullptr;
+  }
+  if ((flags & ZOR_PROCESS_FLAG_DISTRIBUTION) && !CreateDistribution<V>(*entry, range, buckets)) return nullptr;
+  return entry.release();
+}
+
+template <class V>
+std::int32_t InsertValue(Entry<V> &entry, V value) {
+  if (entry.mode & kModeCumulative) {
+    const V raw = value;
+    value = static_cast<V>(Distance(entry.last_value, raw));
+    entry.last_value = raw;
+    if (!(entry.mode & kModePrimed)) {
+      entry.mode |= kModePrimed;
+      return 0;
+    }
+  }
+  std::uint32_t result = 0;
+  if (entry.summary) result = CountInSummary<V>(*entry.summary, value);
+  if (entry.range_counters) CountInRange<V>(*entry.range_counters, value);
+  return static_cast<std::int32_t>(result);
+}
+
+template <class V>
+void ClearStatistics(std::uint32_t selection, Entry<V> &entry) {
+  if ((selection & ZOR_PROCESS_FLAG_SUMMARY) && entry.summary) *entry.summary = {};
+  if ((selection & ZOR_PROCESS_FLAG_DISTRIBUTION) && entry.range_counters) {
+    RangeCounters<V> &record = *entry.range_counters;
+    record.u16_no_of_samples = 0;
+    record.u16_min_exception_counter = 0;
+    record.u16_max_exception_counter = 0;
+    std::fill_n(record.pu16_counters, record.Nsc, std::uint16_t{0});
+  }
+}
+
+}  // namespace
+}  // namespace zor
+
+#define ZOR_DEFINE_ENTRY(type, value, unsigned_value, total)                                                       \
+  void *zor_process_object_instance_entry_create_##type(                                                           \
+      const char *key, std::uint32_t value_kind, std::uint32_t flags, const void *range, std::uint32_t buckets,    \
+      std::uint32_t clear_count, zor_process_object_oper_entry *oper_entry) {                                    \
+    return zor::CreateEntry<value>(key, value_kind, static_cast<std::uint16_t>(flags), range,                      \
+                                   static_cast<std::uint16_t>(buckets), clear_count, oper_entry);                  \
+  }                                                                                                                \
+  std::int32_t zor_process_object_instance_entry_insert_##type(void *entry, const void *sample, std::uint32_t *) { \
+    value v;                                                                                                       \
+    std::memcpy(&v, sample, sizeof v);                                                                             \
+    return zor::InsertValue<value>(*static_cast<zor::Entry<value> *>(entry), v);                                   \
+  }                                                                                                                \
+  void zor_process_object_instance_entry_clear_##type(std::uint32_t selection, void *entry, std::uint32_t) {       \
+    zor::ClearStatistics<value>(selection, *static_cast<zor::Entry<value> *>(entry));                              \
+  }                                                                                                                \
+  void zor_process_object_instance_entry_destroy_##type(void *entry) {                                             \
+    zor::DestroyEntry<value>(static_cast<zor::Entry<value> *>(entry));                                             \
+  }                                                                                                                \
+  char *zor_process_object_instance_entry_get_data_##type(std::uint16_t output_mode, const char *dg_name,          \
+                                                          const char *object_name, std::uint16_t flags,            \
+                                                          const std::uint32_t *percentile, void *entry) {          \
+    return zor::RenderEntry<value>(output_mode, dg_name, object_name, flags, percentile,                           \
+                                   *static_cast<zor::Entry<value> *>(entry));                                      \
+  }                                                                                                                \
+  char *zor_process_object_instance_entry_get_clear_buffer_##type(void *entry) {                                   \
+    return static_cast<zor::Entry<value> *>(entry)->clear_buffer;                                                  \
+  }                                                                                                                \
+  void zor_process_object_instance_entry_set_clear_buffer_##type(void *entry, char *text) {                        \
+    static_cast<zor::Entry<value> *>(entry)->clear_buffer = text;                                                  \
+  }
+ZOR_PROCESS_FOR_EACH_TYPE(ZOR_DEFINE_ENTRY)
+
+#define ZOR_DEFINE_TABLE(operation)                                                                              \
+  const zor_process_entry_##operation##_fn g_zor_poi_entry_##operation##_funcs[ZOR_PROCESS_NO_OF_DATA_TYPES] = { \
+      zor_process_object_instance_entry_##operation##_int32,                                                     \
+      zor_process_object_instance_entry_##operation##_uint32,                                                    \
+      zor_process_object_instance_entry_##operation##_int64,                                                     \
+      zor_process_object_instance_entry_##operation##_uint64};
+ZOR_DEFINE_TABLE(create)
+ZOR_DEFINE_TABLE(insert)
+ZOR_DEFINE_TABLE(destroy)
+ZOR_DEFINE_TABLE(get_data)
+ZOR_DEFINE_TABLE(clear)
+ZOR_DEFINE_TABLE(get_clear_buffer)
+ZOR_DEFINE_TABLE(set_clear_buffer)
