@@ -1,0 +1,174 @@
+#include <limits>
+
+#include "engine_fixture.h"
+
+class EntryTest : public EngineTest {};
+
+template <class V>
+class TypedEntryTest : public EntryTest {};
+TYPED_TEST_SUITE(TypedEntryTest, ValueTypes);
+
+// One object over 0 to 99 in ten buckets, the twenty samples of a known distribution, in every kind of output.
+TYPED_TEST(TypedEntryTest, RendersRecordsHeadersAndReport) {
+  using V = TypeParam;
+  this->MakeDg(0);
+  ASSERT_EQ(this->MakeObject("rxbytes", ZOR_PROCESS_FLAG_PERCENTILE, 0, 4, 0, 99, 10), 0u);
+  ASSERT_EQ(this->Template({{"interface", 0}, {"rxbytes", Api<V>::kTypeCode}}), 0u);
+  for (int v : {12, 15, 21, 25, 29, 30, 33, 34, 36, 38, 41, 43, 45, 47, 49, 51, 53, 58, 63, 65}) {
+    ASSERT_EQ(this->Row("a-name-of-20-letters", {static_cast<V>(v)}), 0u);
+    this->EndOfPoll();
+  }
+  const std::string summary = "ifstats-summary, rxbytes, a-name-of-20-letters, 20, 12, 65, 39.400\n";
+  const std::string percentiles =
+      "ifstats-percentile, rxbytes, a-name-of-20-letters, 20, 12.000, 12.000, 12.000, 28.015, 40.000, 50.984, "
+      "60.566, 60.975, 65.000\n";
+  const std::string headers =
+      "Schema-def ifstats-percentile \"%u, %s, %s, %u, %f, %f, %f, %f, %f, %f, %f, %f, %f,\"\n"
+      "       Epochtime Object Instance No-Of-Samples <0.000> <0.013> <2.280> <15.870> <50.000> <84.130> <97.720> "
+      "<99.870> <100.000>\n";
+  auto cursor = this->Cursor();
+  EXPECT_EQ(WithoutTime(this->Next(cursor)), percentiles);
+  cursor = this->Cursor();
+  EXPECT_EQ(WithoutTime(this->Next(cursor, ZOR_PROCESS_OUTPUT_SCHEMA_DEF)), headers);
+  ASSERT_EQ(this->MakeObject("rxbytes", ZOR_PROCESS_FLAG_SUMMARY), 0u);  // adds a section to what is rendered
+  cursor = this->Cursor();
+  EXPECT_EQ(WithoutTime(this->Next(cursor, ZOR_PROCESS_OUTPUT_SCHEMA_DEF | ZOR_PROCESS_OUTPUT_RECORD)),
+            "Schema-def ifstats-summary \"%u, %s, %s, %u, %u, %u, %f\"\n"
+            "       Epochtime Object Instance No-Of-Samples Min Max Average\n" +
+                summary + headers + percentiles);
+
+  const std::uint32_t median = 50;
+  std::string report;
+  for (const std::string &item : this->Report(7, nullptr, nullptr, &median)) report += item;
+  EXPECT_EQ(report,
+            "\nObjectname       : rxbytes\n"
+            "\nNumber of samples: 20\n"
+            "\nSummary Data     :\n"
+            "Instance         Min     Max     Sum         Average\n"
+            "--------------------------------------------------------\n"
+            "a-name-of-20-lett\n"
+            "ers              12      65      788         39.400\n"
+            "\nDistribution Data:\n"
+            "* Buckets with no data are not shown\n"
+            "\nInstance     Number of  Range               Range\n"
+            "             buckets    start               end\n"
+            "-------------------------------------------------------\n"
+            "a-name-of-20-\n"
+            "letters      10       0                   100                 \n"
+            "\nBucket    Bucket         Bucket         Count\n"
+            "Index     Start          End\n"
+            "------------------------------------------------------\n"
+            "2         10.000        20.000        2\n"
+            "3         20.000        30.000        3\n"
+            "4         30.000        40.000        5\n"
+            "5         40.000        50.000        5\n"
+            "6         50.000        60.000        3\n"
+            "7         60.000        70.000        2\n"
+            "\n\nPercentile Data:\n"
+            "Instance         : a-name-of-20-letters                   \n"
+            "Percentile Values: \n"
+            "P[050.000] = 40.000\n"
+            "\n");
+
+  // Cleared, it says so.
+  EXPECT_EQ(zor_process_engine_clear_dg_data(&this->engine, "ifstats", 7, 1), 0u);
+  EXPECT_EQ(WithoutTime(this->Collect()), summary + percentiles);
+  cursor = this->Cursor();
+  EXPECT_EQ(WithoutTime(this->Next(cursor)),
+            "ifstats-summary, rxbytes, a-name-of-20-letters, 0\n"
+            "ifstats-percentile, rxbytes, a-name-of-20-letters, 0\n");
+  EXPECT_THAT(this->Report(7),
+              ::testing::IsSupersetOf({"0       0       0           ", "0.000\n", "No samples\n"}));
+}
+
+// Buckets whose width is no whole number, over negative values: bounds are exact in thousandths.
+TEST_F(EntryTest, PrintsBucketBoundsInThousandths) {
+  MakeDg(0);
+  ASSERT_EQ(MakeObject("drift", 2, 0, 3, static_cast<std::uint64_t>(-11), 88, 3), 0u);
+  ASSERT_EQ(MakeObject("narrow", 2, 0, 3, 0, 9, 1), 0u);
+  ASSERT_EQ(Template({{"key", 0}, {"drift", 3}, {"narrow", 1}}), 0u);
+  for (std::int64_t v : {-11, 0, 88, -12, 89}) ASSERT_EQ(Row("a", {v, std::int32_t{1}}), 0u);
+  const auto items = Report(2, "drift");
+  EXPECT_EQ(items.size(), 14u);
+  EXPECT_EQ(items[items.size() - 2], "1         -11.000        22.333        2\n");
+  EXPECT_EQ(items.back(), "3         55.666        88.999        1\n");
+  // A single bucket has no table: only the object's headings.
+  EXPECT_EQ(Report(2, "narrow").size(), 4u);
+}
+
+TEST_F(EntryTest, RendersNegativeValuesAndAbsentStatistics) {
+  MakeDg(0);
+  ASSERT_EQ(MakeObject("balance", 1), 0u);
+  ASSERT_EQ(Template({{"key", 0}, {"balance", 1}}), 0u);
+  for (std::int32_t v : {-1, 0, 0}) ASSERT_EQ(Row("a", {v}), 0u);
+  auto cursor = Cursor();
+  EXPECT_EQ(WithoutTime(Next(cursor)), "ifstats-summary, balance, a, 3, -1, 0, -0.333\n");
+  EXPECT_THAT(Report(1), ::testing::IsSupersetOf({"-1      0       -1          ", "-0.333\n"}));
+  EXPECT_THAT(Report(6), ::testing::Contains("Not configured\n"));
+
+  // Asked for later than the data began: the instance is named by the cursor, and the walk goes on after it.
+  ASSERT_EQ(MakeObject("balance", 4), 0u);
+  cursor = Cursor();
+  EXPECT_EQ(Next(cursor), "(null)");
+  EXPECT_NE(cursor.entry, nullptr);
+  EXPECT_EQ(Next(cursor), "(null)");
+  EXPECT_EQ(cursor.entry, nullptr);
+  // Without a handle the report goes to standard output.
+  const zor_process_data_cursor_t dg = Cursor();
+  EXPECT_THAT(
+      Printed([&] { zor_process_engine_print_object_instance_data(&engine, &dg, "balance", "a", nullptr, 4); }),
+      ::testing::EndsWith("Percentile Values: \nNot configured\n"));
+}
+
+// The entry operations through the tables, as an outside caller may use them.
+TYPED_TEST(TypedEntryTest, ServesThroughTheTables) {
+  using V = TypeParam;
+  using U = typename Api<V>::Unsigned;
+  constexpr std::uint32_t slot = Api<V>::kTypeCode - 1;
+  const V range[2] = {0, 9}, inverted[2] = {9, 0};
+  const auto create = [&](std::uint32_t kind, std::uint32_t flags, const V *bounds, std::uint32_t buckets) {
+    return static_cast<typename Api<V>::Entry *>(
+        g_zor_poi_entry_create_funcs[slot]("key", kind, flags, bounds, buckets, 5, nullptr));
+  };
+  for (std::uint32_t flags : {9u, 10u, 12u, 15u}) EXPECT_EQ(create(0, flags, range, 5), nullptr);
+  EXPECT_EQ(create(0, 2, inverted, 5), nullptr);
+  EXPECT_EQ(create(0, 2, range, 0), nullptr);
+  EXPECT_EQ(create(0, 2, range, 65536), nullptr);  // the low 16 bits count
+
+  auto *entry = create(1, 0x10004, nullptr, 0x10003);
+  ASSERT_NE(entry, nullptr);
+  EXPECT_EQ(entry->range_counters->Nsc, 3);
+  EXPECT_EQ(entry->range_counters->Start, std::numeric_limits<V>::min());
+  EXPECT_EQ(entry->range_counters->End, std::numeric_limits<V>::max());
+  EXPECT_EQ(std::tuple(entry->clear_buffer, entry->sample_count, entry->clear_count), std::tuple(nullptr, 0, 5));
+
+  // A counter that wraps: the first value primes, 150 to 20 is a step of 2^w - 130.
+  std::uint32_t ended = 0;
+  unsigned char unaligned[sizeof(V) + 1];
+  for (int v : {100, 150, 20}) {
+    const V value = static_cast<V>(v);
+    std::memcpy(unaligned + 1, &value, sizeof value);
+    EXPECT_EQ(g_zor_poi_entry_insert_funcs[slot](entry, unaligned + 1, &ended), 0);
+  }
+  EXPECT_EQ(entry->summary->u32_no_of_samples, 2u);
+  EXPECT_EQ(std::is_signed_v<V> ? entry->summary->Vmin : entry->summary->Vmax, static_cast<V>(U{0} - U{130}));
+
+  g_zor_poi_entry_clear_funcs[slot](2, entry, 0);
+  EXPECT_EQ(entry->summary->u32_no_of_samples, 2u);
+  EXPECT_EQ(entry->range_counters->u16_no_of_samples, 0);
+  EXPECT_EQ(entry->range_counters->pu16_counters[0] + entry->range_counters->pu16_counters[1], 0);
+  g_zor_poi_entry_clear_funcs[slot](1, entry, 0);
+  EXPECT_EQ(entry->summary->u32_no_of_samples, 0u);
+  g_zor_poi_entry_set_clear_buffer_funcs[slot](entry, strdup("held when destroyed"));
+  EXPECT_STREQ(g_zor_poi_entry_get_clear_buffer_funcs[slot](entry), "held when destroyed");
+  g_zor_poi_entry_destroy_funcs[slot](entry);
+
+  entry = create(0, 0, nullptr, 100);
+  ASSERT_NE(entry, nullptr);
+  EXPECT_EQ(entry->summary, nullptr);
+  const V value = 1;
+  EXPECT_EQ(g_zor_poi_entry_insert_funcs[slot](entry, &value, &ended), 0);
+  EXPECT_EQ(this->Take(g_zor_poi_entry_get_data_funcs[slot](4, "dg", "object", 2, nullptr, entry)), "");
+  EXPECT_EQ(ended, 0u);
+  g_zor_poi_entry_destroy_funcs[slot](entry);
+}
