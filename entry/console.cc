@@ -1,6 +1,7 @@
 #include "entry/console.h"
 
 #include "entry/print.h"
+#include "stats/analyzer.h"
 #include "stats/memory.h"
 #include "stats/percentile.h"
 #include "stats/range_counters.h"
@@ -79,10 +80,17 @@ bool PrintPercentileList(const Entry<V> &entry, const std::uint32_t *percentile)
   return true;
 }
 
-#define ZOR_INSTANTIATE(type, value, unsigned_value, total)     \
-  template void PrintSummaryRow<value>(const Entry<value> &);   \
-  template bool PrintDistribution<value>(const Entry<value> &); \
-  template bool PrintPercentileList<value>(const Entry<value> &, const std::uint32_t *);
+template <class V>
+void PrintBaseline(const char *object_name, const Entry<V> &entry) {
+  EmitLine("Object: %s, Instance: %s\n", object_name, entry.name);
+  PrintAnalyzer<V>(*entry.analyzer);
+}
+
+#define ZOR_INSTANTIATE(type, value, unsigned_value, total)                              \
+  template void PrintSummaryRow<value>(const Entry<value> &);                            \
+  template bool PrintDistribution<value>(const Entry<value> &);                          \
+  template bool PrintPercentileList<value>(const Entry<value> &, const std::uint32_t *); \
+  template void PrintBaseline<value>(const char *, const Entry<value> &);
 ZOR_PROCESS_FOR_EACH_TYPE(ZOR_INSTANTIATE)
 
 }  // namespace zor

@@ -21,6 +21,10 @@ bool PrintDistribution(const Entry<V> &entry);
 template <class V>
 bool PrintPercentileList(const Entry<V> &entry, const std::uint32_t *percentile);
 
+// The analyzer's report, on standard output behind a line with the names. The entry keeps a baseline.
+template <class V>
+void PrintBaseline(const char *object_name, const Entry<V> &entry);
+
 }  // namespace zor
 
 #endif  // ZOR_ENTRY_CONSOLE_H_

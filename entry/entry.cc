@@ -8,18 +8,24 @@
 
 #include "entry/instance_entry.h"
 #include "entry/render.h"
+#include "stats/analyzer.h"
 #include "stats/memory.h"
 #include "stats/range_counters.h"
 #include "stats/summary.h"
+#include "zor/engine.h"
 
 namespace zor {
 namespace {
+
+constexpr std::uint16_t kMaxOutsideBuckets = 10;  // of a baseline
 
 template <class V>
 void DestroyEntry(Entry<V> *entry) {
   std::free(entry->summary);
   if (entry->range_counters) std::free(entry->range_counters->pu16_counters);
   std::free(entry->range_counters);
+  if (entry->analyzer) UninitAnalyzer<V>(*entry->analyzer);
+  std::free(entry->analyzer);
   std::free(entry->clear_buffer);
   std::free(entry->name);
   std::free(entry);
@@ -39,15 +45,21 @@ bool CreateDistribution(Entry<V> &entry, const void *range, std::uint16_t bucket
 }
 
 template <class V>
+bool CreateBaseline(Entry<V> &entry, std::uint32_t learning_count, std::uint16_t buckets) {
+  entry.analyzer = Allocate<Analyzer<V>>().release();
+  return entry.analyzer && InitAnalyzer<V>(*entry.analyzer, learning_count, buckets, kMaxOutsideBuckets) == 0;
+}
+
+template <class V>
 Entry<V> *CreateEntry(const char *key, std::uint32_t value_kind, std::uint16_t flags, const void *range,
                       std::uint16_t buckets, std::uint32_t clear_count,
-                      zor_process_object_oper_entry *oper_entry) {
+                      zor_process_object_oper_entry_t *oper_entry) {
   std::unique_ptr<Entry<V>, EntryDestroyer<V>> entry(Allocate<Entry<V>>().release());
   if (!entry) return nullptr;
   entry->clear_count = static_cast<std::uint16_t>(clear_count);
   entry->oper_entry = oper_entry;
   entry->mode = value_kind == 1 ? kModeCumulative : 0;
-  if (flags & ZOR_PROCESS_FLAG_BASELINE) return nullptr;  // nothing learns a baseline yet
+  if ((flags & ZOR_PROCESS_FLAG_BASELINE) && flags != ZOR_PROCESS_FLAG_BASELINE) return nullptr;
   if (flags & ZOR_PROCESS_FLAG_PERCENTILE) flags |= ZOR_PROCESS_FLAG_SUMMARY | ZOR_PROCESS_FLAG_DISTRIBUTION;
 
   entry->name = strdup(key);
@@ -57,11 +69,50 @@ Entry<V> *CreateEntry(const char *key, std::uint32_t value_kind, std::uint16_t f
     if (!entry->summary) return nullptr;
   }
   if ((flags & ZOR_PROCESS_FLAG_DISTRIBUTION) && !CreateDistribution<V>(*entry, range, buckets)) return nullptr;
+  if ((flags & ZOR_PROCESS_FLAG_BASELINE) && !CreateBaseline<V>(*entry, clear_count, buckets)) return nullptr;
   return entry.release();
 }
 
 template <class V>
-std::int32_t InsertValue(Entry<V> &entry, V value) {
+void SetClearBuffer(Entry<V> &entry, char *text) {
+  if (entry.analyzer && entry.analyzer->stage == STATS_ANALYZER_LEARNING) {
+    std::free(text);
+  } else {
+    entry.clear_buffer = text;
+  }
+}
+
+// Renders the baseline record of the period that has ended. False when the one before is not collected yet, or
+// without memory.
+template <class V>
+bool TakeSnapshot(Entry<V> &entry) {
+  if (entry.clear_buffer) return false;
+  const zor_process_object_oper_entry_t &oper = *entry.oper_entry;
+  char *text = RenderEntry<V>(ZOR_PROCESS_OUTPUT_RECORD, oper.dg_name, oper.name, oper.flags, nullptr, entry);
+  if (!text) return false;
+  SetClearBuffer<V>(entry, text);
+  return true;
+}
+
+template <class V>
+std::int32_t InsertIntoBaseline(Entry<V> &entry, V value, std::uint32_t *period_ended) {
+  Analyzer<V> &analyzer = *entry.analyzer;
+  const std::int32_t result = Analyze<V>(analyzer, value);
+  if (result == kCounterFull) {
+    RestartAnalysis<V>(analyzer);
+    entry.sample_count = 0;
+    return 0;
+  }
+  if (++entry.sample_count != entry.clear_count) return result;
+  entry.sample_count = 0;
+  *period_ended = 1;
+  const bool counted = analyzer.stage == STATS_ANALYZER_ANALYZING && analyzer.summary.u32_no_of_samples != 0;
+  if (counted && !TakeSnapshot<V>(entry)) return 1;
+  return result;
+}
+
+template <class V>
+std::int32_t InsertValue(Entry<V> &entry, V value, std::uint32_t *period_ended) {
   if (entry.mode & kModeCumulative) {
     const V raw = value;
     value = static_cast<V>(Distance(entry.last_value, raw));
@@ -74,6 +125,7 @@ std::int32_t InsertValue(Entry<V> &entry, V value) {
   std::uint32_t result = 0;
   if (entry.summary) result = CountInSummary<V>(*entry.summary, value);
   if (entry.range_counters) CountInRange<V>(*entry.range_counters, value);
+  if (entry.analyzer) return InsertIntoBaseline<V>(entry, value, period_ended);
   return static_cast<std::int32_t>(result);
 }
 
@@ -92,35 +144,36 @@ void ClearStatistics(std::uint32_t selection, Entry<V> &entry) {
 }  // namespace
 }  // namespace zor
 
-#define ZOR_DEFINE_ENTRY(type, value, unsigned_value, total)                                                       \
-  void *zor_process_object_instance_entry_create_##type(                                                           \
-      const char *key, std::uint32_t value_kind, std::uint32_t flags, const void *range, std::uint32_t buckets,    \
-      std::uint32_t clear_count, zor_process_object_oper_entry *oper_entry) {                                    \
-    return zor::CreateEntry<value>(key, value_kind, static_cast<std::uint16_t>(flags), range,                      \
-                                   static_cast<std::uint16_t>(buckets), clear_count, oper_entry);                  \
-  }                                                                                                                \
-  std::int32_t zor_process_object_instance_entry_insert_##type(void *entry, const void *sample, std::uint32_t *) { \
-    value v;                                                                                                       \
-    std::memcpy(&v, sample, sizeof v);                                                                             \
-    return zor::InsertValue<value>(*static_cast<zor::Entry<value> *>(entry), v);                                   \
-  }                                                                                                                \
-  void zor_process_object_instance_entry_clear_##type(std::uint32_t selection, void *entry, std::uint32_t) {       \
-    zor::ClearStatistics<value>(selection, *static_cast<zor::Entry<value> *>(entry));                              \
-  }                                                                                                                \
-  void zor_process_object_instance_entry_destroy_##type(void *entry) {                                             \
-    zor::DestroyEntry<value>(static_cast<zor::Entry<value> *>(entry));                                             \
-  }                                                                                                                \
-  char *zor_process_object_instance_entry_get_data_##type(std::uint16_t output_mode, const char *dg_name,          \
-                                                          const char *object_name, std::uint16_t flags,            \
-                                                          const std::uint32_t *percentile, void *entry) {          \
-    return zor::RenderEntry<value>(output_mode, dg_name, object_name, flags, percentile,                           \
-                                   *static_cast<zor::Entry<value> *>(entry));                                      \
-  }                                                                                                                \
-  char *zor_process_object_instance_entry_get_clear_buffer_##type(void *entry) {                                   \
-    return static_cast<zor::Entry<value> *>(entry)->clear_buffer;                                                  \
-  }                                                                                                                \
-  void zor_process_object_instance_entry_set_clear_buffer_##type(void *entry, char *text) {                        \
-    static_cast<zor::Entry<value> *>(entry)->clear_buffer = text;                                                  \
+#define ZOR_DEFINE_ENTRY(type, value, unsigned_value, total)                                                    \
+  void *zor_process_object_instance_entry_create_##type(                                                        \
+      const char *key, std::uint32_t value_kind, std::uint32_t flags, const void *range, std::uint32_t buckets, \
+      std::uint32_t clear_count, zor_process_object_oper_entry_t *oper_entry) {                                 \
+    return zor::CreateEntry<value>(key, value_kind, static_cast<std::uint16_t>(flags), range,                   \
+                                   static_cast<std::uint16_t>(buckets), clear_count, oper_entry);               \
+  }                                                                                                             \
+  std::int32_t zor_process_object_instance_entry_insert_##type(void *entry, const void *sample,                 \
+                                                               std::uint32_t *period_ended) {                   \
+    value v;                                                                                                    \
+    std::memcpy(&v, sample, sizeof v);                                                                          \
+    return zor::InsertValue<value>(*static_cast<zor::Entry<value> *>(entry), v, period_ended);                  \
+  }                                                                                                             \
+  void zor_process_object_instance_entry_clear_##type(std::uint32_t selection, void *entry, std::uint32_t) {    \
+    zor::ClearStatistics<value>(selection, *static_cast<zor::Entry<value> *>(entry));                           \
+  }                                                                                                             \
+  void zor_process_object_instance_entry_destroy_##type(void *entry) {                                          \
+    zor::DestroyEntry<value>(static_cast<zor::Entry<value> *>(entry));                                          \
+  }                                                                                                             \
+  char *zor_process_object_instance_entry_get_data_##type(std::uint16_t output_mode, const char *dg_name,       \
+                                                          const char *object_name, std::uint16_t flags,         \
+                                                          const std::uint32_t *percentile, void *entry) {       \
+    return zor::RenderEntry<value>(output_mode, dg_name, object_name, flags, percentile,                        \
+                                   *static_cast<zor::Entry<value> *>(entry));                                   \
+  }                                                                                                             \
+  char *zor_process_object_instance_entry_get_clear_buffer_##type(void *entry) {                                \
+    return static_cast<zor::Entry<value> *>(entry)->clear_buffer;                                               \
+  }                                                                                                             \
+  void zor_process_object_instance_entry_set_clear_buffer_##type(void *entry, char *text) {                     \
+    zor::SetClearBuffer<value>(*static_cast<zor::Entry<value> *>(entry), text);                                 \
   }
 ZOR_PROCESS_FOR_EACH_TYPE(ZOR_DEFINE_ENTRY)
 

@@ -5,9 +5,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <iterator>
 
 #include "entry/console.h"
 #include "entry/print.h"
+#include "stats/analyzer.h"
 #include "stats/percentile.h"
 #include "stats/range_counters.h"
 #include "stats/summary.h"
@@ -22,6 +24,10 @@ constexpr char kSummaryHeader[] =
     "       Epochtime Object Instance No-Of-Samples Min Max Average\r\n";
 constexpr char kPercentileHeader[] =
     "Schema-def %s-percentile \"%%u, %%s, %%s, %%u, %%f, %%f, %%f, %%f, %%f, %%f, %%f, %%f, %%f,\"\r\n"
+    "       Epochtime Object Instance No-Of-Samples <0.000> <0.013> <2.280> <15.870> <50.000> <84.130> <97.720> "
+    "<99.870> <100.000>\r\n";
+constexpr char kBaselineHeader[] =
+    "Schema-def %s-baseline \"%%u, %%s, %%s, %%u, %%f, %%f, %%f, %%f, %%f, %%f, %%f, %%f, %%f\"\r\n"
     "       Epochtime Object Instance No-Of-Samples <0.000> <0.013> <2.280> <15.870> <50.000> <84.130> <97.720> "
     "<99.870> <100.000>\r\n";
 
@@ -45,9 +51,9 @@ __attribute__((format(printf, 2, 3))) void Append(TextBuilder &text, const char 
   }
 }
 
-using Points = std::array<std::uint32_t, 9>;
+// One value for each of the standard points.
 template <class V>
-using PointValues = std::array<FixedPoint<V>, std::tuple_size_v<Points>>;
+using PointValues = std::array<FixedPoint<V>, std::size(g_stats_percentile_1000)>;
 
 template <class V>
 struct Rendering {
@@ -120,8 +126,8 @@ Then RenderPercentiles(TextBuilder &text, const Rendering<V> &r) {
     }
     PointValues<V> values = {};
     const Estimate estimate =
-        EstimatePercentiles<V>(g_stats_percentile_1000, values.data(), g_stats_percentile_size, summary->Vmin,
-                               summary->Vmax, samples, FindInRange<V>, r.entry.range_counters);
+        EstimatePercentiles<V>(g_stats_percentile_1000, values.data(), values.size(), summary->Vmin, summary->Vmax,
+                               samples, FindInRange<V>, r.entry.range_counters);
     if (IsOutOfMemory(estimate)) return Then::kEndCall;
     AppendValues<V>(text, values);
   }
@@ -130,8 +136,25 @@ Then RenderPercentiles(TextBuilder &text, const Rendering<V> &r) {
 }
 
 template <class V>
-Then RenderBaseline(const Rendering<V> &r) {
-  return r.entry.analyzer ? Then::kNextSection : Then::kEndCall;
+Then RenderBaseline(TextBuilder &text, const Rendering<V> &r) {
+  Analyzer<V> *analyzer = r.entry.analyzer;
+  if (!analyzer) return Then::kEndCall;
+  const std::uint32_t samples = analyzer->summary.u32_no_of_samples;
+  if (r.Wants(ZOR_PROCESS_OUTPUT_SCHEMA_DEF)) Append(text, kBaselineHeader, r.dg_name);
+  if (r.Wants(ZOR_PROCESS_OUTPUT_RECORD)) {
+    AppendRecordHead(text, r, "baseline", samples);
+    if (samples == 0) {
+      Append(text, "\r\n");
+      return Then::kEndPass;
+    }
+    PointValues<V> values = {};
+    if (IsOutOfMemory(EstimateBaseline<V>(*analyzer, g_stats_percentile_1000, values.data(), values.size()))) {
+      return Then::kEndCall;
+    }
+    AppendValues<V>(text, values);
+  }
+  if (r.Wants(ZOR_PROCESS_OUTPUT_CONSOLE)) PrintBaseline<V>(r.object_name, r.entry);
+  return Then::kNextSection;
 }
 
 template <class V>
@@ -140,7 +163,7 @@ Then RenderPass(TextBuilder &text, const Rendering<V> &r) {
   if (r.Selects(ZOR_PROCESS_FLAG_SUMMARY)) then = RenderSummary(text, r);
   if (then == Then::kNextSection && r.Selects(ZOR_PROCESS_FLAG_DISTRIBUTION)) then = RenderDistribution(r);
   if (then == Then::kNextSection && r.Selects(ZOR_PROCESS_FLAG_PERCENTILE)) then = RenderPercentiles(text, r);
-  if (then == Then::kNextSection && r.Selects(ZOR_PROCESS_FLAG_BASELINE)) then = RenderBaseline(r);
+  if (then == Then::kNextSection && r.Selects(ZOR_PROCESS_FLAG_BASELINE)) then = RenderBaseline(text, r);
   return then;
 }
 

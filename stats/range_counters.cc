@@ -204,7 +204,8 @@ void PrintRangeCounters(const RangeCounters<V> &record) {
 #define ZOR_INSTANTIATE(type, value, unsigned_value, total)                                                      \
   template std::uint32_t InitRangeCounters<value>(RangeCounters<value> &, value, value, std::uint16_t);          \
   template std::uint32_t FindInRange<value>(void *, const std::uint32_t *, std::uint32_t, value, value, value *, \
-                                            value *, std::uint32_t *, std::uint32_t, std::uint32_t *);
+                                            value *, std::uint32_t *, std::uint32_t, std::uint32_t *);           \
+  template void PrintRangeCounters<value>(const RangeCounters<value> &);
 ZOR_PROCESS_FOR_EACH_TYPE(ZOR_INSTANTIATE)
 
 }  // namespace zor

@@ -13,6 +13,10 @@ void PrintSummary(const Summary<V> &summary) {
   if (summary.u32_no_of_samples != 0) std::printf("%s: %s\n", "Average", ToText(Average<V>(summary)).chars);
 }
 
+#define ZOR_INSTANTIATE(type, value, unsigned_value, total) \
+  template void PrintSummary<value>(const Summary<value> &);
+ZOR_PROCESS_FOR_EACH_TYPE(ZOR_INSTANTIATE)
+
 }  // namespace zor
 
 #define ZOR_DEFINE_SUMMARY(type, value, unsigned_value, total)                               \

@@ -4,8 +4,12 @@
 
 #include <cstdint>
 
+#include "zor/analyzer.h"
+#include "zor/dynamic_counters.h"
+#include "zor/learner.h"
 #include "zor/percentile.h"
 #include "zor/range_counters.h"
+#include "zor/sorted_array.h"
 #include "zor/summary.h"
 #include "zor/types.h"
 
@@ -14,15 +18,21 @@ namespace zor {
 template <class V>
 struct Types;
 
-#define ZOR_DEFINE_TYPES(type, value, unsigned_value, total) \
-  template <>                                                \
-  struct Types<value> {                                      \
-    using Unsigned = unsigned_value;                         \
-    using Total = total;                                     \
-    using FixedPoint = stats_fixed_point_##type##_t;         \
-    using Summary = stats_summary_##type##_t;                \
-    using RangeCounters = stats_range_counters_##type##_t;   \
-    using Lookup = stats_percentile_lookup_##type##_t;       \
+#define ZOR_DEFINE_TYPES(type, value, unsigned_value, total)    \
+  template <>                                                   \
+  struct Types<value> {                                         \
+    using Unsigned = unsigned_value;                            \
+    using Total = total;                                        \
+    using FixedPoint = stats_fixed_point_##type##_t;            \
+    using Summary = stats_summary_##type##_t;                   \
+    using RangeCounters = stats_range_counters_##type##_t;      \
+    using SortedArray = stats_sorted_array_##type##_t;          \
+    using Learner = stats_learner_##type##_t;                   \
+    using DynamicNode = stats_dynamic_counter_node_##type##_t;  \
+    using DynamicList = stats_dynamic_counters_list_##type##_t; \
+    using DynamicCounters = stats_dynamic_counters_##type##_t;  \
+    using Analyzer = stats_analyzer_##type##_t;                 \
+    using Lookup = stats_percentile_lookup_##type##_t;          \
   };
 ZOR_PROCESS_FOR_EACH_TYPE(ZOR_DEFINE_TYPES)
 #undef ZOR_DEFINE_TYPES
@@ -35,6 +45,18 @@ template <class V>
 using Summary = typename Types<V>::Summary;
 template <class V>
 using RangeCounters = typename Types<V>::RangeCounters;
+template <class V>
+using SortedArray = typename Types<V>::SortedArray;
+template <class V>
+using Learner = typename Types<V>::Learner;
+template <class V>
+using DynamicNode = typename Types<V>::DynamicNode;
+template <class V>
+using DynamicList = typename Types<V>::DynamicList;
+template <class V>
+using DynamicCounters = typename Types<V>::DynamicCounters;
+template <class V>
+using Analyzer = typename Types<V>::Analyzer;
 template <class V>
 using Lookup = typename Types<V>::Lookup;
 

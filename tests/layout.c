@@ -80,6 +80,25 @@ AT(zor_process_print_handle_t, buf_len, 32);
   AT(stats_range_counters_##type##_t, pu16_counters, w_##type == 4 ? 16 : 32);             \
   AT(stats_range_counters_##type##_t, u16_min_exception_counter, w_##type == 4 ? 24 : 40); \
   AT(stats_range_counters_##type##_t, u16_max_exception_counter, w_##type == 4 ? 26 : 42); \
+  AT(stats_sorted_array_##type##_t, Size, 8);                                              \
+  SIZE(stats_sorted_array_##type##_t, 16);                                                 \
+  AT(stats_learner_##type##_t, lowest, 8);                                                 \
+  AT(stats_learner_##type##_t, highest, 24);                                               \
+  AT(stats_learner_##type##_t, got, 40);                                                   \
+  AT(stats_dynamic_counter_node_##type##_t, Vstart, 8);                                    \
+  AT(stats_dynamic_counter_node_##type##_t, Count, 8 + w_##type);                          \
+  AT(stats_dynamic_counters_list_##type##_t, length, 8);                                   \
+  AT(stats_dynamic_counters_list_##type##_t, exceptions, 10);                              \
+  AT(stats_dynamic_counters_##type##_t, MaxNdc, 8);                                        \
+  AT(stats_dynamic_counters_##type##_t, Range, w_##type == 4 ? 12 : 16);                   \
+  AT(stats_dynamic_counters_##type##_t, NdnMin, w_##type == 4 ? 16 : 24);                  \
+  AT(stats_dynamic_counters_##type##_t, min_list, w_##type == 4 ? 24 : 32);                \
+  AT(stats_dynamic_counters_##type##_t, max_list, w_##type == 4 ? 40 : 48);                \
+  AT(stats_analyzer_##type##_t, learner, 8);                                               \
+  AT(stats_analyzer_##type##_t, summary, 56);                                              \
+  AT(stats_analyzer_##type##_t, range_counters, 56 + sizeof(stats_summary_##type##_t));    \
+  AT(stats_analyzer_##type##_t, dynamic_counters,                                          \
+     56 + sizeof(stats_summary_##type##_t) + sizeof(stats_range_counters_##type##_t));     \
   AT(zor_process_object_instance_entry_##type##_t, name, 16);                              \
   AT(zor_process_object_instance_entry_##type##_t, last_value, 24);                        \
   AT(zor_process_object_instance_entry_##type##_t, mode, 24 + w_##type);                   \

@@ -2,6 +2,7 @@
 #ifndef ZOR_ENTRY_H_
 #define ZOR_ENTRY_H_
 
+#include "zor/analyzer.h"
 #include "zor/range_counters.h"
 #include "zor/summary.h"
 #include "zor/types.h"
@@ -29,9 +30,14 @@ struct zor_process_object_oper_entry; /* zor/engine.h */
  *   oper_entry   stored in the entry, not owned
  *
  * insert(entry, value, period_ended)
- *   Counts a value. Returns 0; 1 when the sum would overflow (the summary does not count the sample, the
- *   distribution does). Sets *period_ended to 1 when a baseline period ends, else leaves it alone.
- *   Allocates nothing.
+ *   Counts a value. Sets *period_ended to 1 when a baseline period ends, else leaves it alone. Returns
+ *      0  taken
+ *      1  the sum would overflow (the summary does not count the sample, the distribution does); or a baseline
+ *         record could not be stored: the one before is not collected, or there is no memory
+ *      2  a baseline counted the sample outside all buckets, their cap being reached
+ *     -3  a baseline did not count it: it learnt no usable range, or there is no memory for a bucket
+ *   A baseline with a full count is restarted over the learnt range, and the sample is lost with the counts; 0.
+ *   Allocates nothing but a baseline's buckets outside its range, and its records at the end of a period.
  *
  * clear(selection, entry, mode)
  *   Empties the summary (ZOR_PROCESS_FLAG_SUMMARY in selection) and the counts of the distribution
@@ -52,7 +58,8 @@ struct zor_process_object_oper_entry; /* zor/engine.h */
  *   The uncollected clear buffer, or null. It stays in the entry, and the entry's, until it is replaced.
  *
  * set_clear_buffer(entry, text)
- *   The entry takes text, from malloc, or null. What it held before is not freed: who replaces it owns it. */
+ *   The entry takes text, from malloc, or null. What it held before is not freed: who replaces it owns it. While a
+ *   baseline is learning the text is freed instead. */
 typedef void *(*zor_process_entry_create_fn)(const char *key, uint32_t value_kind, uint32_t flags,
                                              const void *range, uint32_t buckets, uint32_t clear_count,
                                              struct zor_process_object_oper_entry *oper_entry);
@@ -76,7 +83,6 @@ typedef void (*zor_process_entry_set_clear_buffer_fn)(void *entry, char *text);
  *   summary, range_counters, analyzer
  *                   the statistics kept; null where the flags do not ask for them; owned */
 #define ZOR_DECLARE_ENTRY(type, value, unsigned_value, total)                                                  \
-  struct stats_analyzer_##type;                                                                                \
   typedef struct zor_process_object_instance_entry_##type {                                                    \
     void *links[2];                                                                                            \
     char *name;                                                                                                \
@@ -88,7 +94,7 @@ typedef void (*zor_process_entry_set_clear_buffer_fn)(void *entry, char *text);
     struct zor_process_object_oper_entry *oper_entry;                                                          \
     stats_summary_##type##_t *summary;                                                                         \
     stats_range_counters_##type##_t *range_counters;                                                           \
-    struct stats_analyzer_##type *analyzer;                                                                    \
+    stats_analyzer_##type##_t *analyzer;                                                                       \
   } zor_process_object_instance_entry_##type##_t;                                                              \
   ZOR_API void *zor_process_object_instance_entry_create_##type(                                               \
       const char *key, uint32_t value_kind, uint32_t flags, const void *range, uint32_t buckets,               \

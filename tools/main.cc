@@ -1,0 +1,234 @@
+// zorstat: statistics of periodically polled counters, from poll files or from the running kernel.
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cctype>
+#include <csignal>
+#include <exception>
+#include <filesystem>
+#include <limits>
+#include <map>
+#include <optional>
+#include <string>
+
+#include "config_file.h"
+#include "error.h"
+#include "file.h"
+#include "session.h"
+#include "settings.h"
+#include "source.h"
+
+namespace zorstat {
+namespace {
+
+constexpr int kFailure = 1;
+constexpr int kUsage = 2;
+constexpr uint32_t kDefaultInterval = 10;
+
+constexpr const char *kRecordsFooter =
+    "Records are lines of comma-separated fields: DG-summary, DG-percentile or\n"
+    "DG-baseline, the time, the object, the instance, the number of samples and their\n"
+    "figures. A distribution has no record; it is shown by --report.\n"
+    "\n"
+    "Settings made in the [objects.NAME] tables of a settings file hold for that object;\n"
+    "options override the settings at its top level.\n";
+
+constexpr const char *kReplayFooter =
+    "\nPoll file: a line time,KEY,NAME[:TYPE],... and then a line per row of each poll:\n"
+    "seconds since 1970, key, values. TYPE is i32, u32, i64 or u64 (the default). An empty\n"
+    "value is none; a new time begins a new poll; times do not go back.\n"
+    "\n"
+    "Example: summaries and percentiles of two counters for every 6 polls, and a report:\n"
+    "  zorstat replay polls.csv --cumulative all --objects rx_bytes,tx_bytes \\\n"
+    "    --range 0:125000000 --clear 6 --report\n";
+
+constexpr const char *kLiveFooter =
+    "\nA signal (SIGINT, SIGTERM) ends the run; what was collected is written first.\n"
+    "All columns are counters, whose samples are the differences from poll to poll, except\n"
+    "the gauge in_flight of disk.\n"
+    "\n"
+    "Example: record an hour's figures of one interface at every full hour of running:\n"
+    "  zorstat live net --instances eth0 --objects rx_bytes,tx_bytes --clear 1h -o eth0.txt\n";
+
+constexpr const char *kRecordFooter =
+    "\nThe file is read by 'zorstat replay' (give it '--cumulative all', as the columns are\n"
+    "counters, except the gauge in_flight of disk). Each poll is written when it is taken.\n"
+    "\n"
+    "Example: an hour of disk counters, a poll every 30 seconds:\n"
+    "  zorstat record disk --interval 30 --count 120 -o disk.csv\n";
+
+struct TextOption {
+  const char *name;
+  const char *type;
+  const char *help;
+};
+
+constexpr TextOption kStatisticsOptions[] = {
+    {"statistics", "LIST", "summary, distribution, percentile, or baseline alone\n(default: summary,percentile)"},
+    {"buckets", "N", "buckets of a distribution, 1 to 65535 (default: 100)"},
+    {"range", "LOW:HIGH",
+     "values that the buckets cover, both included\n(default: all values of the column's type)"},
+    {"clear", "N|HOURSh",
+     "write records and start anew after this many polls, or\nhours as in 2h (default: once, at the end);"
+     " for a baseline:\nthe samples it learns from, and between records\n(default: 2000)"},
+    {"objects", "LIST", "columns to count (default: all)"},
+    {"instances", "LIST", "keys to count (default: all)"},
+    {"dg", "NAME",
+     "data group, the first word of records (default: the file's\nname without its extension, or the"
+     " source)"},
+    {"percentile", "P", "report this percentile, 0 to 100, instead of the nine\nstandard ones; implies --report"},
+};
+
+// The options of one command, as given.
+class Options {
+ public:
+  explicit Options(CLI::App *app) : app_(app) {}
+
+  void AddText(const TextOption &option) {
+    app_->add_option(fmt::format("--{}", option.name), texts_[option.name], option.help)->type_name(option.type);
+  }
+  void AddStatistics() {
+    for (const TextOption &option : kStatisticsOptions) AddText(option);
+    app_->add_flag("--headers", headers_, "write each record kind's Schema-def header first");
+    app_->add_flag("--report", report_, "at the end, print the interval in progress");
+    app_->add_option("--config", config_, "settings in TOML")->type_name("FILE");
+    app_->add_option("-o,--output", output, "write records to this file (default: standard output)")
+        ->type_name("FILE");
+  }
+  void AddKernelSource() {
+    app_->add_option("SOURCE", source, "net (interfaces), disk (devices) or cpu (processors)")
+        ->required()
+        ->type_name("");
+    AddText({"interval", "SECONDS", "between polls, at least 10 (default: 10)"});
+    app_->add_option("--count", count_, "end after this many polls (default: at a signal)")->type_name("N");
+    app_->add_option("--proc", proc, "directory of the proc file system (default: /proc)")->type_name("DIR");
+  }
+
+  Settings ReadSettings() const {
+    Settings settings;
+    if (!config_.empty()) settings = ReadConfigFile(config_);
+    for (const auto &[name, text] : texts_) {
+      if (app_->count("--" + name) != 0) SetOption(name, text, &settings);
+    }
+    settings.headers = settings.headers || headers_;
+    settings.report = settings.report || report_ || settings.percentile;
+    return settings;
+  }
+
+  std::optional<uint32_t> Count() const {
+    if (count_.empty()) return std::nullopt;
+    return ReadCount(count_, "--count", 1, std::numeric_limits<uint32_t>::max());
+  }
+
+  std::string file;
+  std::string source;
+  std::string output = "-";
+  std::string proc = "/proc";
+
+ private:
+  CLI::App *app_;
+  std::map<std::string, std::string> texts_;
+  std::string count_;
+  std::string config_;
+  bool headers_ = false;
+  bool report_ = false;
+};
+
+void Replay(const Options &options) {
+  const Settings settings = options.ReadSettings();
+  const bool lines_on_screen = options.output == "-" && isatty(STDOUT_FILENO) == 1;
+  FileSource source(options.file, !lines_on_screen);
+  if (options.output != "-" && IsSameFile(options.output, source.fd())) {
+    throw SettingsError(fmt::format("--output: '{}': expected another file than the input", options.output));
+  }
+  const std::string stem = options.file == "-" ? "stdin" : std::filesystem::path(options.file).stem().string();
+  Count(&source, settings, stem, options.output, RecordTime::kOfPoll);
+}
+
+LiveSource KernelSource(const Options &options, const Settings &settings) {
+  const uint32_t interval = settings.interval ? settings.interval->value : kDefaultInterval;
+  return {options.source, options.proc, interval, options.Count()};
+}
+
+void Live(const Options &options) {
+  const Settings settings = options.ReadSettings();
+  LiveSource source = KernelSource(options, settings);
+  Count(&source, settings, options.source, options.output, RecordTime::kNow);
+}
+
+void RecordPolls(const Options &options) {
+  LiveSource source = KernelSource(options, options.ReadSettings());
+  Record(&source, options.output);
+}
+
+int Run(int argc, char **argv) {
+  CLI::App app("Statistics of periodically polled counters.");
+  app.name("zorstat");
+  app.require_subcommand(1);
+  app.set_version_flag("--version", "zorstat " ZORSTAT_VERSION);
+  app.footer(
+      "\nzorstat COMMAND --help tells more.\n"
+      "Exit status: 0; 1 for a failure, what came before it being written; 2 for wrong\n"
+      "options or settings.\n");
+
+  CLI::App *replay = app.add_subcommand("replay", "count the polls of a file");
+  Options replay_options(replay);
+  replay->add_option("FILE", replay_options.file, "poll file, or - for standard input")->required()->type_name("");
+  replay_options.AddText({"cumulative", "LIST",
+                          "columns that are counters, whose samples are the differences\n"
+                          "from poll to poll; or all (default: none)"});
+  replay_options.AddText({"interval", "SECONDS", "between polls, at least 10 (default: that of the first two)"});
+  replay_options.AddStatistics();
+  replay->footer(std::string("\n") + kRecordsFooter + kReplayFooter);
+
+  CLI::App *live = app.add_subcommand("live", "count the kernel's counters");
+  Options live_options(live);
+  live_options.AddKernelSource();
+  live_options.AddStatistics();
+  live->footer(std::string("\n") + kRecordsFooter + kLiveFooter);
+
+  CLI::App *record = app.add_subcommand("record", "write the kernel's counters to a poll file");
+  Options record_options(record);
+  record_options.AddKernelSource();
+  record->add_option("-o,--output", record_options.output, "poll file (default: standard output)")
+      ->type_name("FILE");
+  record->footer(kRecordFooter);
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError &error) {
+    if (error.get_exit_code() == 0) return app.exit(error);  // help
+    std::string message = error.what();
+    if (message.size() > 1 && std::isupper(static_cast<unsigned char>(message[1])) == 0) {  // not a name as FILE is
+      message[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(message[0])));
+    }
+    fmt::print(stderr, "zorstat: {} (see --help)\n", message);
+    return kUsage;
+  }
+  if (replay->parsed()) Replay(replay_options);
+  if (live->parsed()) Live(live_options);
+  if (record->parsed()) RecordPolls(record_options);
+  return 0;
+}
+
+}  // namespace
+}  // namespace zorstat
+
+int main(int argc, char **argv) {
+  std::signal(SIGPIPE, SIG_IGN);
+  try {
+    return zorstat::Run(argc, argv);
+  } catch (const zorstat::OutputError &error) {
+    // A reader that went away knows it.
+    if (!error.broken_pipe()) fmt::print(stderr, "zorstat: {}\n", error.what());
+    return zorstat::kFailure;
+  } catch (const zorstat::SettingsError &error) {
+    fmt::print(stderr, "zorstat: {}\n", error.what());
+    return zorstat::kUsage;
+  } catch (const std::exception &error) {
+    fmt::print(stderr, "zorstat: {}\n", error.what());
+    return zorstat::kFailure;
+  }
+}

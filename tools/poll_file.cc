@@ -1,0 +1,277 @@
+#include "poll_file.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+#include <iterator>
+#include <set>
+
+#include "error.h"
+#include "file.h"
+#include "text.h"
+
+namespace zorstat {
+namespace {
+
+constexpr size_t kBufferSize = size_t{256} * 1024;
+constexpr size_t kLongestLine = size_t{16} * 1024 * 1024;
+
+// Reads a number at the position. Returns where it ends, or null.
+template <typename Number>
+const char *ReadNumber(const char *position, const char *end, Value *value) {
+  Number number;
+  const auto [rest, error] = std::from_chars(position, end, number);
+  if (error != std::errc()) return nullptr;
+  std::memcpy(&value->bits, &number, sizeof number);
+  value->present = true;
+  return rest;
+}
+
+const char *ReadValue(zor_process_data_type_t type, const char *position, const char *end, Value *value) {
+  switch (type) {
+    case ZOR_PROCESS_DATA_TYPE_INT32:
+      return ReadNumber<int32_t>(position, end, value);
+    case ZOR_PROCESS_DATA_TYPE_UINT32:
+      return ReadNumber<uint32_t>(position, end, value);
+    case ZOR_PROCESS_DATA_TYPE_INT64:
+      return ReadNumber<int64_t>(position, end, value);
+    case ZOR_PROCESS_DATA_TYPE_UINT64:
+      return ReadNumber<uint64_t>(position, end, value);
+  }
+  return nullptr;
+}
+
+template <typename Number>
+void AppendNumber(uint64_t bits, std::string *text) {
+  Number number;
+  std::memcpy(&number, &bits, sizeof number);
+  fmt::format_to(std::back_inserter(*text), "{}", number);
+}
+
+void AppendValue(zor_process_data_type_t type, const Value &value, std::string *text) {
+  if (!value.present) return;
+  switch (type) {
+    case ZOR_PROCESS_DATA_TYPE_INT32:
+      return AppendNumber<int32_t>(value.bits, text);
+    case ZOR_PROCESS_DATA_TYPE_UINT32:
+      return AppendNumber<uint32_t>(value.bits, text);
+    case ZOR_PROCESS_DATA_TYPE_INT64:
+      return AppendNumber<int64_t>(value.bits, text);
+    case ZOR_PROCESS_DATA_TYPE_UINT64:
+      return AppendNumber<uint64_t>(value.bits, text);
+  }
+}
+
+}  // namespace
+
+LineReader::LineReader(const std::string &path)
+    : name_(path == "-" ? "standard input" : path),
+      fd_(path == "-" ? STDIN_FILENO : OpenForReading(path)),
+      buffer_(kBufferSize) {}
+
+LineReader::~LineReader() {
+  if (fd_ != STDIN_FILENO) close(fd_);
+}
+
+bool LineReader::Next(std::string_view *line) {
+  size_t searched = 0;
+  for (;;) {
+    const char *start = buffer_.data() + begin_;
+    const void *found = std::memchr(start + searched, '\n', end_ - begin_ - searched);
+    if (found == nullptr) {
+      searched = end_ - begin_;
+      if (Fill()) continue;
+      if (begin_ == end_) return false;
+    }
+    start = buffer_.data() + begin_;
+    const char *stop = found != nullptr ? static_cast<const char *>(found) : buffer_.data() + end_;
+    begin_ = static_cast<size_t>(stop - buffer_.data()) + (found != nullptr ? 1 : 0);
+    if (stop != start && stop[-1] == '\r') --stop;
+    *line = {start, static_cast<size_t>(stop - start)};
+    ++line_number_;
+    return true;
+  }
+}
+
+// Gets more bytes behind the line that has begun; false at the end of the file.
+bool LineReader::Fill() {
+  if (at_end_) return false;
+  if (begin_ > 0) {
+    std::memmove(buffer_.data(), buffer_.data() + begin_, end_ - begin_);
+    end_ -= begin_;
+    begin_ = 0;
+  }
+  if (end_ >= kLongestLine) {
+    throw Error(fmt::format("{}:{}: line is longer than {} bytes", name_, line_number_ + 1, kLongestLine));
+  }
+  if (end_ == buffer_.size()) buffer_.resize(buffer_.size() * 2);
+  const size_t got = ReadSome(fd_, name_, buffer_.data() + end_, buffer_.size() - end_);
+  at_end_ = got == 0;
+  end_ += got;
+  bytes_read_ += got;
+  return !at_end_;
+}
+
+PollFileReader::PollFileReader(const std::string &path) : lines_(path) {
+  std::string_view line;
+  if (!lines_.Next(&line)) throw Error(fmt::format("{}: is empty (expected a header line)", lines_.name()));
+  // Spreadsheets write a byte-order mark.
+  if (line.substr(0, 3) == "\xef\xbb\xbf") line.remove_prefix(3);
+  ReadHeader(line);
+}
+
+void PollFileReader::Fail(std::string_view message) const {
+  throw Error(fmt::format("{}:{}: {}", lines_.name(), lines_.line_number(), message));
+}
+
+void PollFileReader::ReadHeader(std::string_view line) {
+  const std::vector<std::string> fields = Split(line, ',');
+  if (fields[0] != "time") Fail(Refusal("header", Printable(fields[0]), "'time' as its first field"));
+  if (fields.size() < 3) Fail("header: expected time,KEY,NAME[:TYPE],...");
+  std::set<std::string> names;
+  for (size_t i = 0; i < fields.size(); ++i) {
+    Column column;
+    column.name = fields[i];
+    const size_t colon = i < 2 ? std::string::npos : fields[i].rfind(':');
+    if (colon != std::string::npos) {
+      const std::string type_name = fields[i].substr(colon + 1);
+      const auto type = TypeOfName(type_name);
+      if (!type) Fail(Refusal("header: type", Printable(type_name), "i32, u32, i64 or u64"));
+      column.type = *type;
+      column.name.resize(colon);
+    }
+    if (column.name.empty()) Fail(fmt::format("header: field {} has no name", i + 1));
+    if (HasControlCharacter(column.name)) {
+      Fail(Refusal("header", Printable(column.name), "a name without control characters"));
+    }
+    if (!names.insert(column.name).second) {
+      Fail(Refusal("header", Printable(column.name), "each column name only once"));
+    }
+    if (i == 1) table_.key = column.name;
+    if (i >= 2) table_.columns.push_back(std::move(column));
+  }
+}
+
+bool PollFileReader::Next(Poll *poll) {
+  poll->Clear();
+  if (!pending_) pending_ = lines_.Next(&line_);
+  if (!pending_) return false;
+  poll->time = ReadTime();
+  poll->first_line = lines_.line_number();
+  if (any_poll_ && poll->time < last_time_) {
+    Fail(fmt::format("time {} goes back (expected {} or later)", poll->time, last_time_));
+  }
+  any_poll_ = true;
+  last_time_ = poll->time;
+  // A line of another time, good or bad, ends this poll and is looked at by the next call.
+  do {
+    ReadRow(poll);
+    pending_ = lines_.Next(&line_);
+  } while (pending_ && ReadTime() == poll->time);
+  return true;
+}
+
+int64_t PollFileReader::ReadTime() const {
+  const std::string_view field = line_.substr(0, line_.find(','));
+  const auto time = ParseNumber<int64_t>(field);
+  if (!time || *time < 0) Fail(Refusal("time", Printable(field), "whole seconds since 1970"));
+  return *time;
+}
+
+void PollFileReader::FailFieldCount() const {
+  size_t fields = 1;
+  bool quoted = false;
+  for (const char c : line_) {
+    if (c == '"') quoted = !quoted;
+    if (c == ',' && !quoted) ++fields;
+  }
+  Fail(fmt::format("{} field{} (expected {}: time, {} and {} value{})", fields, fields == 1 ? "" : "s",
+                   table_.columns.size() + 2, table_.key, table_.columns.size(),
+                   table_.columns.size() == 1 ? "" : "s"));
+}
+
+// Takes the key field at the position and leaves the position behind it. Quotes count only at the field's start.
+std::string_view PollFileReader::ReadKey(const char **position) {
+  const char *end = line_.data() + line_.size();
+  const char *start = *position;
+  if (start == end || *start != '"') {
+    *position = std::find(start, end, ',');
+    return {start, static_cast<size_t>(*position - start)};
+  }
+  unquoted_.clear();
+  for (++start;; ++start) {
+    const char *quote = std::find(start, end, '"');
+    if (quote == end) Fail(fmt::format("{}: closing quote is missing", table_.key));
+    unquoted_.append(start, quote);
+    start = quote + 1;
+    if (start == end || *start != '"') break;
+    unquoted_.push_back('"');
+  }
+  if (start != end && *start != ',') Fail(fmt::format("{}: text behind the closing quote", table_.key));
+  *position = start;
+  return unquoted_;
+}
+
+void PollFileReader::ReadRow(Poll *poll) {
+  const char *end = line_.data() + line_.size();
+  const char *position = std::find(line_.data(), end, ',');
+  if (position == end) FailFieldCount();
+  ++position;
+  const std::string_view key = ReadKey(&position);
+  if (key.empty()) Fail(fmt::format("{}: is empty", table_.key));
+  if (HasControlCharacter(key)) {
+    Fail(Refusal(table_.key, Printable(key), "a name without control characters"));
+  }
+  Value *value = poll->AddRow(key, table_.columns.size());
+  for (const Column &column : table_.columns) {
+    if (position == end) FailFieldCount();
+    ++position;
+    if (position != end && *position != ',') {
+      const char *rest = ReadValue(column.type, position, end, value);
+      if (rest == nullptr || (rest != end && *rest != ',')) {
+        const std::string_view field(position, static_cast<size_t>(std::find(position, end, ',') - position));
+        Fail(Refusal(column.name, Printable(field), TypeValues(column.type)));
+      }
+      position = rest;
+    }
+    ++value;
+  }
+  if (position != end) FailFieldCount();
+}
+
+std::string PollFileHeader(const Table &table) {
+  std::string text = "time," + table.key;
+  for (const Column &column : table.columns) {
+    text += "," + column.name;
+    if (column.type != ZOR_PROCESS_DATA_TYPE_UINT64) text += fmt::format(":{}", TypeName(column.type));
+  }
+  text += "\n";
+  return text;
+}
+
+void AppendPollLines(const Table &table, const Poll &poll, std::string *text) {
+  for (size_t row = 0; row < poll.rows(); ++row) {
+    const std::string_view key = poll.key(row);
+    if (key.empty() || HasControlCharacter(key)) {
+      throw Error(Refusal(table.key, Printable(key), "a name without control characters"));
+    }
+    fmt::format_to(std::back_inserter(*text), "{},", poll.time);
+    if (key.find_first_of(",\"") == std::string_view::npos) {
+      text->append(key);
+    } else {
+      text->push_back('"');
+      for (const char c : key) text->append(c == '"' ? 2 : 1, c);
+      text->push_back('"');
+    }
+    for (size_t i = 0; i < table.columns.size(); ++i) {
+      text->push_back(',');
+      AppendValue(table.columns[i].type, poll.values(row)[i], text);
+    }
+    text->push_back('\n');
+  }
+}
+
+}  // namespace zorstat

@@ -1,0 +1,79 @@
+// Poll files: a CSV with a header "time,KEY,NAME[:TYPE],..." and one line per row of a polled table.
+#ifndef ZORSTAT_POLL_FILE_H_
+#define ZORSTAT_POLL_FILE_H_
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "table.h"
+
+namespace zorstat {
+
+// Reads a file line by line in large pieces.
+class LineReader {
+ public:
+  // "-" is standard input.
+  explicit LineReader(const std::string &path);
+  ~LineReader();
+  LineReader(const LineReader &) = delete;
+  LineReader &operator=(const LineReader &) = delete;
+
+  // The next line without its end, valid until the next call; false at the end.
+  bool Next(std::string_view *line);
+
+  int fd() const { return fd_; }
+  const std::string &name() const { return name_; }
+  uint64_t line_number() const { return line_number_; }
+  uint64_t bytes_read() const { return bytes_read_; }
+
+ private:
+  bool Fill();
+
+  std::string name_;
+  int fd_;
+  std::vector<char> buffer_;
+  size_t begin_ = 0;
+  size_t end_ = 0;
+  uint64_t line_number_ = 0;
+  uint64_t bytes_read_ = 0;
+  bool at_end_ = false;
+};
+
+class PollFileReader {
+ public:
+  // Reads the header.
+  explicit PollFileReader(const std::string &path);
+
+  const Table &table() const { return table_; }
+  const LineReader &lines() const { return lines_; }
+
+  // Reads a whole poll; false at the end of the file. Throws Error at a bad line.
+  bool Next(Poll *poll);
+
+ private:
+  [[noreturn]] void Fail(std::string_view message) const;
+  [[noreturn]] void FailFieldCount() const;
+  void ReadHeader(std::string_view line);
+  int64_t ReadTime() const;
+  std::string_view ReadKey(const char **position);
+  void ReadRow(Poll *poll);
+
+  LineReader lines_;
+  Table table_;
+  std::string_view line_;  // not yet taken into a poll when pending_
+  bool pending_ = false;
+  bool any_poll_ = false;
+  int64_t last_time_ = 0;
+  std::string unquoted_;
+};
+
+std::string PollFileHeader(const Table &table);
+
+// Appends the poll's lines. Throws Error for a key that a poll file cannot hold.
+void AppendPollLines(const Table &table, const Poll &poll, std::string *text);
+
+}  // namespace zorstat
+
+#endif  // ZORSTAT_POLL_FILE_H_

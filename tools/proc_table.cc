@@ -1,0 +1,123 @@
+#include "proc_table.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <initializer_list>
+
+#include "error.h"
+#include "file.h"
+#include "text.h"
+
+namespace zorstat {
+namespace {
+
+constexpr std::string_view kSpace = " \t";
+
+// Takes the next word off the line; empty at its end.
+std::string_view TakeWord(std::string_view *line) {
+  const size_t start = line->find_first_not_of(kSpace);
+  line->remove_prefix(start == std::string_view::npos ? line->size() : start);
+  const std::string_view word = line->substr(0, line->find_first_of(kSpace));
+  line->remove_prefix(word.size());
+  return word;
+}
+
+// "  eth0: 1 2 3"; the two heading lines have no colon. The name of an alias has a colon of its own.
+bool TakeInterface(std::string_view *line, std::string_view *key) {
+  const size_t colon = line->rfind(':');
+  if (colon == std::string_view::npos) return false;
+  std::string_view name = line->substr(0, colon);
+  *key = TakeWord(&name);
+  line->remove_prefix(colon + 1);
+  return true;
+}
+
+// "   8       0 sda 1 2 3".
+bool TakeDevice(std::string_view *line, std::string_view *key) {
+  TakeWord(line);
+  TakeWord(line);
+  *key = TakeWord(line);
+  return true;
+}
+
+// "cpu  1 2 3", "cpu0 1 2 3"; lines of other words follow.
+bool TakeCpu(std::string_view *line, std::string_view *key) {
+  *key = TakeWord(line);
+  return key->substr(0, 3) == "cpu";
+}
+
+}  // namespace
+
+struct ProcTable::Kind {
+  std::string_view name;
+  std::string_view file;
+  std::string_view key;
+  TakeKey take_key;
+  std::initializer_list<const char *> columns;
+  std::string_view gauge;
+};
+
+const ProcTable::Kind ProcTable::kKinds[] = {
+    {"net",
+     "net/dev",
+     "interface",
+     TakeInterface,
+     {"rx_bytes", "rx_packets", "rx_errs", "rx_drop", "rx_fifo", "rx_frame", "rx_compressed", "rx_multicast",
+      "tx_bytes", "tx_packets", "tx_errs", "tx_drop", "tx_fifo", "tx_colls", "tx_carrier", "tx_compressed"},
+     ""},
+    {"disk",
+     "diskstats",
+     "device",
+     TakeDevice,
+     {"reads", "reads_merged", "sectors_read", "read_ms", "writes", "writes_merged", "sectors_written", "write_ms",
+      "in_flight", "io_ms", "weighted_io_ms", "discards", "discards_merged", "sectors_discarded", "discard_ms",
+      "flushes", "flush_ms"},
+     "in_flight"},
+    {"cpu",
+     "stat",
+     "cpu",
+     TakeCpu,
+     {"user", "nice", "system", "idle", "iowait", "irq", "softirq", "steal", "guest", "guest_nice"},
+     ""},
+};
+
+ProcTable::ProcTable(std::string_view kind, const std::string &root) {
+  for (const Kind &candidate : kKinds) {
+    if (candidate.name != kind) continue;
+    path_ = fmt::format("{}/{}", root, candidate.file);
+    take_key_ = candidate.take_key;
+    table_.key = candidate.key;
+    for (const char *column : candidate.columns) {
+      table_.columns.push_back({column, ZOR_PROCESS_DATA_TYPE_UINT64, column != candidate.gauge});
+    }
+  }
+  if (take_key_ == nullptr) throw SettingsError(Refusal("source", kind, "net, disk or cpu"));
+}
+
+void ProcTable::Read(Poll *poll) {
+  ReadFile(path_, &text_);
+  poll->Clear();
+  std::string_view rest = text_;
+  for (uint64_t number = 1; !rest.empty(); ++number) {
+    std::string_view line = rest.substr(0, rest.find('\n'));
+    rest.remove_prefix(std::min(line.size() + 1, rest.size()));
+    std::string_view key;
+    if (!take_key_(&line, &key)) continue;
+    if (key.empty()) throw Error(fmt::format("{}:{}: expected a {} and its counters", path_, number, table_.key));
+    Value *values = poll->AddRow(key, table_.columns.size());
+    // Older kernels have fewer columns, newer ones may have more.
+    for (size_t i = 0; i < table_.columns.size(); ++i) {
+      const std::string_view word = TakeWord(&line);
+      if (word.empty()) break;
+      const auto number_read = ParseNumber<uint64_t>(word);
+      if (!number_read) {
+        throw Error(Refusal(fmt::format("{}:{}: {}", path_, number, table_.columns[i].name), Printable(word),
+                            TypeValues(table_.columns[i].type)));
+      }
+      values[i] = {*number_read, true};
+    }
+  }
+}
+
+}  // namespace zorstat

@@ -1,0 +1,36 @@
+// The counter tables of the kernel: /proc/net/dev, /proc/diskstats and /proc/stat.
+#ifndef ZORSTAT_PROC_TABLE_H_
+#define ZORSTAT_PROC_TABLE_H_
+
+#include <string>
+#include <string_view>
+
+#include "table.h"
+
+namespace zorstat {
+
+class ProcTable {
+ public:
+  // kind: "net", "disk" or "cpu". root: the directory of the proc file system.
+  ProcTable(std::string_view kind, const std::string &root);
+
+  const Table &table() const { return table_; }
+
+  // Reads all rows into an emptied poll and leaves its time alone.
+  void Read(Poll *poll);
+
+ private:
+  // Finds the key of a line and leaves its values in the line; false for a line that is not a row.
+  using TakeKey = bool (*)(std::string_view *line, std::string_view *key);
+  struct Kind;
+  static const Kind kKinds[];
+
+  Table table_;
+  TakeKey take_key_ = nullptr;
+  std::string path_;
+  std::string text_;
+};
+
+}  // namespace zorstat
+
+#endif  // ZORSTAT_PROC_TABLE_H_

@@ -1,0 +1,49 @@
+#include "progress.h"
+
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+namespace zorstat {
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr uint64_t kLongInput = 1'000'000;
+constexpr milliseconds kPatience{500};
+constexpr milliseconds kPeriod{100};
+constexpr size_t kWidth = 40;
+
+}  // namespace
+
+Progress::Progress(int fd, bool wanted) : next_update_(Clock::now()) {
+  struct stat status;
+  if (!wanted || isatty(STDERR_FILENO) != 1 || fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) return;
+  size_ = static_cast<uint64_t>(status.st_size);
+  if (size_ < kLongInput) next_update_ += kPatience;
+}
+
+void Progress::Update(uint64_t bytes_read) {
+  if (size_ == 0) return;
+  const Clock::time_point now = Clock::now();
+  if (now < next_update_) return;
+  next_update_ = now + kPeriod;
+  // The file may have grown since.
+  const double share = std::min(1.0, static_cast<double>(bytes_read) / static_cast<double>(size_));
+  const auto done = static_cast<size_t>(share * static_cast<double>(kWidth));
+  fmt::print(stderr, "\r[{:<{}}] {:3.0f}%", std::string(done, '#'), kWidth, share * 100);
+  std::fflush(stderr);
+  shown_ = true;
+}
+
+void Progress::Clear() {
+  if (!shown_) return;
+  fmt::print(stderr, "\r{:{}}\r", "", kWidth + 7);
+  std::fflush(stderr);
+  shown_ = false;
+  size_ = 0;
+}
+
+}  // namespace zorstat

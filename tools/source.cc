@@ -1,0 +1,102 @@
+#include "source.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <ctime>
+#include <limits>
+#include <utility>
+
+#include "error.h"
+#include "settings.h"
+
+namespace zorstat {
+namespace {
+
+sigset_t StopSignals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGINT);
+  sigaddset(&signals, SIGTERM);
+  return signals;
+}
+
+}  // namespace
+
+FileSource::FileSource(const std::string &path, bool show_progress)
+    : reader_(path), progress_(reader_.lines().fd(), show_progress) {}
+
+bool FileSource::Next(Poll *poll) {
+  if (!started_) {
+    started_ = true;
+    has_ahead_ = reader_.Next(&ahead_);
+    if (!has_ahead_) throw Error(fmt::format("{}: has no rows", reader_.lines().name()));
+  }
+  if (!has_ahead_) {
+    progress_.Clear();
+    if (failure_) std::rethrow_exception(failure_);
+    return false;
+  }
+  std::swap(*poll, ahead_);
+  progress_.Update(reader_.lines().bytes_read());
+  try {
+    has_ahead_ = reader_.Next(&ahead_);
+  } catch (const Error &) {
+    has_ahead_ = false;
+    failure_ = std::current_exception();
+  }
+  return true;
+}
+
+uint32_t FileSource::Interval(const Poll &poll) const {
+  const int64_t seconds = has_ahead_ ? ahead_.time - poll.time : 0;
+  return static_cast<uint32_t>(
+      std::clamp<int64_t>(seconds, kShortestInterval, std::numeric_limits<uint32_t>::max()));
+}
+
+std::string FileSource::Place(const Poll &poll) const {
+  return fmt::format("{}:{}: poll of {}", reader_.lines().name(), poll.first_line, poll.time);
+}
+
+LiveSource::LiveSource(std::string_view kind, const std::string &proc_root, uint32_t interval,
+                       std::optional<uint32_t> polls)
+    : counters_(kind, proc_root), interval_(interval), polls_(polls) {
+  const sigset_t signals = StopSignals();
+  sigprocmask(SIG_BLOCK, &signals, nullptr);
+}
+
+bool LiveSource::Next(Poll *poll) {
+  if (IsLast()) return false;
+  if (taken_ == 0) {
+    next_ = Clock::now();
+  } else {
+    // Polls that were missed while the process stood still are not made up for.
+    next_ = std::max(next_ + interval_, Clock::now());
+  }
+  if (!WaitUntil(next_)) return false;
+  counters_.Read(poll);
+  // The clock may be set back; a poll file cannot go back.
+  const int64_t now = time(nullptr);
+  poll->time = taken_ == 0 ? now : std::max(now, last_time_ + 1);
+  last_time_ = poll->time;
+  ++taken_;
+  return true;
+}
+
+// False when a signal asks to stop.
+bool LiveSource::WaitUntil(Clock::time_point when) const {
+  const sigset_t signals = StopSignals();
+  for (;;) {
+    const auto left = std::max(std::chrono::nanoseconds(0), std::chrono::nanoseconds(when - Clock::now()));
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
+    const timespec timeout{static_cast<time_t>(seconds.count()), static_cast<long>((left - seconds).count())};
+    if (sigtimedwait(&signals, nullptr, &timeout) > 0) return false;
+    if (errno == EAGAIN) return true;
+  }
+}
+
+std::string LiveSource::Place(const Poll &poll) const { return fmt::format("poll of {}", poll.time); }
+
+}  // namespace zorstat

@@ -1,0 +1,86 @@
+// Where polls come from.
+#ifndef ZORSTAT_SOURCE_H_
+#define ZORSTAT_SOURCE_H_
+
+#include <chrono>
+#include <cstdint>
+#include <exception>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "poll_file.h"
+#include "proc_table.h"
+#include "progress.h"
+#include "table.h"
+
+namespace zorstat {
+
+class Source {
+ public:
+  virtual ~Source() = default;
+  virtual const Table &table() const = 0;
+
+  // The next poll; false at the end. Throws Error when it cannot be read.
+  virtual bool Next(Poll *poll) = 0;
+
+  // Whether the poll that Next() returned is known to be the last one.
+  virtual bool IsLast() const = 0;
+
+  // Seconds between polls, as far as the poll that Next() returned and what is known of the next one tell.
+  virtual uint32_t Interval(const Poll &poll) const = 0;
+
+  // For messages: where the poll came from.
+  virtual std::string Place(const Poll &poll) const = 0;
+};
+
+// A poll file, read one poll ahead.
+class FileSource : public Source {
+ public:
+  FileSource(const std::string &path, bool show_progress);
+
+  const Table &table() const override { return reader_.table(); }
+  bool Next(Poll *poll) override;
+  bool IsLast() const override { return !has_ahead_; }
+  uint32_t Interval(const Poll &poll) const override;
+  std::string Place(const Poll &poll) const override;
+
+  int fd() const { return reader_.lines().fd(); }
+
+ private:
+  PollFileReader reader_;
+  Progress progress_;
+  Poll ahead_;
+  bool started_ = false;
+  bool has_ahead_ = false;
+  std::exception_ptr failure_;  // met while reading ahead; thrown where the poll would have come
+};
+
+// The kernel's counters, polled at an interval until there are enough polls or a signal comes. Once it is created,
+// SIGINT and SIGTERM do no more than end the wait between two polls.
+class LiveSource : public Source {
+ public:
+  LiveSource(std::string_view kind, const std::string &proc_root, uint32_t interval, std::optional<uint32_t> polls);
+
+  const Table &table() const override { return counters_.table(); }
+  bool Next(Poll *poll) override;
+  bool IsLast() const override { return polls_ && taken_ == *polls_; }
+  uint32_t Interval(const Poll &) const override { return static_cast<uint32_t>(interval_.count()); }
+  std::string Place(const Poll &poll) const override;
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  bool WaitUntil(Clock::time_point when) const;
+
+  ProcTable counters_;
+  std::chrono::seconds interval_;
+  std::optional<uint32_t> polls_;
+  uint32_t taken_ = 0;
+  Clock::time_point next_;
+  int64_t last_time_ = 0;
+};
+
+}  // namespace zorstat
+
+#endif  // ZORSTAT_SOURCE_H_

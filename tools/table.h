@@ -1,0 +1,67 @@
+// A polled table: its columns, and the rows of one poll.
+#ifndef ZORSTAT_TABLE_H_
+#define ZORSTAT_TABLE_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "zor/types.h"
+
+namespace zorstat {
+
+struct Column {
+  std::string name;
+  zor_process_data_type_t type = ZOR_PROCESS_DATA_TYPE_UINT64;
+  bool cumulative = false;
+};
+
+struct Table {
+  std::string key;
+  std::vector<Column> columns;
+};
+
+// A value of any of the four types. Its first bytes are the value in the type of its column.
+struct Value {
+  uint64_t bits = 0;
+  bool present = false;
+};
+
+// Reused from poll to poll, so that reading allocates only while tables grow.
+class Poll {
+ public:
+  void Clear() {
+    keys_.clear();
+    key_starts_.clear();
+    values_.clear();
+  }
+
+  // Returns the row's `columns` values, all absent; valid until the next row is added.
+  Value *AddRow(std::string_view key, size_t columns) {
+    columns_ = columns;
+    key_starts_.push_back(keys_.size());
+    keys_.append(key);
+    keys_.push_back('\0');
+    values_.resize(values_.size() + columns);
+    return values_.data() + values_.size() - columns;
+  }
+
+  size_t rows() const { return key_starts_.size(); }
+  const char *key(size_t row) const { return keys_.data() + key_starts_[row]; }
+  const Value *values(size_t row) const { return values_.data() + row * columns_; }
+
+  int64_t time = 0;         // seconds since the epoch
+  uint64_t first_line = 0;  // of the file it was read from; each row is one line
+
+ private:
+  size_t columns_ = 0;
+  std::string keys_;
+  std::vector<size_t> key_starts_;
+  std::vector<Value> values_;
+};
+
+}  // namespace zorstat
+
+#endif  // ZORSTAT_TABLE_H_

@@ -1,0 +1,43 @@
+// Small pieces of text handling shared by the readers.
+#ifndef ZORSTAT_TEXT_H_
+#define ZORSTAT_TEXT_H_
+
+#include <charconv>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "zor/types.h"
+
+namespace zorstat {
+
+// The whole text as a number, or nothing.
+template <typename Number>
+std::optional<Number> ParseNumber(std::string_view text) {
+  Number number{};
+  const char *end = text.data() + text.size();
+  const auto [rest, error] = std::from_chars(text.data(), end, number);
+  if (error != std::errc() || rest != end) return std::nullopt;
+  return number;
+}
+
+std::vector<std::string> Split(std::string_view text, char separator);
+
+bool HasControlCharacter(std::string_view text);
+
+// "i32", "u32", "i64" or "u64".
+std::string_view TypeName(zor_process_data_type_t type);
+std::optional<zor_process_data_type_t> TypeOfName(std::string_view name);
+
+// "a number from 0 to 4294967295" and so on.
+std::string_view TypeValues(zor_process_data_type_t type);
+
+// For messages: control characters replaced, long texts cut.
+std::string Printable(std::string_view text);
+
+std::string ErrnoText(int error);
+
+}  // namespace zorstat
+
+#endif  // ZORSTAT_TEXT_H_
