@@ -79,66 +79,56 @@ Found LocateInSubRanges(Search<V> &search, std::uint32_t rank, V *vk, V *vk1) {
                         record.pu16_counters[position], vk, vk1);
 }
 
-// The k-th of the samples at or above End.
-template <class V>
-Found LocateAbove(const Search<V> &search, std::uint32_t k, V *vk, V *vk1) {
-  return LocateInBucket<V>(*search.below, search.total, std::max(search.record.End, search.min), search.max, k,
-                           search.record.u16_max_exception_counter, vk, vk1);
-}
-
 // What serving one rank came to: kStop leaves this rank and all later ones to another lookup.
 enum class Served { kYes, kWithoutNext, kStop };
+
+// Serves the k-th of the samples on one side of the range, which lie between lowest and highest; the last of them
+// is followed by `next`.
+template <class V>
+Served ServeOutside(const Search<V> &search, V lowest, V highest, std::uint32_t k, std::uint32_t samples, V next,
+                    V *vk, V *vk1) {
+  const Found found = LocateInBucket(*search.below, search.total, lowest, highest, k, samples, vk, vk1);
+  if (found == Found::kFirstOnly) *vk1 = next;
+  return found == Found::kNone ? Served::kStop : Served::kYes;
+}
+
+template <class V>
+Served ServeFromBelow(const Search<V> &search, std::uint32_t rank, V *vk, V *vk1) {
+  const V start = search.record.Start;
+  const V last = std::min(Advance(start, static_cast<Unsigned<V>>(-1)), search.max);
+  return ServeOutside(search, search.min, last, rank, search.record.u16_min_exception_counter, start, vk, vk1);
+}
+
+template <class V>
+Served ServeFromAbove(const Search<V> &search, std::uint32_t k, V *vk, V *vk1) {
+  const V first = std::max(search.record.End, search.min);
+  return ServeOutside(search, first, search.max, k, search.record.u16_max_exception_counter, search.max, vk, vk1);
+}
+
+// Gives the sample after the last one in the sub-ranges, when it lies at or above End.
+template <class V>
+Served ServeNextFromAbove(const Search<V> &search, std::uint32_t next_rank, V *vk1) {
+  if (next_rank == search.total) {
+    *vk1 = search.max;
+    return Served::kYes;
+  }
+  V discarded;
+  return ServeFromAbove(search, 1, vk1, &discarded) == Served::kYes ? Served::kYes : Served::kWithoutNext;
+}
 
 // Serves a rank at or beyond the number of samples below Start.
 template <class V>
 Served ServeFromSubRanges(Search<V> &search, std::uint32_t rank, V *vk, V *vk1) {
   const std::uint32_t not_above = search.total - search.record.u16_max_exception_counter;
   if (*search.below == 0) *search.below = search.record.u16_min_exception_counter;
-  switch (LocateInSubRanges(search, rank, vk, vk1)) {
-    case Found::kBoth:
-      return Served::kYes;
-    case Found::kFirstOnly: {
-      V discarded;
-      if (LocateInSubRanges(search, rank + 1, vk1, &discarded) != Found::kNone) return Served::kYes;
-      if (rank + 1 <= not_above) return Served::kWithoutNext;
-      if (rank + 1 == search.total) {
-        *vk1 = search.max;
-        return Served::kYes;
-      }
-      return LocateAbove(search, 1, vk1, &discarded) != Found::kNone ? Served::kYes : Served::kWithoutNext;
-    }
-    case Found::kNone:
-      break;
+  const Found found = LocateInSubRanges(search, rank, vk, vk1);
+  if (found == Found::kBoth) return Served::kYes;
+  if (found == Found::kNone) {
+    return rank <= not_above ? Served::kStop : ServeFromAbove(search, rank - not_above, vk, vk1);
   }
-  if (rank <= not_above) return Served::kStop;
-  switch (LocateAbove(search, rank - not_above, vk, vk1)) {
-    case Found::kBoth:
-      return Served::kYes;
-    case Found::kFirstOnly:
-      *vk1 = search.max;
-      return Served::kYes;
-    case Found::kNone:
-      break;
-  }
-  return Served::kStop;
-}
-
-// Serves a rank among the samples below Start.
-template <class V>
-Served ServeFromBelow(const Search<V> &search, std::uint32_t rank, V *vk, V *vk1) {
-  const V start = search.record.Start;
-  const V last = std::min(Advance(start, static_cast<Unsigned<V>>(-1)), search.max);
-  switch (LocateInBucket(*search.below, search.total, search.min, last, rank,
-                         std::uint32_t{search.record.u16_min_exception_counter}, vk, vk1)) {
-    case Found::kBoth:
-      return Served::kYes;
-    case Found::kFirstOnly:
-      *vk1 = start;
-      return Served::kYes;
-    case Found::kNone:
-      break;
-  }
-  return Served::kStop;
+  V discarded;
+  if (LocateInSubRanges(search, rank + 1, vk1, &discarded) != Found::kNone) return Served::kYes;
+  return rank + 1 <= not_above ? Served::kWithoutNext : ServeNextFromAbove(search, rank + 1, vk1);
 }
 
 template <class V>
