@@ -29,15 +29,15 @@ std::uint32_t ClearInstance(const clear_context &context, EntryHead &entry) {
   return ZOR_PROCESS_SUCCESS;
 }
 
-void ClearInstances(clear_context &context, OperEntry &oper) {
-  context.dg_name = oper.dg_name;
-  context.object_name = oper.name;
-  context.flags = oper.flags;
-  context.data_type = oper.data_type;
+void ClearInstances(clear_context &context, Column &column) {
+  context.dg_name = column.dg_name;
+  context.object_name = column.name;
+  context.flags = column.flags;
+  context.data_type = column.data_type;
   if (context.flags & ZOR_PROCESS_FLAG_PERCENTILE) {
     context.flags |= ZOR_PROCESS_FLAG_SUMMARY | ZOR_PROCESS_FLAG_DISTRIBUTION;
   }
-  for (EntryHead &entry : Records<EntryHead>(oper.instances)) {
+  for (EntryHead &entry : Records<EntryHead>(column.instances)) {
     context.status = ClearInstance(context, entry);
     if (context.status != ZOR_PROCESS_SUCCESS) return;
   }
@@ -50,8 +50,8 @@ std::uint32_t ClearDg(Dg &dg, std::uint16_t mask, std::uint32_t mode) {
   context.mask = mask;
   context.mode = mode;
   if (dg.oper_entries) {
-    for (OperEntry &oper : Records<OperEntry>(*dg.oper_entries)) {
-      ClearInstances(context, oper);
+    for (Column &column : Records<Column>(*dg.oper_entries)) {
+      ClearInstances(context, column);
       if (context.status != ZOR_PROCESS_SUCCESS) break;
     }
   }

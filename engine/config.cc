@@ -74,6 +74,7 @@ Dg *CreateDg(Engine &engine, const char *name) {
   dg->no_of_buckets = kDefaultBuckets;
   dg->key_column = -1;
   dg->poll_state = 1;
+  kel_ext_hash_name_init(&dg->directory.rows);
   kel_ext_hash_name_init(&dg->objects);
   if (kel_hashset_insert(&engine.dgs, dg.get()) != 0) return nullptr;
   copy.release();
@@ -88,6 +89,7 @@ Object *CreateObject(Dg &dg, const char *name) {
   object->name = copy.get();
   object->dg_name = dg_name.get();
   if (kel_hashset_insert(&dg.objects, object.get()) != 0) return nullptr;
+  BindColumn(dg, name, object.get());
   copy.release();
   dg_name.release();
   return object.release();
@@ -142,6 +144,7 @@ std::uint32_t DeleteObject(Dg &dg, const char *name, const zor_process_object_at
   Object *object = Find<Object>(dg.objects, name);
   if (!object) return ZOR_PROCESS_ERROR_OBJECT_NOT_FOUND;
   if (!attr) {
+    BindColumn(dg, name, nullptr);
     DestroyObject(dg.objects, *object);
   } else if (attr->common) {
     ClearFlags(*object, *attr->common);

@@ -35,22 +35,22 @@ std::uint32_t DataTypeOf(const zor_process_column_t &column) {
 }
 
 // Binds a column to its object. Of two columns with the same name the first counts.
-std::uint32_t CreateOperEntry(Dg &dg, const Object &object, const zor_process_column_t &column,
-                              std::uint32_t index) {
-  auto oper = Allocate<OperEntry>();
-  if (!oper) return ZOR_PROCESS_ERROR_NO_MEMORY;
-  oper->column = index;
-  oper->flags = dg.flags | object.flags;
-  oper->data_type = DataTypeOf(column);
-  kel_ext_hash_name_init(&oper->instances);
-  oper->name = strdup(column.name);
-  oper->dg_name = strdup(object.dg_name);
-  if (oper->name && oper->dg_name && kel_hashset_insert(dg.oper_entries, oper.get()) == 0) {
-    oper.release();
+std::uint32_t CreateColumn(Dg &dg, Object &object, const zor_process_column_t &column, std::uint32_t index) {
+  auto created = Allocate<Column>();
+  if (!created) return ZOR_PROCESS_ERROR_NO_MEMORY;
+  created->column = index;
+  created->flags = dg.flags | object.flags;
+  created->data_type = DataTypeOf(column);
+  created->object = &object;
+  kel_ext_hash_name_init(&created->instances);
+  created->name = strdup(column.name);
+  created->dg_name = strdup(object.dg_name);
+  if (created->name && created->dg_name && kel_hashset_insert(dg.oper_entries, created.get()) == 0) {
+    created.release();
     return ZOR_PROCESS_SUCCESS;
   }
-  const bool duplicate = oper->name && oper->dg_name && Find<OperEntry>(*dg.oper_entries, oper->name);
-  FreeOperEntry(*oper.release());
+  const bool duplicate = created->name && created->dg_name && Find<Column>(*dg.oper_entries, created->name);
+  FreeColumn(*created.release());
   return duplicate ? ZOR_PROCESS_SUCCESS : ZOR_PROCESS_ERROR_NO_MEMORY;
 }
 
@@ -59,15 +59,15 @@ std::uint32_t ProcessColumn(Dg &dg, const zor_process_column_t &column, std::uin
     if (column.type != ZOR_PROCESS_VALUE_STRING) return ZOR_PROCESS_ERROR_INVALID_KEY_TYPE;
     dg.key_column = static_cast<std::int32_t>(index);
   }
-  const Object *object = Find<Object>(dg.objects, column.name);
+  Object *object = Find<Object>(dg.objects, column.name);
   if (!object || (dg.flags | object->flags) == 0) return ZOR_PROCESS_SUCCESS;
   if (column.type != ZOR_PROCESS_VALUE_UNSIGNED && column.type != ZOR_PROCESS_VALUE_SIGNED) {
     return ZOR_PROCESS_ERROR_UNSUPPORTED_OBJECT_TYPE;
   }
-  return CreateOperEntry(dg, *object, column, index);
+  return CreateColumn(dg, *object, column, index);
 }
 
-std::uint32_t ProcessTemplate(Dg &dg, const zor_process_msg_t &msg) {
+std::uint32_t ProcessColumns(Dg &dg, const zor_process_msg_t &msg) {
   if (msg.count < 1) return ZOR_PROCESS_SUCCESS;
   if (!msg.columns) return ZOR_PROCESS_ERROR_IN_TEMPLATE;
   const auto count = static_cast<std::uint32_t>(msg.count);
@@ -78,6 +78,13 @@ std::uint32_t ProcessTemplate(Dg &dg, const zor_process_msg_t &msg) {
     if (result != ZOR_PROCESS_SUCCESS) return result;
   }
   return ZOR_PROCESS_SUCCESS;
+}
+
+// Columns bound before a failure stay, and feed their objects once the latch is lifted.
+std::uint32_t ProcessTemplate(Dg &dg, const zor_process_msg_t &msg) {
+  const std::uint32_t result = ProcessColumns(dg, msg);
+  if (!IndexColumns(dg.directory, *dg.oper_entries)) return ZOR_PROCESS_ERROR_NO_MEMORY;
+  return result;
 }
 
 // Samples per clear interval of the object, or of the DG where the object sets none.
@@ -142,38 +149,54 @@ std::optional<Range> ConvertRange(const Object &object, std::uint32_t data_type)
   }
 }
 
-// Creates the entry of an instance seen for the first time. An instance that is not to be processed leaves *entry
-// null.
-std::uint32_t CreateInstance(const Dg &dg, const Object &object, OperEntry &oper, const char *key, void **entry) {
-  if (object.instances && !Find<Instance>(*object.instances, key)) return ZOR_PROCESS_SUCCESS;
-  const std::uint32_t clear_count = ClearCount(dg, object);
+// Creates the entry of an instance seen for the first time.
+std::uint32_t CreateInstance(const Dg &dg, Column &column, const char *key, void **entry) {
+  const Object &object = *column.object;
   std::optional<Range> range;
   if (object.range) {
-    range = ConvertRange(object, oper.data_type);
+    range = ConvertRange(object, column.data_type);
     if (!range) return ZOR_PROCESS_ERROR_INVALID_RANGE;
   }
-  void *created = g_zor_poi_entry_create_funcs[oper.data_type - 1](
-      key, object.value_kind, oper.flags, range ? range->storage.data() : nullptr,
-      object.no_of_buckets != 0 ? object.no_of_buckets : dg.no_of_buckets, clear_count, &oper);
+  void *created = g_zor_poi_entry_create_funcs[column.data_type - 1](
+      key, object.value_kind, column.flags, range ? range->storage.data() : nullptr,
+      object.no_of_buckets != 0 ? object.no_of_buckets : dg.no_of_buckets, ClearCount(dg, object), &column);
   if (!created) return ZOR_PROCESS_ERROR_NO_MEMORY;
-  if (kel_hashset_insert(&oper.instances, created) != 0) {
-    g_zor_poi_entry_destroy_funcs[oper.data_type - 1](created);
+  if (kel_hashset_insert(&column.instances, created) != 0) {
+    g_zor_poi_entry_destroy_funcs[column.data_type - 1](created);
     return ZOR_PROCESS_ERROR_NO_MEMORY;
   }
   *entry = created;
   return ZOR_PROCESS_SUCCESS;
 }
 
-std::uint32_t ProcessValue(Dg &dg, OperEntry &oper, const char *key, const void *value) {
-  const Object *object = Find<Object>(dg.objects, oper.name);
-  if (!object) return ZOR_PROCESS_ERROR_OBJECT_NOT_FOUND;
-  void *entry = Find<EntryHead>(oper.instances, key);
+// A row message on its way through the columns.
+struct RowInHand {
+  const char *key;
+  Row *row;  // null until it has an entry
+};
+
+// Creates the entry of a row in column i, unless the object does not watch this instance: then there is none.
+std::uint32_t CreateRowEntry(Dg &dg, RowInHand &in_hand, std::uint32_t i) {
+  Column &column = *dg.directory.columns[i];
+  if (column.object->instances && !Find<Instance>(*column.object->instances, in_hand.key))
+    return ZOR_PROCESS_SUCCESS;
+  if (!in_hand.row) in_hand.row = CreateRow(dg.directory, in_hand.key);
+  if (!in_hand.row) return ZOR_PROCESS_ERROR_NO_MEMORY;
+  return CreateInstance(dg, column, in_hand.key, &in_hand.row->entries()[i]);
+}
+
+std::uint32_t ProcessValue(Dg &dg, RowInHand &in_hand, std::uint32_t i, const void *value) {
+  const Column &column = *dg.directory.columns[i];
+  if (!column.object) return ZOR_PROCESS_ERROR_OBJECT_NOT_FOUND;
+  void *entry = in_hand.row ? in_hand.row->entries()[i] : nullptr;
   if (!entry) {
-    const std::uint32_t result = CreateInstance(dg, *object, oper, key, &entry);
-    if (!entry) return result;
+    const std::uint32_t result = CreateRowEntry(dg, in_hand, i);
+    if (result != ZOR_PROCESS_SUCCESS) return result;
+    entry = in_hand.row ? in_hand.row->entries()[i] : nullptr;
+    if (!entry) return ZOR_PROCESS_SUCCESS;
   }
   std::uint32_t period_ended = 0;
-  if (g_zor_poi_entry_insert_funcs[oper.data_type - 1](entry, value, &period_ended) != 0) {
+  if (g_zor_poi_entry_insert_funcs[column.data_type - 1](entry, value, &period_ended) != 0) {
     return ZOR_PROCESS_ERROR_IN_DATA;
   }
   if (dg.poll_state == kAwaitsFirstValue) {
@@ -183,16 +206,34 @@ std::uint32_t ProcessValue(Dg &dg, OperEntry &oper, const char *key, const void 
   return ZOR_PROCESS_SUCCESS;
 }
 
+// Fetches what a sample touches of an entry first: its head, summary and range.
+void PrefetchEntry(const void *entry) {
+  if (!entry) return;
+  const auto *bytes = static_cast<const char *>(entry);
+  for (int line = 0; line < 3; ++line) __builtin_prefetch(bytes + line * 64, 1);
+}
+
 std::uint32_t ProcessRow(Dg &dg, const zor_process_msg_t &msg) {
   if (dg.key_column == -1) return ZOR_PROCESS_ERROR_NO_KEY;
   if (!msg.columns) return ZOR_PROCESS_ERROR_INVALID_KEY_TYPE;
   const auto *key = static_cast<const zor_process_cell_t *>(msg.columns[dg.key_column]);
   if (!key || key->type != ZOR_PROCESS_VALUE_STRING || !key->value) return ZOR_PROCESS_ERROR_INVALID_KEY_TYPE;
 
-  for (OperEntry &oper : Records<OperEntry>(*dg.oper_entries)) {
-    const auto *cell = static_cast<const zor_process_cell_t *>(msg.columns[oper.column]);
+  RowInHand in_hand = {static_cast<const char *>(key->value), nullptr};
+  const FoundRow found = FindRow(dg.directory, in_hand.key);
+  in_hand.row = found.row;
+  const std::uint32_t count = dg.directory.column_count;
+  // While rows come as foreseen, the next row's entries are on their way when this one's are counted; else this
+  // row's own are fetched together, not one after the other.
+  Row *next = found.expected ? found.row->follower : nullptr;
+  if (next) __builtin_prefetch(next->follower);
+  for (std::uint32_t i = 0; found.row && !next && i < count; ++i) PrefetchEntry(found.row->entries()[i]);
+
+  for (std::uint32_t i = 0; i < count; ++i) {
+    if (next) PrefetchEntry(next->entries()[i]);
+    const auto *cell = static_cast<const zor_process_cell_t *>(msg.columns[dg.directory.columns[i]->column]);
     if (!cell || !cell->value || cell->length == 0) continue;
-    const std::uint32_t result = ProcessValue(dg, oper, static_cast<const char *>(key->value), cell->value);
+    const std::uint32_t result = ProcessValue(dg, in_hand, i, cell->value);
     if (result != ZOR_PROCESS_SUCCESS) return result;
   }
   return ZOR_PROCESS_SUCCESS;

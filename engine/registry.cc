@@ -17,16 +17,17 @@ void DestroyAll(kel_hashset_t &set, kel_hashset_callback_t destroyer, Owner &own
 }
 
 void DestroyInstanceEntry(void *record, void *context) {
-  auto &oper = *static_cast<OperEntry *>(context);
-  kel_hashset_remove(&oper.instances, record);
-  g_zor_poi_entry_destroy_funcs[oper.data_type - 1](record);
+  auto &column = *static_cast<Column *>(context);
+  kel_hashset_remove(&column.instances, record);
+  g_zor_poi_entry_destroy_funcs[column.data_type - 1](record);
 }
 
 void ReleaseOperEntries(Dg &dg) {
   if (!dg.oper_entries) return;
+  ReleaseRows(dg.directory);
   const auto destroy = [](void *record, void *context) {
     kel_hashset_remove(static_cast<kel_hashset_t *>(context), record);
-    FreeOperEntry(*static_cast<OperEntry *>(record));
+    FreeColumn(*static_cast<Column *>(record));
   };
   DestroyAll(*dg.oper_entries, destroy, *dg.oper_entries);
   std::free(dg.oper_entries);
@@ -43,11 +44,16 @@ kel_hashset_t *CreateSet() {
   return set;
 }
 
-void FreeOperEntry(OperEntry &oper) {
-  std::free(oper.name);
-  std::free(oper.dg_name);
-  DestroyAll(oper.instances, DestroyInstanceEntry, oper);
-  std::free(&oper);
+void FreeColumn(Column &column) {
+  std::free(column.name);
+  std::free(column.dg_name);
+  DestroyAll(column.instances, DestroyInstanceEntry, column);
+  std::free(&column);
+}
+
+void BindColumn(Dg &dg, const char *name, Object *object) {
+  Column *column = dg.oper_entries ? Find<Column>(*dg.oper_entries, name) : nullptr;
+  if (column) column->object = object;
 }
 
 void DestroyInstance(kel_hashset_t &instances, Instance &instance) {

@@ -2,16 +2,19 @@
 #ifndef ZOR_ENGINE_REGISTRY_H_
 #define ZOR_ENGINE_REGISTRY_H_
 
+#include "engine/rows.h"
 #include "zor/engine.h"
 #include "zor/platform.h"
 
 namespace zor {
 
 using Engine = zor_process_engine_t;
-using Dg = zor_process_dg_t;
+// A DG with what the engine keeps beside the public record.
+struct Dg : zor_process_dg_t {
+  RowDirectory directory;
+};
 using Object = zor_process_object_t;
 using Instance = zor_process_object_instance_t;
-using OperEntry = zor_process_object_oper_entry_t;
 // An instance entry of any data type: its head. What it holds is reached through the typed tables alone.
 using EntryHead = kel_hashset_record_t;
 
@@ -23,7 +26,7 @@ Record *Find(kel_hashset_t &set, const char *name) {
 
 Dg *FindDg(Engine *engine, const char *name);
 
-// All records of a set in walking order: for (OperEntry &oper : Records<OperEntry>(set)). The set must not change
+// All records of a set in walking order: for (Column &column : Records<Column>(set)). The set must not change
 // during the walk.
 template <class Record>
 class Records {
@@ -61,7 +64,10 @@ void DestroyObject(kel_hashset_t &objects, Object &object);
 void DestroyInstance(kel_hashset_t &instances, Instance &instance);
 
 // A record that is in no set (yet).
-void FreeOperEntry(OperEntry &oper);
+void FreeColumn(Column &column);
+
+// Tells the column that feeds an object of this name, if there is one, that the object is there or (null) gone.
+void BindColumn(Dg &dg, const char *name, Object *object);
 
 // Drops everything collected; configuration stays.
 void ResetData(Dg &dg);

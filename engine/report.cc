@@ -12,12 +12,12 @@ namespace {
 
 // The instance entry after `entry` (the first one of `oper` when it is null), moving `oper` on through the DG's
 // oper entries as they run out; null at the end of the walk.
-void *NextEntry(Dg &dg, OperEntry *&oper, void *entry) {
-  if (!oper) oper = static_cast<OperEntry *>(kel_hashset_first(dg.oper_entries));
+void *NextEntry(Dg &dg, Column *&oper, void *entry) {
+  if (!oper) oper = static_cast<Column *>(kel_hashset_first(dg.oper_entries));
   if (!oper) return nullptr;
   void *next = entry ? kel_hashset_next(&oper->instances, entry) : kel_hashset_first(&oper->instances);
   while (!next) {
-    oper = static_cast<OperEntry *>(kel_hashset_next(dg.oper_entries, oper));
+    oper = static_cast<Column *>(kel_hashset_next(dg.oper_entries, oper));
     if (!oper) return nullptr;
     next = kel_hashset_first(&oper->instances);
   }
@@ -32,7 +32,7 @@ struct Selection {
   std::uint32_t sections;
 };
 
-void PrintSection(const Selection &selection, OperEntry &oper, EntryHead &entry, std::uint16_t section) {
+void PrintSection(const Selection &selection, Column &oper, EntryHead &entry, std::uint16_t section) {
   std::free(g_zor_poi_entry_get_data_funcs[oper.data_type - 1](
       ZOR_PROCESS_OUTPUT_CONSOLE, selection.dg_name, oper.name, section,
       section == ZOR_PROCESS_FLAG_PERCENTILE ? selection.percentile : nullptr, &entry));
@@ -40,7 +40,7 @@ void PrintSection(const Selection &selection, OperEntry &oper, EntryHead &entry,
 
 // Calls print(entry) for each selected instance.
 template <class Print>
-void ForEachSelected(const Selection &selection, OperEntry &oper, Print print) {
+void ForEachSelected(const Selection &selection, Column &oper, Print print) {
   if (selection.instance_name) {
     if (auto *entry = Find<EntryHead>(oper.instances, selection.instance_name)) print(*entry);
     return;
@@ -48,7 +48,7 @@ void ForEachSelected(const Selection &selection, OperEntry &oper, Print print) {
   for (EntryHead &entry : Records<EntryHead>(oper.instances)) print(entry);
 }
 
-void PrintObject(const Selection &selection, Dg &dg, OperEntry &oper) {
+void PrintObject(const Selection &selection, Dg &dg, Column &oper) {
   EmitLine("\nObjectname       : %s\n", oper.name);
   if (const Object *object = Find<Object>(dg.objects, oper.name)) {
     // The first value of a cumulative counter only primes it.
@@ -88,8 +88,8 @@ char *zor_process_engine_get_next_object_instance_data(zor_process_engine_t *eng
                                                        zor_process_data_cursor_t *cursor,
                                                        std::uint32_t output_mode) {
   using namespace zor;
-  Dg *dg = cursor->dg;
-  OperEntry *oper = cursor->oper_entry;
+  Dg *dg = static_cast<Dg *>(cursor->dg);
+  auto *oper = static_cast<Column *>(cursor->oper_entry);
   void *entry = cursor->entry;
   cursor->dg = nullptr;
   cursor->oper_entry = nullptr;
@@ -117,17 +117,17 @@ void zor_process_engine_print_object_instance_data_with_handle(zor_process_engin
                                                                zor_process_print_handle_t *handle) {
   using namespace zor;
   pvg_prt_handle = handle;
-  Dg *dg = dg_ref->dg ? dg_ref->dg : FindDg(engine, dg_ref->dg_name);
+  Dg *dg = dg_ref->dg ? static_cast<Dg *>(dg_ref->dg) : FindDg(engine, dg_ref->dg_name);
   if (!dg || !dg->oper_entries) return;
   const Selection selection = {dg_ref->dg_name, instance_name, percentile, flags};
   if (object_name) {
     EntryHead key = {{}, const_cast<char *>(object_name)};
     if (void *oper = kel_hashset_get(dg->oper_entries, &key)) {
-      PrintObject(selection, *dg, *static_cast<OperEntry *>(oper));
+      PrintObject(selection, *dg, *static_cast<Column *>(oper));
     }
     return;
   }
-  for (OperEntry &oper : Records<OperEntry>(*dg->oper_entries)) PrintObject(selection, *dg, oper);
+  for (Column &oper : Records<Column>(*dg->oper_entries)) PrintObject(selection, *dg, oper);
 }
 
 void zor_process_engine_print_object_instance_data(zor_process_engine_t *engine,

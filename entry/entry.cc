@@ -1,10 +1,11 @@
 #include "zor/entry.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <memory>
+#include <utility>
 
 #include "entry/instance_entry.h"
 #include "entry/render.h"
@@ -21,13 +22,9 @@ constexpr std::uint16_t kMaxOutsideBuckets = 10;  // of a baseline
 
 template <class V>
 void DestroyEntry(Entry<V> *entry) {
-  std::free(entry->summary);
-  if (entry->range_counters) std::free(entry->range_counters->pu16_counters);
-  std::free(entry->range_counters);
   if (entry->analyzer) UninitAnalyzer<V>(*entry->analyzer);
   std::free(entry->analyzer);
   std::free(entry->clear_buffer);
-  std::free(entry->name);
   std::free(entry);
 }
 
@@ -36,12 +33,61 @@ struct EntryDestroyer {
   void operator()(Entry<V> *entry) const { DestroyEntry<V>(entry); }
 };
 
+// An entry, its summary, its distribution and its name lie in one block, in the order in which a sample touches
+// them. Pieces are carved off its start; the entry's own pointers lead to them.
+class Block {
+ public:
+  explicit Block(std::size_t size) : start_(static_cast<char *>(std::calloc(1, size))), next_(start_) {}
+
+  bool is_allocated() const { return start_ != nullptr; }
+
+  // Room for `count` records, zeroed.
+  template <class T>
+  T *Carve(std::size_t count = 1) {
+    return reinterpret_cast<T *>(std::exchange(next_, next_ + SizeOf<T>(count)));
+  }
+
+  // Rounded up, so that every piece is aligned.
+  template <class T>
+  static constexpr std::size_t SizeOf(std::size_t count = 1) {
+    constexpr std::size_t kAlignment = alignof(std::uint64_t);
+    static_assert(alignof(T) <= kAlignment);
+    return (count * sizeof(T) + kAlignment - 1) / kAlignment * kAlignment;
+  }
+
+ private:
+  char *start_;
+  char *next_;
+};
+
 template <class V>
-bool CreateDistribution(Entry<V> &entry, const void *range, std::uint16_t buckets) {
-  std::array<V, 2> bounds = {std::numeric_limits<V>::min(), std::numeric_limits<V>::max()};
-  if (range) std::memcpy(bounds.data(), range, sizeof bounds);
-  entry.range_counters = Allocate<RangeCounters<V>>().release();
-  return entry.range_counters && InitRangeCounters<V>(*entry.range_counters, bounds[0], bounds[1], buckets) == 0;
+struct Bounds {
+  V low = std::numeric_limits<V>::min();
+  V high = std::numeric_limits<V>::max();
+};
+
+// An entry with its name and the statistics that flags ask for; null without memory.
+template <class V>
+Entry<V> *AllocateEntry(const char *key, std::uint16_t flags, Bounds<V> range, std::uint16_t buckets) {
+  const bool has_summary = flags & ZOR_PROCESS_FLAG_SUMMARY;
+  const bool has_distribution = flags & ZOR_PROCESS_FLAG_DISTRIBUTION;
+  const std::size_t key_size = std::strlen(key) + 1;
+  std::size_t size = Block::SizeOf<Entry<V>>() + key_size;
+  if (has_summary) size += Block::SizeOf<Summary<V>>();
+  if (has_distribution) size += Block::SizeOf<RangeCounters<V>>() + Block::SizeOf<std::uint16_t>(buckets);
+
+  Block block(size);
+  if (!block.is_allocated()) return nullptr;
+  auto *entry = block.Carve<Entry<V>>();
+  if (has_summary) entry->summary = block.Carve<Summary<V>>();
+  if (has_distribution) {
+    entry->range_counters = block.Carve<RangeCounters<V>>();
+    SetUpRangeCounters<V>(*entry->range_counters, range.low, range.high, buckets,
+                          block.Carve<std::uint16_t>(buckets));
+  }
+  entry->name = block.Carve<char>(key_size);
+  std::memcpy(entry->name, key, key_size);
+  return entry;
 }
 
 template <class V>
@@ -54,21 +100,17 @@ template <class V>
 Entry<V> *CreateEntry(const char *key, std::uint32_t value_kind, std::uint16_t flags, const void *range,
                       std::uint16_t buckets, std::uint32_t clear_count,
                       zor_process_object_oper_entry_t *oper_entry) {
-  std::unique_ptr<Entry<V>, EntryDestroyer<V>> entry(Allocate<Entry<V>>().release());
+  if ((flags & ZOR_PROCESS_FLAG_BASELINE) && flags != ZOR_PROCESS_FLAG_BASELINE) return nullptr;
+  if (flags & ZOR_PROCESS_FLAG_PERCENTILE) flags |= ZOR_PROCESS_FLAG_SUMMARY | ZOR_PROCESS_FLAG_DISTRIBUTION;
+  Bounds<V> bounds;
+  if (range) std::memcpy(&bounds, range, sizeof bounds);
+  if ((flags & ZOR_PROCESS_FLAG_DISTRIBUTION) && CheckRange(bounds.low, bounds.high, buckets) != 0) return nullptr;
+
+  std::unique_ptr<Entry<V>, EntryDestroyer<V>> entry(AllocateEntry<V>(key, flags, bounds, buckets));
   if (!entry) return nullptr;
   entry->clear_count = static_cast<std::uint16_t>(clear_count);
   entry->oper_entry = oper_entry;
   entry->mode = value_kind == 1 ? kModeCumulative : 0;
-  if ((flags & ZOR_PROCESS_FLAG_BASELINE) && flags != ZOR_PROCESS_FLAG_BASELINE) return nullptr;
-  if (flags & ZOR_PROCESS_FLAG_PERCENTILE) flags |= ZOR_PROCESS_FLAG_SUMMARY | ZOR_PROCESS_FLAG_DISTRIBUTION;
-
-  entry->name = strdup(key);
-  if (!entry->name) return nullptr;
-  if (flags & ZOR_PROCESS_FLAG_SUMMARY) {
-    entry->summary = Allocate<Summary<V>>().release();
-    if (!entry->summary) return nullptr;
-  }
-  if ((flags & ZOR_PROCESS_FLAG_DISTRIBUTION) && !CreateDistribution<V>(*entry, range, buckets)) return nullptr;
   if ((flags & ZOR_PROCESS_FLAG_BASELINE) && !CreateBaseline<V>(*entry, clear_count, buckets)) return nullptr;
   return entry.release();
 }

@@ -1,6 +1,7 @@
 #include "stats/percentile.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "entry/print.h"
 #include "stats/memory.h"
@@ -29,39 +30,74 @@ Product Multiply(Wide a, std::uint64_t b) {
   return {(a >> 64) * b + (low >> 64), static_cast<std::uint64_t>(low)};
 }
 
-// 1 + 2 + ... + n for n up to 2^64.
-Wide Triangle(Wide n) { return n % 2 == 0 ? n / 2 * (n + 1) : (n + 1) / 2 * n; }
+Wide Multiply(std::uint64_t a, std::uint64_t b) { return static_cast<Wide>(a) * b; }
 
-// A run of values over which samples spread with the weights 1, 2, ..., size (rising) or size, ..., 2, 1.
+// A run of values over which samples spread with the weights 1, 2, ..., size (rising) or size, ..., 2, 1. W holds
+// the sum of the weights: 64 bits do up to kNarrowRun values, which is most buckets and several times faster.
+template <class W>
 struct Run {
   bool rising;
-  Wide size;
+  W size;
   std::uint64_t samples;
 };
 
-// Whether the first j values of the run hold at least k samples. Their running count is the share of the run's
-// samples that the weights of the first j values have, rounded down when rising and up when falling; compared
-// here without the division.
-bool Holds(const Run &run, Wide j, std::uint64_t k) {
+constexpr std::uint64_t kNarrowRun = std::uint64_t{1} << 32;
+
+// 1 + 2 + ... + n.
+template <class W>
+W Triangle(W n) {
+  return n % 2 == 0 ? n / 2 * (n + 1) : (n + 1) / 2 * n;
+}
+
+// The running count of the run's first j values is the share of its samples that their weights have, rounded down
+// when rising and up when falling. It reaches k when weights(j) * samples stands to weights * k, or to
+// weights * (k - 1) when falling, as compared here without the division.
+template <class W>
+bool Holds(const Run<W> &run, W j, std::uint64_t k) {
   if (k == 0) return true;
-  const Wide all = Triangle(run.size);
-  if (run.rising) return !(Multiply(Triangle(j), run.samples) < Multiply(all, k));
-  return Multiply(all, k - 1) < Multiply(all - Triangle(run.size - j), run.samples);
+  const W weights = Triangle(run.size);
+  if (run.rising) return !(Multiply(Triangle(j), run.samples) < Multiply(weights, k));
+  return Multiply(weights, k - 1) < Multiply(static_cast<W>(weights - Triangle<W>(run.size - j)), run.samples);
+}
+
+// Where the running count reaches k, as the root of j(j + 1) / (size(size + 1)) = share: exact to a few values.
+template <class W>
+W EstimateFirstHolding(const Run<W> &run, std::uint64_t k) {
+  using Real = std::conditional_t<sizeof(W) == 8, double, long double>;  // as many bits as a size has, or nearly so
+  const Real last = static_cast<Real>(static_cast<std::uint64_t>(run.size - 1));  // counted from 0, to fit 64 bits
+  const Real samples = static_cast<Real>(run.samples);
+  const Real rank = static_cast<Real>(k);
+  const Real share = (run.rising ? rank : samples + 1 - rank) / samples;
+  const Real root = std::sqrt(share * (last + 1) * (last + 2) + Real{0.25}) - Real{0.5};
+  const Real estimate = run.rising ? root - 1 : last - root;
+  return static_cast<W>(static_cast<std::uint64_t>(std::clamp(estimate, Real{0}, last))) + 1;
 }
 
 // The first j whose running count reaches k; the run holds at least k samples.
-Wide FirstHolding(const Run &run, std::uint64_t k) {
-  Wide low = 1;
-  Wide high = run.size;
-  while (low < high) {
-    const Wide middle = low + (high - low) / 2;
-    if (Holds(run, middle, k)) {
-      high = middle;
-    } else {
-      low = middle + 1;
-    }
-  }
-  return low;
+template <class W>
+W FirstHolding(const Run<W> &run, std::uint64_t k) {
+  if (k == 0) return 1;
+  W j = EstimateFirstHolding(run, k);
+  while (!Holds(run, j, k)) ++j;
+  while (j > 1 && Holds<W>(run, j - 1, k)) --j;
+  return j;
+}
+
+// Where the k-th sample of a run lies, as an offset from its first value, and whether the next one lies there too.
+struct Place {
+  std::uint64_t offset;
+  bool holds_next;
+};
+
+template <class W>
+Place LocateInRun(const Run<W> &run, std::uint64_t k) {
+  const W j = FirstHolding(run, k);
+  return {static_cast<std::uint64_t>(j - 1), Holds(run, j, k + 1)};
+}
+
+Place LocateInRun(bool rising, Wide size, std::uint64_t samples, std::uint64_t k) {
+  if (size > kNarrowRun) return LocateInRun(Run<Wide>{rising, size, samples}, k);
+  return LocateInRun(Run<std::uint64_t>{rising, static_cast<std::uint64_t>(size), samples}, k);
 }
 
 }  // namespace
@@ -78,23 +114,18 @@ Found LocateInBucket(std::uint32_t below, std::uint32_t total, V lowest, V highe
   const bool rising = below + samples < median;
   const bool peaked = !rising && below <= median;
 
-  Run run = {rising, width, samples};
-  Wide run_start = 0;
-  std::uint32_t rank = k;
-  if (width == 1) {
-    run.rising = true;  // the single value takes every sample
-  } else if (peaked && k <= samples / 2) {
-    run = {true, width / 2, samples / 2};
-  } else if (peaked) {
-    run_start = width / 2;
-    run = {false, width - run_start, samples - samples / 2};
-    rank = k - samples / 2;
+  Place place;
+  if (!peaked || width == 1) {
+    place = LocateInRun(rising || width == 1, width, samples, k);  // a single value takes every sample
+  } else if (const std::uint32_t rising_samples = samples / 2; k <= rising_samples) {
+    place = LocateInRun(true, width / 2, rising_samples, k);
+  } else {
+    place = LocateInRun(false, width - width / 2, samples - rising_samples, k - rising_samples);
+    place.offset += static_cast<std::uint64_t>(width / 2);
   }
-
-  const Wide j = FirstHolding(run, rank);
-  const V value = Advance(lowest, static_cast<Unsigned<V>>(run_start + j - 1));
+  const V value = Advance(lowest, static_cast<Unsigned<V>>(place.offset));
   *vk = value;
-  if (Holds(run, j, std::uint64_t{rank} + 1)) {
+  if (place.holds_next) {
     *vk1 = value;
     return Found::kBoth;
   }

@@ -1,8 +1,8 @@
 #include "stats/range_counters.h"
 
 #include <cstdio>
-#include <cstdlib>
 
+#include "stats/memory.h"
 #include "stats/percentile.h"
 #include "stats/text.h"
 
@@ -148,22 +148,28 @@ Served Serve(Search<V> &search, std::uint32_t rank, V *vk, V *vk1) {
 }  // namespace
 
 template <class V>
-std::uint32_t InitRangeCounters(RangeCounters<V> &record, V start, V last, std::uint16_t nsc) {
+std::uint32_t SetUpRangeCounters(RangeCounters<V> &record, V start, V last, std::uint16_t nsc,
+                                 std::uint16_t *counters) {
   using U = Unsigned<V>;
-  if (nsc == 0) return 1;
-  if (last < start) return 2;
   record.Start = start;
   record.End = last == std::numeric_limits<V>::max() ? last : static_cast<V>(last + 1);
   record.Nsc = nsc;
   record.u16_no_of_samples = 0;
   record.u16_min_exception_counter = 0;
   record.u16_max_exception_counter = 0;
-  record.pu16_counters = static_cast<std::uint16_t *>(std::calloc(nsc, sizeof(std::uint16_t)));
-  if (!record.pu16_counters) return 3;
+  record.pu16_counters = counters;
+  if (!counters) return 3;
   const U exact = std::numeric_limits<U>::max() / nsc;
   const U room = Distance(start, std::numeric_limits<V>::max());
   record.Vexact_end = Advance(start, std::min(exact, room));
   return 0;
+}
+
+template <class V>
+std::uint32_t InitRangeCounters(RangeCounters<V> &record, V start, V last, std::uint16_t nsc) {
+  const std::uint32_t result = CheckRange(start, last, nsc);
+  if (result != 0) return result;
+  return SetUpRangeCounters<V>(record, start, last, nsc, AllocateArray<std::uint16_t>(nsc).release());
 }
 
 template <class V>
@@ -192,6 +198,8 @@ void PrintRangeCounters(const RangeCounters<V> &record) {
 }
 
 #define ZOR_INSTANTIATE(type, value, unsigned_value, total)                                                      \
+  template std::uint32_t SetUpRangeCounters<value>(RangeCounters<value> &, value, value, std::uint16_t,          \
+                                                   std::uint16_t *);                                             \
   template std::uint32_t InitRangeCounters<value>(RangeCounters<value> &, value, value, std::uint16_t);          \
   template std::uint32_t FindInRange<value>(void *, const std::uint32_t *, std::uint32_t, value, value, value *, \
                                             value *, std::uint32_t *, std::uint32_t, std::uint32_t *);           \

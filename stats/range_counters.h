@@ -17,6 +17,18 @@ inline constexpr std::int32_t kCountedInside = 0;
 inline constexpr std::int32_t kCountedAbove = 1;
 inline constexpr std::int32_t kCounterFull = 3;
 
+// 0, or why there can be no such range: 1 without sub-ranges, 2 when it is inverted.
+template <class V>
+constexpr std::uint32_t CheckRange(V start, V last, std::uint16_t nsc) {
+  return nsc == 0 ? 1 : last < start ? 2 : 0;
+}
+
+// Sets a record up for a range that was checked, with `nsc` zeroed counters; without them the result is 3.
+template <class V>
+std::uint32_t SetUpRangeCounters(RangeCounters<V> &record, V start, V last, std::uint16_t nsc,
+                                 std::uint16_t *counters);
+
+// Checks the range, and allocates the counters.
 template <class V>
 std::uint32_t InitRangeCounters(RangeCounters<V> &record, V start, V last, std::uint16_t nsc);
 

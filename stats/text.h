@@ -5,6 +5,7 @@
 #include <charconv>
 #include <concepts>
 #include <cstdint>
+#include <string_view>
 
 #include "stats/value_types.h"
 
@@ -12,13 +13,22 @@ namespace zor {
 
 // Holds a sign, 20 digits, a point, three decimals and a NUL.
 struct NumberText {
-  char chars[32];
+  char chars[27];
+  std::uint8_t size;
+
+  std::string_view view() const { return {chars, size}; }
 };
+
+// Ends a text that was written up to `end`.
+inline void Finish(NumberText &text, char *end) {
+  *end = '\0';
+  text.size = static_cast<std::uint8_t>(end - text.chars);
+}
 
 template <std::integral V>
 NumberText ToText(V value) {
   NumberText text;
-  *std::to_chars(text.chars, text.chars + sizeof text.chars, value).ptr = '\0';
+  Finish(text, std::to_chars(text.chars, text.chars + sizeof text.chars, value).ptr);
   return text;
 }
 
@@ -44,7 +54,7 @@ NumberText ToText(const F &fixed) {
   end = std::to_chars(end, text.chars + sizeof text.chars, magnitude).ptr;
   *end++ = '.';
   for (unsigned unit = 100; unit > 0; unit /= 10) *end++ = static_cast<char>('0' + thousandths / unit % 10);
-  *end = '\0';
+  Finish(text, end);
   return text;
 }
 

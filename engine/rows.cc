@@ -1,0 +1,64 @@
+#include "engine/rows.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "engine/registry.h"
+
+namespace zor {
+namespace {
+
+void MoveTo(RowDirectory &directory, Row *row) {
+  if (directory.last) directory.last->follower = row;
+  directory.last = row;
+}
+
+}  // namespace
+
+bool IndexColumns(RowDirectory &directory, kel_hashset_t &oper_entries) {
+  std::uint32_t count = 0;
+  for ([[maybe_unused]] const Column &column : Records<Column>(oper_entries)) ++count;
+  directory.columns = static_cast<Column **>(std::calloc(count ? count : 1, sizeof(Column *)));
+  if (!directory.columns) return false;
+  for (Column &column : Records<Column>(oper_entries)) directory.columns[directory.column_count++] = &column;
+  return true;
+}
+
+FoundRow FindRow(RowDirectory &directory, const char *key) {
+  if (Row *follower = directory.last ? directory.last->follower : nullptr;
+      follower && std::strcmp(follower->name, key) == 0) {
+    directory.last = follower;
+    return {follower, true};
+  }
+  Row *row = Find<Row>(directory.rows, key);
+  if (row) MoveTo(directory, row);
+  return {row, false};
+}
+
+Row *CreateRow(RowDirectory &directory, const char *key) {
+  const std::size_t entries_size = directory.column_count * sizeof(void *);
+  const std::size_t key_size = std::strlen(key) + 1;
+  auto *row = static_cast<Row *>(std::calloc(1, sizeof(Row) + entries_size + key_size));
+  if (!row) return nullptr;
+  row->name = reinterpret_cast<char *>(row + 1) + entries_size;
+  std::memcpy(row->name, key, key_size);
+  if (kel_hashset_insert(&directory.rows, row) != 0) {
+    std::free(row);
+    return nullptr;
+  }
+  MoveTo(directory, row);
+  return row;
+}
+
+void ReleaseRows(RowDirectory &directory) {
+  const auto destroy = [](void *record, void *rows) {
+    kel_hashset_remove(static_cast<kel_hashset_t *>(rows), record);
+    std::free(record);
+  };
+  kel_hashset_iterate(&directory.rows, destroy, &directory.rows);
+  kel_hashset_free(&directory.rows);
+  std::free(directory.columns);
+  directory = {};
+}
+
+}  // namespace zor
