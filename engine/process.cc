@@ -169,72 +169,63 @@ std::uint32_t CreateInstance(const Dg &dg, Column &column, const char *key, void
   return ZOR_PROCESS_SUCCESS;
 }
 
-// A row message on its way through the columns.
-struct RowInHand {
-  const char *key;
-  Row *row;  // null until it has an entry
-};
-
-// Creates the entry of a row in column i, unless the object does not watch this instance: then there is none.
-std::uint32_t CreateRowEntry(Dg &dg, RowInHand &in_hand, std::uint32_t i) {
+// Creates the entry of a key in column i, and its row where this is its first; an instance that the object does not
+// watch gets neither.
+std::uint32_t CreateRowEntry(Dg &dg, const char *key, std::uint32_t i, Row **row) {
   Column &column = *dg.directory.columns[i];
-  if (column.object->instances && !Find<Instance>(*column.object->instances, in_hand.key))
-    return ZOR_PROCESS_SUCCESS;
-  if (!in_hand.row) in_hand.row = CreateRow(dg.directory, in_hand.key);
-  if (!in_hand.row) return ZOR_PROCESS_ERROR_NO_MEMORY;
-  return CreateInstance(dg, column, in_hand.key, &in_hand.row->entries()[i]);
+  if (column.object->instances && !Find<Instance>(*column.object->instances, key)) return ZOR_PROCESS_SUCCESS;
+  if (!*row) *row = CreateRow(dg.directory, key);
+  if (!*row) return ZOR_PROCESS_ERROR_NO_MEMORY;
+  return CreateInstance(dg, column, key, &(*row)->entries()[i]);
 }
 
-std::uint32_t ProcessValue(Dg &dg, RowInHand &in_hand, std::uint32_t i, const void *value) {
-  const Column &column = *dg.directory.columns[i];
-  if (!column.object) return ZOR_PROCESS_ERROR_OBJECT_NOT_FOUND;
-  void *entry = in_hand.row ? in_hand.row->entries()[i] : nullptr;
-  if (!entry) {
-    const std::uint32_t result = CreateRowEntry(dg, in_hand, i);
-    if (result != ZOR_PROCESS_SUCCESS) return result;
-    entry = in_hand.row ? in_hand.row->entries()[i] : nullptr;
-    if (!entry) return ZOR_PROCESS_SUCCESS;
-  }
-  std::uint32_t period_ended = 0;
-  if (g_zor_poi_entry_insert_funcs[column.data_type - 1](entry, value, &period_ended) != 0) {
-    return ZOR_PROCESS_ERROR_IN_DATA;
-  }
-  if (dg.poll_state == kAwaitsFirstValue) {
-    ++dg.no_of_samples;
-    dg.poll_state = kPollCounted;
-  }
-  return ZOR_PROCESS_SUCCESS;
-}
-
-// Fetches what a sample touches of an entry first: its head, summary and range.
+// Fetches the first lines of an entry, where a sample finds its head, summary and range.
 void PrefetchEntry(const void *entry) {
+  constexpr std::size_t kLine = 64;
   if (!entry) return;
-  const auto *bytes = static_cast<const char *>(entry);
-  for (int line = 0; line < 3; ++line) __builtin_prefetch(bytes + line * 64, 1);
+  for (std::size_t line = 0; line < 3; ++line)
+    __builtin_prefetch(static_cast<const char *>(entry) + line * kLine, 1);
 }
 
 std::uint32_t ProcessRow(Dg &dg, const zor_process_msg_t &msg) {
   if (dg.key_column == -1) return ZOR_PROCESS_ERROR_NO_KEY;
   if (!msg.columns) return ZOR_PROCESS_ERROR_INVALID_KEY_TYPE;
-  const auto *key = static_cast<const zor_process_cell_t *>(msg.columns[dg.key_column]);
-  if (!key || key->type != ZOR_PROCESS_VALUE_STRING || !key->value) return ZOR_PROCESS_ERROR_INVALID_KEY_TYPE;
-
-  RowInHand in_hand = {static_cast<const char *>(key->value), nullptr};
-  const FoundRow found = FindRow(dg.directory, in_hand.key);
-  in_hand.row = found.row;
+  const auto *key_cell = static_cast<const zor_process_cell_t *>(msg.columns[dg.key_column]);
+  if (!key_cell || key_cell->type != ZOR_PROCESS_VALUE_STRING || !key_cell->value) {
+    return ZOR_PROCESS_ERROR_INVALID_KEY_TYPE;
+  }
+  const auto *key = static_cast<const char *>(key_cell->value);
   const std::uint32_t count = dg.directory.column_count;
+  Column *const *columns = dg.directory.columns;
+  auto [row, expected] = FindRow(dg.directory, key);
+
   // While rows come as foreseen, the next row's entries are on their way when this one's are counted; else this
   // row's own are fetched together, not one after the other.
-  Row *next = found.expected ? found.row->follower : nullptr;
+  Row *next = expected ? row->follower : nullptr;
   if (next) __builtin_prefetch(next->follower);
-  for (std::uint32_t i = 0; found.row && !next && i < count; ++i) PrefetchEntry(found.row->entries()[i]);
+  for (std::uint32_t i = 0; row && !next && i < count; ++i) PrefetchEntry(row->entries()[i]);
 
   for (std::uint32_t i = 0; i < count; ++i) {
     if (next) PrefetchEntry(next->entries()[i]);
-    const auto *cell = static_cast<const zor_process_cell_t *>(msg.columns[dg.directory.columns[i]->column]);
+    const Column &column = *columns[i];
+    const auto *cell = static_cast<const zor_process_cell_t *>(msg.columns[column.column]);
     if (!cell || !cell->value || cell->length == 0) continue;
-    const std::uint32_t result = ProcessValue(dg, in_hand, i, cell->value);
-    if (result != ZOR_PROCESS_SUCCESS) return result;
+    if (!column.object) return ZOR_PROCESS_ERROR_OBJECT_NOT_FOUND;
+    if (!row || !row->entries()[i]) {
+      Row *created = row;
+      const std::uint32_t result = CreateRowEntry(dg, key, i, &created);
+      if (result != ZOR_PROCESS_SUCCESS) return result;
+      row = created;
+      if (!row || !row->entries()[i]) continue;
+    }
+    std::uint32_t period_ended = 0;
+    if (g_zor_poi_entry_insert_funcs[column.data_type - 1](row->entries()[i], cell->value, &period_ended) != 0) {
+      return ZOR_PROCESS_ERROR_IN_DATA;
+    }
+    if (dg.poll_state == kAwaitsFirstValue) {
+      ++dg.no_of_samples;
+      dg.poll_state = kPollCounted;
+    }
   }
   return ZOR_PROCESS_SUCCESS;
 }

@@ -18,11 +18,12 @@ struct Column : zor_process_object_oper_entry_t {
   zor_process_object_t *object;
 };
 
-// A row that has instance entries: one per column, in the order of RowDirectory::columns, null where the column has
-// none for this key. They stand behind the record.
+// A row that has instance entries. They stand right behind the record, at a place that needs no look at it, so that
+// they are on their way while its key is compared.
 struct Row : kel_hashset_record_t {
   Row *follower;  // the row that came next, last time
 
+  // One per column, in the order of RowDirectory::columns; null where the column has none for this key.
   void **entries() { return reinterpret_cast<void **>(this + 1); }
 };
 

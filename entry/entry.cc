@@ -136,8 +136,9 @@ bool TakeSnapshot(Entry<V> &entry) {
   return true;
 }
 
+// Out of line, so that the frame it needs costs the other entries nothing.
 template <class V>
-std::int32_t InsertIntoBaseline(Entry<V> &entry, V value, std::uint32_t *period_ended) {
+[[gnu::noinline]] std::int32_t InsertIntoBaseline(Entry<V> &entry, V value, std::uint32_t *period_ended) {
   Analyzer<V> &analyzer = *entry.analyzer;
   const std::int32_t result = Analyze<V>(analyzer, value);
   if (result == kCounterFull) {
@@ -164,10 +165,10 @@ std::int32_t InsertValue(Entry<V> &entry, V value, std::uint32_t *period_ended) 
       return 0;
     }
   }
+  if (entry.analyzer) return InsertIntoBaseline<V>(entry, value, period_ended);  // it never has company
   std::uint32_t result = 0;
   if (entry.summary) result = CountInSummary<V>(*entry.summary, value);
   if (entry.range_counters) CountInRange<V>(*entry.range_counters, value);
-  if (entry.analyzer) return InsertIntoBaseline<V>(entry, value, period_ended);
   return static_cast<std::int32_t>(result);
 }
 

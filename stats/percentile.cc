@@ -25,61 +25,72 @@ struct Product {
 
 bool operator<(const Product &a, const Product &b) { return a.high != b.high ? a.high < b.high : a.low < b.low; }
 
-Product Multiply(Wide a, std::uint64_t b) {
-  const Wide low = static_cast<Wide>(static_cast<std::uint64_t>(a)) * b;
-  return {(a >> 64) * b + (low >> 64), static_cast<std::uint64_t>(low)};
+// Runs of up to 2^47 values, which is nearly all of them, have sizes of 64 bits, and do with products of 128.
+// Others have sizes of 128 bits.
+constexpr Wide kLongestNarrowRun = Wide{1} << 47;
+
+template <class Size>
+constexpr bool kNarrow = sizeof(Size) == 8;
+
+// 1 + 2 + ... + n. The wide one halves the even one of n and n + 1, without a branch that no one could predict.
+Wide Triangle(std::uint64_t n) { return static_cast<Wide>(n) * (n + 1) / 2; }
+Wide Triangle(Wide n) { return (n | 1) * ((n + 1) / 2); }
+
+template <class Size>
+std::conditional_t<kNarrow<Size>, Wide, Product> Multiply(Wide weights, std::uint64_t count) {
+  if constexpr (kNarrow<Size>) {
+    return weights * count;
+  } else {
+    const Wide low = static_cast<Wide>(static_cast<std::uint64_t>(weights)) * count;
+    return {(weights >> 64) * count + (low >> 64), static_cast<std::uint64_t>(low)};
+  }
 }
 
-Wide Multiply(std::uint64_t a, std::uint64_t b) { return static_cast<Wide>(a) * b; }
-
-// A run of values over which samples spread with the weights 1, 2, ..., size (rising) or size, ..., 2, 1. W holds
-// the sum of the weights: 64 bits do up to kNarrowRun values, which is most buckets and several times faster.
-template <class W>
+// A run of values over which samples spread with the weights 1, 2, ..., size (rising) or size, ..., 2, 1.
+template <class Size>
 struct Run {
   bool rising;
-  W size;
+  Size size;
   std::uint64_t samples;
+  Wide weights = Triangle(size);
 };
-
-constexpr std::uint64_t kNarrowRun = std::uint64_t{1} << 32;
-
-// 1 + 2 + ... + n.
-template <class W>
-W Triangle(W n) {
-  return n % 2 == 0 ? n / 2 * (n + 1) : (n + 1) / 2 * n;
-}
 
 // The running count of the run's first j values is the share of its samples that their weights have, rounded down
 // when rising and up when falling. It reaches k when weights(j) * samples stands to weights * k, or to
 // weights * (k - 1) when falling, as compared here without the division.
-template <class W>
-bool Holds(const Run<W> &run, W j, std::uint64_t k) {
-  if (k == 0) return true;
-  const W weights = Triangle(run.size);
-  if (run.rising) return !(Multiply(Triangle(j), run.samples) < Multiply(weights, k));
-  return Multiply(weights, k - 1) < Multiply(static_cast<W>(weights - Triangle<W>(run.size - j)), run.samples);
+template <class Size>
+auto Threshold(const Run<Size> &run, std::uint64_t k) {
+  return Multiply<Size>(run.weights, run.rising ? k : k - 1);
 }
 
-// Where the running count reaches k, as the root of j(j + 1) / (size(size + 1)) = share: exact to a few values.
-template <class W>
-W EstimateFirstHolding(const Run<W> &run, std::uint64_t k) {
-  using Real = std::conditional_t<sizeof(W) == 8, double, long double>;  // as many bits as a size has, or nearly so
+template <class Size, class Threshold>
+bool Reaches(const Run<Size> &run, Size j, const Threshold &threshold) {
+  if (run.rising) return !(Multiply<Size>(Triangle(j), run.samples) < threshold);
+  return threshold < Multiply<Size>(run.weights - Triangle(static_cast<Size>(run.size - j)), run.samples);
+}
+
+// Where the running count reaches k, as the root of j(j + 1) / (size(size + 1)) = share, rounded up: exact, or next
+// to it.
+template <class Size>
+Size EstimateFirstHolding(const Run<Size> &run, std::uint64_t k) {
+  using Real = std::conditional_t<kNarrow<Size>, double, long double>;            // 53 or 64 bits of precision
   const Real last = static_cast<Real>(static_cast<std::uint64_t>(run.size - 1));  // counted from 0, to fit 64 bits
   const Real samples = static_cast<Real>(run.samples);
   const Real rank = static_cast<Real>(k);
   const Real share = (run.rising ? rank : samples + 1 - rank) / samples;
-  const Real root = std::sqrt(share * (last + 1) * (last + 2) + Real{0.25}) - Real{0.5};
-  const Real estimate = run.rising ? root - 1 : last - root;
-  return static_cast<W>(static_cast<std::uint64_t>(std::clamp(estimate, Real{0}, last))) + 1;
+  const Real root =
+      std::sqrt(share * (last + 1) * (last + 2) + Real{0.25}) + Real{0.5};  // up, when it is cut below
+  const Real estimate = run.rising ? root - 1 : last + 2 - root;
+  return static_cast<Size>(static_cast<std::uint64_t>(std::clamp(estimate, Real{0}, last))) + 1;
 }
 
-// The first j whose running count reaches k; the run holds at least k samples.
-template <class W>
-W FirstHolding(const Run<W> &run, std::uint64_t k) {
-  if (k == 0) return 1;
-  W j = EstimateFirstHolding(run, k);
-  while (!Holds(run, j, k)) ++j;
-  while (j > 1 && Holds<W>(run, j - 1, k)) --j;
+// The first j whose running count reaches k; the run holds at least k samples, and k is not 0.
+template <class Size>
+Size FirstHolding(const Run<Size> &run, std::uint64_t k) {
+  const auto threshold = Threshold(run, k);
+  Size j = EstimateFirstHolding(run, k);
+  while (!Reaches(run, j, threshold)) ++j;
+  while (j > 1 && Reaches(run, static_cast<Size>(j - 1), threshold)) --j;
   return j;
 }
 
@@ -89,14 +100,14 @@ struct Place {
   bool holds_next;
 };
 
-template <class W>
-Place LocateInRun(const Run<W> &run, std::uint64_t k) {
-  const W j = FirstHolding(run, k);
-  return {static_cast<std::uint64_t>(j - 1), Holds(run, j, k + 1)};
+template <class Size>
+Place LocateInRun(const Run<Size> &run, std::uint64_t k) {
+  const Size j = k == 0 ? 1 : FirstHolding(run, k);
+  return {static_cast<std::uint64_t>(j - 1), Reaches(run, j, Threshold(run, k + 1))};
 }
 
 Place LocateInRun(bool rising, Wide size, std::uint64_t samples, std::uint64_t k) {
-  if (size > kNarrowRun) return LocateInRun(Run<Wide>{rising, size, samples}, k);
+  if (size > kLongestNarrowRun) return LocateInRun(Run<Wide>{rising, size, samples}, k);
   return LocateInRun(Run<std::uint64_t>{rising, static_cast<std::uint64_t>(size), samples}, k);
 }
 
