@@ -31,7 +31,8 @@ struct RowDirectory {
   Column **columns;  // in the walking order of the DG's oper entries
   std::uint32_t column_count;
   kel_hashset_t rows;
-  Row *last;  // the row of the message before
+  Row *last;      // the row of the message before
+  bool in_order;  // it came where it was foreseen
 };
 
 // Builds the columns from a DG's oper entries, once its template was processed. False without memory.

@@ -1,6 +1,7 @@
-/* Records have the promised fields at the promised places, with natural alignment. */
-#include <assert.h>
-#include <stddef.h>
+// Records have the promised fields at the promised places, with natural alignment: what programs in other languages
+// and real platforms build on. Nothing here but assertions.
+
+#include <cstddef>
 
 #include "zor/process.h"
 
