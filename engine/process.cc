@@ -67,7 +67,8 @@ std::uint32_t ProcessColumn(Dg &dg, const zor_process_column_t &column, std::uin
   return CreateColumn(dg, *object, column, index);
 }
 
-std::uint32_t ProcessColumns(Dg &dg, const zor_process_msg_t &msg) {
+// Columns bound before a failure stay, and feed their objects once the latch is lifted.
+std::uint32_t ProcessTemplate(Dg &dg, const zor_process_msg_t &msg) {
   if (msg.count < 1) return ZOR_PROCESS_SUCCESS;
   if (!msg.columns) return ZOR_PROCESS_ERROR_IN_TEMPLATE;
   const auto count = static_cast<std::uint32_t>(msg.count);
@@ -78,13 +79,6 @@ std::uint32_t ProcessColumns(Dg &dg, const zor_process_msg_t &msg) {
     if (result != ZOR_PROCESS_SUCCESS) return result;
   }
   return ZOR_PROCESS_SUCCESS;
-}
-
-// Columns bound before a failure stay, and feed their objects once the latch is lifted.
-std::uint32_t ProcessTemplate(Dg &dg, const zor_process_msg_t &msg) {
-  const std::uint32_t result = ProcessColumns(dg, msg);
-  if (!IndexColumns(dg.directory, *dg.oper_entries)) return ZOR_PROCESS_ERROR_NO_MEMORY;
-  return result;
 }
 
 // Samples per clear interval of the object, or of the DG where the object sets none.
@@ -194,6 +188,7 @@ std::uint32_t ProcessRow(Dg &dg, const zor_process_msg_t &msg) {
   if (!key_cell || key_cell->type != ZOR_PROCESS_VALUE_STRING || !key_cell->value) {
     return ZOR_PROCESS_ERROR_INVALID_KEY_TYPE;
   }
+  if (!dg.directory.columns && !IndexColumns(dg.directory, *dg.oper_entries)) return ZOR_PROCESS_ERROR_NO_MEMORY;
   const auto *key = static_cast<const char *>(key_cell->value);
   const std::uint32_t count = dg.directory.column_count;
   Column *const *columns = dg.directory.columns;

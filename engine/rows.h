@@ -28,14 +28,15 @@ struct Row : kel_hashset_record_t {
 };
 
 struct RowDirectory {
-  Column **columns;  // in the walking order of the DG's oper entries
+  Column **columns;  // null until the first row; in the walking order of the DG's oper entries
   std::uint32_t column_count;
   kel_hashset_t rows;
   Row *last;      // the row of the message before
   bool in_order;  // it came where it was foreseen
 };
 
-// Builds the columns from a DG's oper entries, once its template was processed. False without memory.
+// Builds the columns from a DG's oper entries, once its template was processed, which is done once. False without
+// memory.
 bool IndexColumns(RowDirectory &directory, kel_hashset_t &oper_entries);
 
 // The row of a message: null while it has no entry. `expected` tells that it is the one foreseen.
