@@ -95,6 +95,32 @@ TEST_F(ProgramTest, ARefusedValueIsCountedAndCostsNoOther) {
   EXPECT_NE(outcome.out.find("\nValues not in the sum: 2\n"), std::string::npos);
 }
 
+TEST_F(ProgramTest, ABaselineLearnsAndReportsInItsPlace) {
+  std::string polls = "time,k,a,b\n";
+  int time = 0;
+  for (int value : {10, 20, 30, 40, 25, 25, 25, 25, 100, 200, 300, 400, 500, 600, 700, 800, 900, 1000, 1100}) {
+    polls += std::to_string(time += 10) + ",x," + std::to_string(value) + ",1\n";
+  }
+  Write("f.csv", polls);
+  Write("f.toml", "[objects.a]\nstatistics = 'baseline'\nclear = 4\n[objects.b]\nstatistics = 'summary'\n");
+  const Outcome outcome = Run("$Z replay f.csv --config f.toml --report");
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(outcome.error, "zorstat: refused values: a 1 (without a bucket)\n");
+  const std::string fourth =
+      "f-baseline: 80, a, x, 4, 25.000, 25.000, 25.000, 25.000, 25.000, 25.000, 25.000, 25.000, ";
+  size_t at = 0;
+  for (const std::string &expected :
+       {fourth, std::string("f-baseline: 120, a, x, 8, 25.000"), std::string("f-baseline: 160, a, x, 12, 25.000"),
+        std::string("f-baseline: 190, a, x, 15, 25.000"), std::string("f-summary: 190, b, x, 19, 1, 1, 1.000"),
+        std::string("\nObjectname       : a\n"),
+        std::string("Object: a, Instance: x\nAnalyzer: Stage = Analyzing\n"),
+        std::string("\nMax List length = 10\n"), std::string("\nValues without a bucket: 1\n"),
+        std::string("\nObjectname       : b\n")}) {
+    at = outcome.out.find(expected, at);
+    ASSERT_NE(at, std::string::npos) << expected << " in " << outcome.out;
+  }
+}
+
 TEST_F(ProgramTest, ExitStatusAndMessageTellWhatWentWrong) {
   Write("f.csv", Polls(3));
   Write("header.csv", "time,k,a\n");
