@@ -81,17 +81,43 @@ Size EstimateFirstHolding(const Run<Size> &run, std::uint64_t k) {
   const Real root =
       std::sqrt(share * (last + 1) * (last + 2) + Real{0.25}) + Real{0.5};  // up, when it is cut below
   const Real estimate = run.rising ? root - 1 : last + 2 - root;
-  return static_cast<Size>(static_cast<std::uint64_t>(std::clamp(estimate, Real{0}, last))) + 1;
+  if (!(estimate < last)) return run.size;
+  return static_cast<Size>(static_cast<std::uint64_t>(std::max(estimate, Real{0}))) + 1;
 }
 
-// The first j whose running count reaches k; the run holds at least k samples, and k is not 0.
+// The first j whose running count reaches k; the run holds at least k samples, and k is not 0. Searched for in
+// steps that double, from the estimate on: two comparisons when it is exact, and few whatever precision the
+// processor works with.
 template <class Size>
 Size FirstHolding(const Run<Size> &run, std::uint64_t k) {
   const auto threshold = Threshold(run, k);
-  Size j = EstimateFirstHolding(run, k);
-  while (!Reaches(run, j, threshold)) ++j;
-  while (j > 1 && Reaches(run, static_cast<Size>(j - 1), threshold)) --j;
-  return j;
+  const Size estimate = EstimateFirstHolding(run, k);
+  Size low = 0;  // does not reach k
+  Size high = run.size;
+  if (Reaches(run, estimate, threshold)) {
+    high = estimate;
+    for (Size step = 1; step < high; step *= 2) {
+      if (!Reaches(run, static_cast<Size>(high - step), threshold)) {
+        low = high - step;
+        break;
+      }
+      high -= step;
+    }
+  } else {
+    low = estimate;
+    for (Size step = 1; step < high - low; step *= 2) {
+      if (Reaches(run, static_cast<Size>(low + step), threshold)) {
+        high = low + step;
+        break;
+      }
+      low += step;
+    }
+  }
+  while (high - low > 1) {
+    const Size middle = low + (high - low) / 2;
+    (Reaches(run, middle, threshold) ? high : low) = middle;
+  }
+  return high;
 }
 
 // Where the k-th sample of a run lies, as an offset from its first value, and whether the next one lies there too.
