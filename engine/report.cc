@@ -106,8 +106,10 @@ char *zor_process_engine_get_next_object_instance_data(zor_process_engine_t *eng
   cursor->oper_entry = oper;
   cursor->entry = entry;
   cursor->flags = dg->flags | object->flags;
-  return g_zor_poi_entry_get_data_funcs[oper->data_type - 1](
-      static_cast<std::uint16_t>(output_mode), cursor->dg_name, oper->name, cursor->flags, nullptr, entry);
+  // A cursor that came with its DG may name none.
+  const char *dg_name = cursor->dg_name ? cursor->dg_name : dg->name;
+  return g_zor_poi_entry_get_data_funcs[oper->data_type - 1](static_cast<std::uint16_t>(output_mode), dg_name,
+                                                             oper->name, cursor->flags, nullptr, entry);
 }
 
 void zor_process_engine_print_object_instance_data_with_handle(zor_process_engine_t *engine,

@@ -99,6 +99,9 @@ TEST_F(EngineTest, FollowsTheConfigurationOfItsObjects) {
   EXPECT_EQ(cursor.entry, nullptr);
   EXPECT_EQ(WithoutTime(Next(cursor)), "ifstats-summary, rx, before, 2, 1, 5, 3.000\n");  // begins anew
 
+  cursor = {nullptr, cursor.dg, nullptr, nullptr, 0};  // by its DG alone
+  EXPECT_EQ(WithoutTime(Next(cursor)), "ifstats-summary, rx, before, 2, 1, 5, 3.000\n");
+
   const char *tx = "tx";
   EXPECT_EQ(zor_process_engine_set_object(&engine, 1, "ifstats", &tx, nullptr), 0u);
   EXPECT_EQ(Row("eth0", {std::uint64_t{6}, std::uint64_t{7}}), 5u);
