@@ -4,7 +4,6 @@
 #include "stats/analyzer.h"
 #include "stats/memory.h"
 #include "stats/percentile.h"
-#include "stats/range_counters.h"
 #include "stats/summary.h"
 #include "stats/text.h"
 
@@ -60,20 +59,15 @@ bool PrintDistribution(const Entry<V> &entry) {
 
 template <class V>
 bool PrintPercentileList(const Entry<V> &entry, const std::uint32_t *percentile) {
-  const Summary<V> &summary = *entry.summary;
   const std::uint32_t single = percentile ? *percentile * 1000 : 0;
   const std::uint32_t *points = percentile ? &single : g_stats_percentile_1000;
   const std::uint32_t count = percentile ? 1 : g_stats_percentile_size;
 
-  if (summary.u32_no_of_samples == 0) {
+  if (entry.summary->u32_no_of_samples == 0) {
     EmitLine("No samples\n");
   } else {
     const auto values = AllocateArray<FixedPoint<V>>(count);
-    if (!values ||
-        IsOutOfMemory(EstimatePercentiles<V>(points, values.get(), count, summary.Vmin, summary.Vmax,
-                                             summary.u32_no_of_samples, FindInRange<V>, entry.range_counters))) {
-      return false;
-    }
+    if (!values || IsOutOfMemory(EstimateDistribution<V>(entry, points, values.get(), count))) return false;
     PrintPercentiles<V>(points, values.get(), count);
   }
   EmitLine("\n");

@@ -12,7 +12,6 @@
 #include "entry/print.h"
 #include "stats/analyzer.h"
 #include "stats/percentile.h"
-#include "stats/range_counters.h"
 #include "stats/summary.h"
 #include "stats/text.h"
 #include "zor/platform.h"
@@ -90,16 +89,24 @@ void AppendRecordHead(TextBuilder &text, const Rendering<V> &r, string_view kind
          ToText(samples).view());
 }
 
-// Appends the nine values, estimating them when they are not yet; false without memory.
+// Appends the header and the record of a section of nine values, estimating these when they are not yet.
 template <class V, class EstimateValues>
-bool AppendValues(TextBuilder &text, std::optional<PointValues<V>> &values, EstimateValues estimate) {
+Then RenderValues(TextBuilder &text, const Rendering<V> &r, string_view header, string_view kind,
+                  std::uint32_t samples, std::optional<PointValues<V>> &values, EstimateValues estimate) {
+  if (r.Wants(ZOR_PROCESS_OUTPUT_SCHEMA_DEF)) AppendHeader(text, r, header);
+  if (!r.Wants(ZOR_PROCESS_OUTPUT_RECORD)) return Then::kNextSection;
+  AppendRecordHead(text, r, kind, samples);
+  if (samples == 0) {
+    Append(text, kLineEnd);
+    return Then::kEndPass;
+  }
   if (!values) {
     values.emplace();
-    if (IsOutOfMemory(estimate(*values))) return false;
+    if (IsOutOfMemory(estimate(*values))) return Then::kEndCall;
   }
   for (const FixedPoint<V> &value : *values) Append(text, ", ", ToText(value).view());
   Append(text, kLineEnd);
-  return true;
+  return Then::kNextSection;
 }
 
 template <class V>
@@ -135,43 +142,26 @@ Then RenderPercentiles(TextBuilder &text, Rendering<V> &r) {
     if (r.Wants(ZOR_PROCESS_OUTPUT_CONSOLE)) EmitLine("Not configured\n");
     return Then::kEndCall;
   }
-  const std::uint32_t samples = summary->u32_no_of_samples;
-  if (r.Wants(ZOR_PROCESS_OUTPUT_SCHEMA_DEF)) AppendHeader(text, r, kPercentileHeader);
-  if (r.Wants(ZOR_PROCESS_OUTPUT_RECORD)) {
-    AppendRecordHead(text, r, "-percentile: ", samples);
-    if (samples == 0) {
-      Append(text, kLineEnd);
-      return Then::kEndPass;
-    }
-    const auto estimate = [&](PointValues<V> &values) {
-      return EstimatePercentiles<V>(g_stats_percentile_1000, values.data(), g_stats_percentile_size, summary->Vmin,
-                                    summary->Vmax, samples, FindInRange<V>, r.entry.range_counters);
-    };
-    if (!AppendValues<V>(text, r.percentiles, estimate)) return Then::kEndCall;
-  }
-  if (r.Wants(ZOR_PROCESS_OUTPUT_CONSOLE) && !PrintPercentileList<V>(r.entry, r.percentile)) return Then::kEndCall;
-  return Then::kNextSection;
+  const auto estimate = [&](PointValues<V> &values) {
+    return EstimateDistribution<V>(r.entry, g_stats_percentile_1000, values.data(), g_stats_percentile_size);
+  };
+  const Then then = RenderValues<V>(text, r, kPercentileHeader, "-percentile: ", summary->u32_no_of_samples,
+                                    r.percentiles, estimate);
+  if (then != Then::kNextSection || !r.Wants(ZOR_PROCESS_OUTPUT_CONSOLE)) return then;
+  return PrintPercentileList<V>(r.entry, r.percentile) ? Then::kNextSection : Then::kEndCall;
 }
 
 template <class V>
 Then RenderBaseline(TextBuilder &text, Rendering<V> &r) {
   Analyzer<V> *analyzer = r.entry.analyzer;
   if (!analyzer) return Then::kEndCall;
-  const std::uint32_t samples = analyzer->summary.u32_no_of_samples;
-  if (r.Wants(ZOR_PROCESS_OUTPUT_SCHEMA_DEF)) AppendHeader(text, r, kBaselineHeader);
-  if (r.Wants(ZOR_PROCESS_OUTPUT_RECORD)) {
-    AppendRecordHead(text, r, "-baseline: ", samples);
-    if (samples == 0) {
-      Append(text, kLineEnd);
-      return Then::kEndPass;
-    }
-    const auto estimate = [&](PointValues<V> &values) {
-      return EstimateBaseline<V>(*analyzer, g_stats_percentile_1000, values.data(), g_stats_percentile_size);
-    };
-    if (!AppendValues<V>(text, r.baseline, estimate)) return Then::kEndCall;
-  }
-  if (r.Wants(ZOR_PROCESS_OUTPUT_CONSOLE)) PrintBaseline<V>(r.object_name, r.entry);
-  return Then::kNextSection;
+  const auto estimate = [&](PointValues<V> &values) {
+    return EstimateBaseline<V>(*analyzer, g_stats_percentile_1000, values.data(), g_stats_percentile_size);
+  };
+  const Then then = RenderValues<V>(text, r, kBaselineHeader, "-baseline: ", analyzer->summary.u32_no_of_samples,
+                                    r.baseline, estimate);
+  if (then == Then::kNextSection && r.Wants(ZOR_PROCESS_OUTPUT_CONSOLE)) PrintBaseline<V>(r.object_name, r.entry);
+  return then;
 }
 
 template <class V>
