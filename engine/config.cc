@@ -50,13 +50,8 @@ void ReportSettings(const Record &record, const zor_process_attr_t &attr) {
 // get-next sets it to null at the end of the walk.
 template <class Record>
 Record *Select(kel_hashset_t &set, std::uint32_t operation, const char **name) {
-  void *record;
-  if (!*name) {
-    record = kel_hashset_first(&set);
-  } else {
-    record = kel_ext_hash_name_get(&set, *name);
-    if (record && operation == ZOR_PROCESS_OPER_GET_NEXT) record = kel_hashset_next(&set, record);
-  }
+  void *record = *name ? kel_ext_hash_name_get(&set, *name) : kel_hashset_first(&set);
+  if (record && *name && operation == ZOR_PROCESS_OPER_GET_NEXT) record = kel_hashset_next(&set, record);
   auto *selected = static_cast<Record *>(record);
   if (selected) {
     *name = selected->name;
@@ -77,7 +72,7 @@ Dg *CreateDg(Engine &engine, const char *name) {
   kel_ext_hash_name_init(&dg->directory.rows);
   kel_ext_hash_name_init(&dg->objects);
   if (kel_hashset_insert(&engine.dgs, dg.get()) != 0) return nullptr;
-  copy.release();
+  HandOver(copy);
   return dg.release();
 }
 
@@ -90,8 +85,7 @@ Object *CreateObject(Dg &dg, const char *name) {
   object->dg_name = dg_name.get();
   if (kel_hashset_insert(&dg.objects, object.get()) != 0) return nullptr;
   BindColumn(dg, name, object.get());
-  copy.release();
-  dg_name.release();
+  HandOver(copy, dg_name);
   return object.release();
 }
 
@@ -104,8 +98,7 @@ std::uint32_t AddInstance(kel_hashset_t &instances, const char *name) {
   if (kel_hashset_insert(&instances, instance.get()) != 0) {
     return Find<Instance>(instances, name) ? ZOR_PROCESS_SUCCESS : ZOR_PROCESS_ERROR_NO_MEMORY;
   }
-  copy.release();
-  instance.release();
+  HandOver(copy, instance);
   return ZOR_PROCESS_SUCCESS;
 }
 

@@ -68,7 +68,7 @@ AT(zor_process_print_handle_t, buf_len, 32);
 
 /* w is the width of the variant's value type in bytes. */
 #define TYPED_LAYOUT(type, value, unsigned_value, total)                                   \
-  enum { w_##type = sizeof(value) };                                                       \
+  constexpr std::size_t w_##type = sizeof(value);                                          \
   SIZE(stats_fixed_point_##type##_t, 2 * w_##type);                                        \
   AT(stats_fixed_point_##type##_t, thousandths, w_##type);                                 \
   AT(stats_summary_##type##_t, Vmax, w_##type);                                            \

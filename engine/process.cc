@@ -45,7 +45,7 @@ std::uint32_t CreateColumn(Dg &dg, Object &object, const zor_process_column_t &c
   created->name = strdup(column.name);
   created->dg_name = strdup(object.dg_name);
   if (created->name && created->dg_name && kel_hashset_insert(dg.oper_entries, created.get()) == 0) {
-    created.release();
+    HandOver(created);
     return ZOR_PROCESS_SUCCESS;
   }
   const bool duplicate = created->name && created->dg_name && Find<Column>(*dg.oper_entries, created->name);
@@ -180,17 +180,42 @@ void PrefetchEntry(const void *entry) {
     __builtin_prefetch(static_cast<const char *>(entry) + line * kLine, 1);
 }
 
+// The key of a row, or null when it has none.
+const char *KeyOf(const Dg &dg, const zor_process_msg_t &msg) {
+  if (!msg.columns) return nullptr;
+  const auto *cell = static_cast<const zor_process_cell_t *>(msg.columns[dg.key_column]);
+  return cell && cell->type == ZOR_PROCESS_VALUE_STRING ? static_cast<const char *>(cell->value) : nullptr;
+}
+
+// Counts the value of a row's cell in column i. The row and the entry are created where they are missing, unless
+// the object does not want the instance.
+std::uint32_t CountValue(Dg &dg, const char *key, std::uint32_t i, const void *value, Row *&row) {
+  const Column &column = *dg.directory.columns[i];
+  if (!column.object) return ZOR_PROCESS_ERROR_OBJECT_NOT_FOUND;
+  if (!row || !row->entries()[i]) {
+    Row *created = row;
+    const std::uint32_t result = CreateRowEntry(dg, key, i, &created);
+    if (result != ZOR_PROCESS_SUCCESS) return result;
+    row = created;
+    if (!row || !row->entries()[i]) return ZOR_PROCESS_SUCCESS;
+  }
+  std::uint32_t period_ended = 0;
+  if (g_zor_poi_entry_insert_funcs[column.data_type - 1](row->entries()[i], value, &period_ended) != 0) {
+    return ZOR_PROCESS_ERROR_IN_DATA;
+  }
+  if (dg.poll_state == kAwaitsFirstValue) {
+    ++dg.no_of_samples;
+    dg.poll_state = kPollCounted;
+  }
+  return ZOR_PROCESS_SUCCESS;
+}
+
 std::uint32_t ProcessRow(Dg &dg, const zor_process_msg_t &msg) {
   if (dg.key_column == -1) return ZOR_PROCESS_ERROR_NO_KEY;
-  if (!msg.columns) return ZOR_PROCESS_ERROR_INVALID_KEY_TYPE;
-  const auto *key_cell = static_cast<const zor_process_cell_t *>(msg.columns[dg.key_column]);
-  if (!key_cell || key_cell->type != ZOR_PROCESS_VALUE_STRING || !key_cell->value) {
-    return ZOR_PROCESS_ERROR_INVALID_KEY_TYPE;
-  }
+  const char *key = KeyOf(dg, msg);
+  if (!key) return ZOR_PROCESS_ERROR_INVALID_KEY_TYPE;
   if (!dg.directory.columns && !IndexColumns(dg.directory, *dg.oper_entries)) return ZOR_PROCESS_ERROR_NO_MEMORY;
-  const auto *key = static_cast<const char *>(key_cell->value);
   const std::uint32_t count = dg.directory.column_count;
-  Column *const *columns = dg.directory.columns;
   auto [row, expected] = FindRow(dg.directory, key);
 
   // While rows come as foreseen, the next row's entries are on their way when this one's are counted; else this
@@ -201,25 +226,10 @@ std::uint32_t ProcessRow(Dg &dg, const zor_process_msg_t &msg) {
 
   for (std::uint32_t i = 0; i < count; ++i) {
     if (next) PrefetchEntry(next->entries()[i]);
-    const Column &column = *columns[i];
-    const auto *cell = static_cast<const zor_process_cell_t *>(msg.columns[column.column]);
+    const auto *cell = static_cast<const zor_process_cell_t *>(msg.columns[dg.directory.columns[i]->column]);
     if (!cell || !cell->value || cell->length == 0) continue;
-    if (!column.object) return ZOR_PROCESS_ERROR_OBJECT_NOT_FOUND;
-    if (!row || !row->entries()[i]) {
-      Row *created = row;
-      const std::uint32_t result = CreateRowEntry(dg, key, i, &created);
-      if (result != ZOR_PROCESS_SUCCESS) return result;
-      row = created;
-      if (!row || !row->entries()[i]) continue;
-    }
-    std::uint32_t period_ended = 0;
-    if (g_zor_poi_entry_insert_funcs[column.data_type - 1](row->entries()[i], cell->value, &period_ended) != 0) {
-      return ZOR_PROCESS_ERROR_IN_DATA;
-    }
-    if (dg.poll_state == kAwaitsFirstValue) {
-      ++dg.no_of_samples;
-      dg.poll_state = kPollCounted;
-    }
+    const std::uint32_t result = CountValue(dg, key, i, cell->value, row);
+    if (result != ZOR_PROCESS_SUCCESS) return result;
   }
   return ZOR_PROCESS_SUCCESS;
 }

@@ -123,6 +123,7 @@ void zor_process_engine_print_object_instance_data_with_handle(zor_process_engin
   if (!dg || !dg->oper_entries) return;
   const Selection selection = {dg_ref->dg_name, instance_name, percentile, flags};
   if (object_name) {
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): a set only reads the name of a key record.
     EntryHead key = {{}, const_cast<char *>(object_name)};
     if (void *oper = kel_hashset_get(dg->oper_entries, &key)) {
       PrintObject(selection, *dg, *static_cast<Column *>(oper));

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "engine/registry.h"
+#include "stats/memory.h"
 
 namespace zor {
 namespace {
@@ -21,7 +22,7 @@ void MoveTo(RowDirectory &directory, Row *row) {
 bool IndexColumns(RowDirectory &directory, kel_hashset_t &oper_entries) {
   std::uint32_t count = 0;
   for ([[maybe_unused]] const Column &column : Records<Column>(oper_entries)) ++count;
-  directory.columns = static_cast<Column **>(std::calloc(count ? count : 1, sizeof(Column *)));
+  directory.columns = AllocateArray<Column *>(count).release();
   if (!directory.columns) return false;
   for (Column &column : Records<Column>(oper_entries)) directory.columns[directory.column_count++] = &column;
   return true;

@@ -20,6 +20,7 @@ struct DataList {
   std::uint32_t capacity;
 };
 
+// NOLINTNEXTLINE(performance-no-int-to-ptr): a handle is an integer, which a real platform fills as it likes.
 DataList *ListOf(std::uint64_t handle) { return reinterpret_cast<DataList *>(handle); }
 
 bool Reserve(DataList *list) {

@@ -23,7 +23,14 @@ Owned<T> Allocate() {
 // A zeroed array, or null; an empty one is not null.
 template <class T>
 Owned<T[]> AllocateArray(std::size_t count) {
+  // NOLINTNEXTLINE(bugprone-sizeof-expression): the array may be one of pointers.
   return Owned<T[]>(static_cast<T *>(std::calloc(count ? count : 1, sizeof(T))));
+}
+
+// Leaves storage to the record that now points to it.
+template <class... T>
+void HandOver(Owned<T> &...storage) {
+  (static_cast<void>(storage.release()), ...);
 }
 
 }  // namespace zor
