@@ -19,6 +19,7 @@
 #include "session.h"
 #include "settings.h"
 #include "source.h"
+#include "zor/version.h"
 
 namespace zorstat {
 namespace {
@@ -167,7 +168,7 @@ int Run(int argc, char **argv) {
   CLI::App app("Statistics of periodically polled counters.");
   app.name("zorstat");
   app.require_subcommand(1);
-  app.set_version_flag("--version", "zorstat " ZORSTAT_VERSION);
+  app.set_version_flag("--version", "zorstat " ZOR_PROCESS_VERSION);
   app.footer(
       "\nzorstat COMMAND --help tells more.\n"
       "Exit status: 0; 1 for a failure, what came before it being written; 2 for wrong\n"

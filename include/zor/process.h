@@ -14,5 +14,6 @@
 #include "zor/sorted_array.h"
 #include "zor/summary.h"
 #include "zor/types.h"
+#include "zor/version.h"
 
 #endif /* ZOR_PROCESS_H_ */
