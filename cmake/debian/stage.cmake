@@ -11,7 +11,8 @@ foreach(component ${CPACK_COMPONENTS_ALL})
   configure_file(${CMAKE_CURRENT_LIST_DIR}/copyright ${doc}/copyright COPYONLY)
   configure_file(${CMAKE_CURRENT_LIST_DIR}/../../CHANGELOG.md ${doc}/changelog COPYONLY)
   file(WRITE ${doc}/changelog.Debian
-    "${CPACK_DEBIAN_PACKAGE_SOURCE} (${CPACK_PACKAGE_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}) unstable; urgency=medium\n\n"
+    "${CPACK_DEBIAN_PACKAGE_SOURCE} (${CPACK_PACKAGE_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}) unstable; "
+    "urgency=medium\n\n"
     "  * Version ${CPACK_PACKAGE_VERSION}; changelog.gz says what is new.\n\n"
     " -- ${CPACK_PACKAGE_CONTACT}  ${date}\n")
   compress(${doc}/changelog)
