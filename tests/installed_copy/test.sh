@@ -55,7 +55,7 @@ for example in "$source"/examples/*.c "$source"/examples/*.cpp "$source"/example
   name=$(basename "$example" | tr . _)
   case $example in
     *.py)
-      LD_PRELOAD=$python_preload ASAN_OPTIONS=detect_leaks=0 runs python3 "$example" 3 0.1
+      LD_LIBRARY_PATH=$lib LD_PRELOAD=$python_preload ASAN_OPTIONS=detect_leaks=0 runs python3 "$example" 3 0.1
       continue
       ;;
     *.c) compile="cc -std=c99" ;;
