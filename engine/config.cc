@@ -8,12 +8,12 @@
 #include "stats/memory.h"
 
 namespace zor {
+
+std::uint32_t next_object_id = 0;
+
 namespace {
 
 constexpr std::uint32_t kDefaultBuckets = 100;
-
-// The next identifier to hand out: one rising sequence for all engines and DGs of the process.
-std::uint32_t next_object_id = 0;
 
 std::uint32_t AllocateObjectId(Engine *engine, const char *dg_name) {
   do {

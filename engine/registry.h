@@ -2,6 +2,8 @@
 #ifndef ZOR_ENGINE_REGISTRY_H_
 #define ZOR_ENGINE_REGISTRY_H_
 
+#include <cstdint>
+
 #include "engine/rows.h"
 #include "zor/engine.h"
 #include "zor/platform.h"
@@ -25,6 +27,9 @@ Record *Find(kel_hashset_t &set, const char *name) {
 }
 
 Dg *FindDg(Engine *engine, const char *name);
+
+// The next identifier to hand out: one rising sequence for all engines and DGs of the process.
+extern std::uint32_t next_object_id;
 
 // All records of a set in walking order: for (Column &column : Records<Column>(set)). The set must not change
 // during the walk.

@@ -1,0 +1,384 @@
+// Without memory: scenarios that touch everything are run with their first allocation failing, then with their
+// second, and so on until they need no more; alone, and with every later one failing too. Each step holds what came
+// of it against what it may come to; each run frees all that it allocated, and the next one, with memory, is as if
+// nothing had been.
+
+#include <algorithm>
+
+#include "engine_fixture.h"
+#include "failing_heap.h"
+
+namespace {
+
+template <class Scenario>
+void ForEachFailure(Scenario scenario) {
+  const auto run = [&](long failing, bool from_there_on) {
+    const long alive = heap.alive;
+    heap = {failing, from_there_on, false, 0, alive};
+    auto outcome = scenario();
+    EXPECT_EQ(heap.alive, alive) << "leaked";
+    return outcome;
+  };
+  const auto expected = run(0, false);
+  const long points = heap.count;
+  for (const bool from_there_on : {false, true}) {
+    for (long n = 1;; ++n) {
+      run(n, from_there_on);
+      const bool needed = heap.count >= n;
+      EXPECT_EQ(run(0, false), expected) << "afterwards";
+      ASSERT_FALSE(::testing::Test::HasFailure()) << "allocation " << n << (from_there_on ? " and all later" : "");
+      if (!needed) break;
+    }
+  }
+  std::printf("%ld allocations, each failing alone and with all after it\n", points);
+}
+
+// What an instance holds. Learnt samples count too.
+struct State {
+  std::string column, key;
+  bool baseline;
+  std::uint64_t counted;      // by the summary
+  std::uint64_t distributed;  // by the distribution: the same samples
+  std::int64_t total;
+  std::string records;  // its clear buffer
+  bool operator==(const State &) const = default;
+  friend void PrintTo(const State &s, std::ostream *out) {
+    *out << s.column << " " << s.key << ": " << s.counted << " counted, " << s.distributed << " distributed, total "
+         << s.total << ", records '" << s.records << "'";
+  }
+};
+
+template <class V>
+State StateOf(const zor_process_object_oper_entry_t &column, const void *record) {
+  const auto &entry = *static_cast<const typename Api<V>::Entry *>(record);
+  const auto *analyzer = entry.analyzer;
+  const auto &summary = analyzer ? analyzer->summary : *entry.summary;
+  State state = {column.name, entry.name, analyzer != nullptr, summary.u32_no_of_samples, 0, 0, ""};
+  state.total = static_cast<std::int64_t>(summary.Vtotal);
+  if (entry.clear_buffer) state.records = WithoutTime(entry.clear_buffer);
+  std::erase(state.records, '\r');
+  if (!analyzer || analyzer->stage == STATS_ANALYZER_ANALYZING) {
+    const auto &range = analyzer ? analyzer->range_counters : *entry.range_counters;
+    state.distributed = range.u16_min_exception_counter + range.u16_max_exception_counter;
+    for (unsigned b = 0; b < range.Nsc; ++b) state.distributed += range.pu16_counters[b];
+    EXPECT_EQ(state.distributed, range.u16_no_of_samples);
+  }
+  if (!analyzer) return state;
+  if (analyzer->stage == STATS_ANALYZER_ANALYZING) {
+    for (const auto *list : {&analyzer->dynamic_counters.min_list, &analyzer->dynamic_counters.max_list}) {
+      std::uint16_t length = 0;
+      for (const auto *node = list->head; node; node = node->next, ++length) state.distributed += node->Count;
+      EXPECT_EQ(length, list->length);
+      state.distributed += list->exceptions;
+    }
+  }
+  state.counted += analyzer->learner.got;
+  state.distributed += analyzer->learner.got;
+  return state;
+}
+
+constexpr std::uint32_t kClearInterval = 4;
+constexpr std::uint64_t kLearnt = 3;  // samples from which a baseline learns
+
+constexpr struct {
+  const char *name;
+  std::uint32_t type_code;
+  std::uint16_t flags;
+} kObjects[] = {{"i32", 1, 7}, {"u32", 2, 7}, {"i64", 3, 7}, {"u64", 4, 7}, {"b32", 1, 8}, {"b64", 4, 8}};
+
+}  // namespace
+
+class AllocationFailureTest : public EngineTest {
+ protected:
+  std::vector<State> States() const {
+    std::vector<State> states;
+    auto *dg =
+        static_cast<zor_process_dg_t *>(kel_ext_hash_name_get(const_cast<kel_hashset_t *>(&engine.dgs), "ifstats"));
+    if (!dg || !dg->oper_entries) return states;
+    for (void *c = kel_hashset_first(dg->oper_entries); c; c = kel_hashset_next(dg->oper_entries, c)) {
+      auto &column = *static_cast<zor_process_object_oper_entry_t *>(c);
+      constexpr decltype(&StateOf<std::int32_t>) kStateOf[] = {StateOf<std::int32_t>, StateOf<std::uint32_t>,
+                                                               StateOf<std::int64_t>, StateOf<std::uint64_t>};
+      for (void *e = kel_hashset_first(&column.instances); e; e = kel_hashset_next(&column.instances, e)) {
+        states.push_back(kStateOf[column.data_type - 1](column, e));
+        EXPECT_EQ(states.back().counted, states.back().distributed) << column.name << " " << states.back().key;
+      }
+    }
+    return states;
+  }
+
+  // A configuration step, tried once more when there was no memory. False when there still is none.
+  template <class Step>
+  bool Configured(Step step) {
+    std::uint32_t code = Armed(step);
+    if (code == ZOR_PROCESS_ERROR_NO_MEMORY) code = Armed(step);
+    EXPECT_EQ(code, code == 0 || !heap.from_there_on ? 0u : 2u);
+    return code == 0;
+  }
+
+  bool Configure() {
+    const auto set_object = [&](const auto &object) {
+      std::uint16_t flags = object.flags;
+      std::uint32_t id = 0, buckets = 10, polls = 1, every = kLearnt, range_type = flags == 7 ? 4 : 0;
+      std::uint64_t range[2] = {0, 99};
+      zor_process_attr_t common = {&flags, &buckets, &polls, &every};
+      zor_process_object_attr_t attr = {&id, &common, nullptr, &range_type, range};
+      const char *name = object.name;
+      return zor_process_engine_set_object(&engine, ZOR_PROCESS_OPER_SET, "ifstats", &name, &attr);
+    };
+    const auto set_dg = [&] {
+      std::uint32_t polls = 1, every = kClearInterval;
+      zor_process_attr_t attr = {nullptr, nullptr, &polls, &every};
+      return SetDg(ZOR_PROCESS_OPER_SET, "ifstats", &attr);
+    };
+    if (!Configured(set_dg)) return false;
+    zor_process_engine_set_poll_interval(&engine, "ifstats", 10);
+    for (const auto &object : kObjects) {
+      if (!Configured([&] { return set_object(object); })) return false;
+    }
+    if (!Configured([&] { return set_object(kObjects[0]); })) return false;  // its range again
+    // One object more, without a column, makes their set grow.
+    if (!Configured([&] { return MakeObject("unused", 0); })) return false;
+    for (const char *watched : {"k0", "k0", "other"}) {
+      if (!Configured([&] { return AddInstance("u64", watched); })) return false;
+    }
+    const char *other = "other";
+    EXPECT_EQ(zor_process_engine_set_object_instance(&engine, ZOR_PROCESS_OPER_DELETE, "ifstats", "u64", &other),
+              0u);
+    std::vector<Column> columns = {{"key", 0}};
+    for (const auto &object : kObjects) columns.push_back({object.name, object.type_code});
+    return Configured([&] {
+      EXPECT_EQ(SetDg(ZOR_PROCESS_OPER_CLEAR, "ifstats"), 0u);  // a template is taken once
+      return Template(columns);
+    });
+  }
+
+  static bool Watches(const std::string &column, const std::string &key) { return column != "u64" || key == "k0"; }
+
+  // A row counts in its columns from the first one on, in all of them when it succeeds, and changes nothing else.
+  void CheckedRow(const std::string &key, std::uint64_t value, std::size_t columns = std::size(kObjects)) {
+    std::vector<std::optional<Value>> values(std::size(kObjects));
+    std::fill_n(values.begin(), columns, value);
+    auto before = States();
+    const std::uint32_t code = Armed([&] { return Row(key.c_str(), values); });
+    auto after = States();
+    bool stopped = false;
+    for (std::size_t i = 0; i < columns; ++i) {
+      if (!Watches(kObjects[i].name, key)) continue;
+      const State was = Extract(before, kObjects[i].name, key), is = Extract(after, kObjects[i].name, key);
+      const std::uint64_t counted = is.counted - was.counted;
+      EXPECT_LE(counted, stopped ? 0 : 1) << kObjects[i].name;
+      const bool learns = is.baseline && is.counted <= kLearnt;
+      EXPECT_EQ(is.total - was.total, learns ? 0 : static_cast<std::int64_t>(counted * value));
+      EXPECT_EQ(is.records, was.records.empty() && is.baseline ? is.records : was.records);
+      stopped = stopped || counted == 0;
+    }
+    EXPECT_EQ(after, before);
+    EXPECT_THAT(code, ::testing::AnyOf(0, ZOR_PROCESS_ERROR_NO_MEMORY, ZOR_PROCESS_ERROR_IN_DATA));
+    if (code != ZOR_PROCESS_ERROR_IN_DATA) {  // a refused value may have been counted: a record was not
+      EXPECT_EQ(stopped, code != 0);
+    }
+    EXPECT_EQ(Armed([&] { return zor_process_engine_clear_dg_data(&engine, "ifstats", 0, 0); }), 0u);
+  }
+
+  // Takes the state of an instance out of a list; an empty one when it is not there.
+  static State Extract(std::vector<State> &states, const std::string &column, const std::string &key) {
+    const auto at = std::find_if(states.begin(), states.end(),
+                                 [&](const State &s) { return s.column == column && s.key == key; });
+    if (at == states.end()) return {column, key, false, 0, 0, 0, ""};
+    State state = *at;
+    states.erase(at);
+    return state;
+  }
+
+  std::vector<std::string> Walk(std::uint32_t mode) {
+    std::vector<std::string> texts;
+    zor_process_data_cursor_t cursor = Cursor();
+    for (;;) {
+      std::string text = WithoutTime(Next(cursor, mode));
+      if (!cursor.entry) return texts;
+      texts.push_back(std::move(text));
+    }
+  }
+
+  // A walk comes to every instance, and renders it whole or not at all.
+  void CheckedWalk() {
+    constexpr std::uint32_t kMode = ZOR_PROCESS_OUTPUT_SCHEMA_DEF | ZOR_PROCESS_OUTPUT_RECORD;
+    const auto expected = Walk(kMode);
+    const auto texts = Armed([&] { return Walk(kMode); });
+    ASSERT_EQ(texts.size(), expected.size());
+    for (std::size_t i = 0; i < texts.size(); ++i) EXPECT_THAT(texts[i], ::testing::AnyOf(expected[i], "(null)"));
+    Printed([&] { Armed([&] { return Walk(ZOR_PROCESS_OUTPUT_CONSOLE); }); });
+  }
+
+  // A clear leaves each instance with its records and nothing counted, or as it was: the first ones, and all of
+  // them when it succeeds.
+  template <class Clear>
+  void CheckedClear(Clear clear) {
+    const auto before = States();
+    const auto records = Walk(ZOR_PROCESS_OUTPUT_RECORD);
+    const std::uint32_t code = Armed(clear);
+    const auto after = States();
+    ASSERT_EQ(after.size(), before.size());
+    bool stopped = false;
+    for (std::size_t i = 0; i < after.size(); ++i) {
+      State expected = before[i];
+      if (!expected.baseline) {
+        stopped = stopped || after[i].records.empty();
+        if (!stopped) expected = {expected.column, expected.key, false, 0, 0, 0, records[i]};
+      }
+      EXPECT_EQ(after[i], expected);
+    }
+    EXPECT_EQ(code, stopped ? 2u : 0u);
+    EXPECT_EQ(Armed([&] { return zor_process_engine_clear_dg_data(&engine, "ifstats", 0, 0); }), 0u);
+  }
+
+  // Items that there is no memory for are left out; those that arrive are whole, in order and numbered.
+  void CheckedReport() {
+    const auto expected = Report(7);
+    zor_process_print_handle_t handle = {Armed([] { return zor_datalist_create(); }), 0, {}, nullptr, 0};
+    const zor_process_data_cursor_t dg = Cursor();
+    Armed([&] {
+      zor_process_engine_print_object_instance_data_with_handle(&engine, &dg, nullptr, nullptr, nullptr, 7,
+                                                                &handle);
+    });
+    pvg_prt_handle = nullptr;
+    EXPECT_EQ(handle.buf, nullptr);
+    int last = 0;
+    auto next = expected.begin();
+    zor_datalist_item_t item;
+    for (std::uint32_t i = 0; zor_datalist_get(handle.datalist, i, &item) == 0; ++i) {
+      const int number = std::stoi(item.name + 3);
+      EXPECT_LT(std::exchange(last, number), number);
+      next = std::find(next, expected.end(), item.text);
+      ASSERT_NE(next++, expected.end()) << item.text;
+    }
+    EXPECT_LE(last, handle.buf_count);
+    zor_datalist_free(handle.datalist);
+  }
+
+  // Returns all records.
+  std::string Poll() {
+    std::string records;
+    for (std::uint64_t poll = 1; poll <= 7; ++poll) {
+      for (std::uint64_t k = 0; k < 2; ++k) {
+        // The baselines learn from three polls; from the sixth on samples lie above what they learnt.
+        CheckedRow("k" + std::to_string(k), poll <= 5 ? 10 * k + poll : 1000 * poll + k);
+      }
+      for (std::uint64_t k = 2; poll == 2 && k < 7; ++k) CheckedRow("k" + std::to_string(k), k, 1);
+      if (poll == kClearInterval) {
+        CheckedClear([&] { return EndOfPoll(); });
+      } else {
+        EXPECT_EQ(Armed([&] { return EndOfPoll(); }), 0u);
+      }
+      if (poll != kClearInterval && poll != 6) continue;  // 6 ends a period of the baselines
+      if (poll == 6) {
+        CheckedWalk();
+        CheckedReport();
+      }
+      records += WithoutTime(Armed([&] { return Collect(); }));
+      for (const State &state : States()) EXPECT_EQ(state.records, "");
+    }
+    CheckedClear([&] { return zor_process_engine_clear_dg_data(&engine, "ifstats", 7, 0); });
+    return records + WithoutTime(Collect());
+  }
+};
+
+TEST_F(AllocationFailureTest, Engine) {
+  ForEachFailure([&] {
+    const std::string records = Configure() ? Poll() : "";
+    const long needed = heap.count;
+    Armed([&] { return SetDg(ZOR_PROCESS_OPER_DELETE, "ifstats"); });
+    EXPECT_EQ(heap.count, needed) << "deletion needs memory";
+    kel_hashset_free(&engine.dgs);
+    return records;
+  });
+}
+
+// The statistics themselves, and the entry operations through the tables.
+template <class V>
+class StatisticsFailureTest : public ::testing::Test {};
+TYPED_TEST_SUITE(StatisticsFailureTest, ValueTypes);
+
+TYPED_TEST(StatisticsFailureTest, Statistics) {
+  using V = TypeParam;
+  using A = Api<V>;
+  const auto any_of = [](auto... codes) { return ::testing::AnyOf(codes...); };
+  const auto percentiles = [&](std::uint32_t code, const auto &values) {  // all or none
+    for (const auto &value : values) EXPECT_EQ(value.thousandths == 7777, code != 0);
+  };
+  ForEachFailure([&] {
+    typename A::FixedPoint values[9];
+    const auto untouched = [&] { std::fill_n(values, 9, typename A::FixedPoint{0, 7777}); };
+
+    typename A::SortedArray array = {};
+    std::uint32_t code = Armed([&] { return A::ArrayInit(&array, 4); });
+    EXPECT_EQ(code, array.p_values ? 0u : 2u);
+    A::ArrayUninit(&array);
+    typename A::Learner learner = {};
+    EXPECT_THAT(Armed([&] { return A::LearnerInit(&learner, 4); }), any_of(0, 2));
+    A::LearnerUninit(&learner);
+
+    typename A::RangeCounters range = {};
+    code = Armed([&] { return A::RangeInit(&range, 0, 99, 10); });
+    EXPECT_EQ(code, range.pu16_counters ? 0u : 3u);
+    if (range.pu16_counters) {
+      for (int v : {5, 15, 25}) A::RangeInsert(&range, static_cast<V>(v));
+      untouched();
+      code =
+          Armed([&] { return A::GetValues(g_stats_percentile_1000, values, 9, 5, 25, 3, A::RangeFind, &range); });
+      EXPECT_THAT(code, any_of(0, 1, 2));
+      percentiles(code, values);
+    }
+    std::free(range.pu16_counters);
+
+    typename A::Analyzer analyzer = {};
+    code = Armed([&] { return A::AnalyzerInit(&analyzer, 2, 10, 10); });
+    EXPECT_THAT(code, any_of(0, 2));
+    for (V v : {10, 20, 15, 90}) {
+      if (code != 0) break;
+      const auto before = analyzer;
+      const std::int32_t taken = Armed([&] { return A::AnalyzerInsert(&analyzer, v); });
+      EXPECT_THAT(taken, any_of(0, -3));
+      if (taken != 0) {
+        EXPECT_EQ(analyzer.summary.u32_no_of_samples, before.summary.u32_no_of_samples);
+        EXPECT_EQ(analyzer.dynamic_counters.max_list.length, before.dynamic_counters.max_list.length);
+        EXPECT_EQ(analyzer.stage, before.stage);
+      }
+    }
+    if (analyzer.stage == STATS_ANALYZER_ANALYZING && analyzer.summary.u32_no_of_samples > 0) {
+      untouched();
+      EXPECT_EQ(Armed([&] { return A::AnalyzerValues(&analyzer, g_stats_percentile_1000, values, 9); }), 0u);
+      percentiles(values[0].thousandths == 7777 ? 1 : 0, values);
+    }
+    A::AnalyzerUninit(&analyzer);
+
+    // A baseline: a record that cannot be rendered is left out, and a full count restarts it, or ends it.
+    constexpr std::uint32_t slot = A::kTypeCode - 1;
+    char object[] = "object", dg[] = "dg";
+    zor_process_object_oper_entry_t oper = {};
+    oper.name = object, oper.dg_name = dg, oper.flags = ZOR_PROCESS_FLAG_BASELINE;
+    auto *entry = static_cast<typename A::Entry *>(Armed([&] {
+      return g_zor_poi_entry_create_funcs[slot]("key", 0, ZOR_PROCESS_FLAG_BASELINE, nullptr, 10, 2, &oper);
+    }));
+    if (!entry) return 0;
+    const auto insert = [&](V v) {
+      std::uint32_t ended = 0;
+      return Armed([&] { return g_zor_poi_entry_insert_funcs[slot](entry, &v, &ended); });
+    };
+    EXPECT_EQ(insert(10), 0);
+    EXPECT_EQ(insert(20), 0);
+    if (entry->analyzer->stage == STATS_ANALYZER_ANALYZING) {
+      EXPECT_EQ(insert(11), 0);
+      const std::int32_t recorded = insert(12);
+      EXPECT_EQ(recorded, entry->clear_buffer ? 0 : 1);
+      EXPECT_EQ(std::tuple(entry->analyzer->summary.u32_no_of_samples, entry->sample_count), std::tuple(2u, 0));
+      entry->analyzer->range_counters.pu16_counters[5] = 65535;
+      EXPECT_EQ(insert(16), 0);
+      EXPECT_EQ(entry->analyzer->summary.u32_no_of_samples, 0u);
+    }
+    EXPECT_EQ(insert(16), entry->analyzer->stage == STATS_ANALYZER_ERROR ? -3 : 0);
+    g_zor_poi_entry_destroy_funcs[slot](entry);
+    return 0;
+  });
+}

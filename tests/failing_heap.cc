@@ -1,0 +1,42 @@
+#include "failing_heap.h"
+
+#include <cstdlib>
+#include <cstring>
+
+FailingHeap heap;
+
+extern "C" {
+void *__real_malloc(std::size_t size);
+void *__real_calloc(std::size_t count, std::size_t size);
+void *__real_realloc(void *block, std::size_t size);
+void __real_free(void *block);
+
+void *__wrap_malloc(std::size_t size) {
+  if (heap.Refuses()) return nullptr;
+  ++heap.alive;
+  return __real_malloc(size);
+}
+
+void *__wrap_calloc(std::size_t count, std::size_t size) {
+  if (heap.Refuses()) return nullptr;
+  ++heap.alive;
+  return __real_calloc(count, size);
+}
+
+void *__wrap_realloc(void *block, std::size_t size) {
+  if (heap.Refuses()) return nullptr;
+  if (!block) ++heap.alive;
+  return __real_realloc(block, size);
+}
+
+void __wrap_free(void *block) {
+  if (block) --heap.alive;
+  __real_free(block);
+}
+
+char *__wrap_strdup(const char *text) {
+  const std::size_t size = std::strlen(text) + 1;
+  void *copy = __wrap_malloc(size);
+  return copy ? static_cast<char *>(std::memcpy(copy, text, size)) : nullptr;
+}
+}
