@@ -286,6 +286,10 @@ TYPED_TEST(BaselineTest, AnalyzerLearnsThenCounts) {
   for (int samples : {2, 1, 0}) {
     analyzer = {};
     ASSERT_EQ(A::AnalyzerInit(&analyzer, 10000, 10, 10), 0u);
+    EXPECT_THAT(
+        Printed([&] { A::AnalyzerPrint(&analyzer); }),
+        ::testing::StartsWith("Analyzer: Stage = Learning\nVmin = 0, Vmax = 0\nVtotal = 0, u32_no_of_samples = "
+                              "0\nLearner data:\nSamples: Expected = 10000, Got = 0\n"));
     EXPECT_EQ(A::AnalyzerValues(&analyzer, g_stats_percentile_1000, &untouched, 1), 1u);
     EXPECT_EQ(untouched.int_part, 7);
     for (int i = 0; i < samples; ++i) A::AnalyzerInsert(&analyzer, static_cast<V>(10 + i));

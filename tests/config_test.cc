@@ -25,8 +25,11 @@ TEST_F(ConfigTest, SetsReadsAndDeletesDgs) {
   EXPECT_EQ(flags, 2);
   EXPECT_EQ(SetDg(3, "a", &all), 0u);
   EXPECT_EQ(std::tuple(flags, buckets, type, interval), std::tuple(2, 7u, 0u, 0u));  // no type: interval not read
-  type = 1, interval = 5;
+  type = 2, interval = 5;
   EXPECT_EQ(SetDg(0, "a", &all), 0u);
+  type = 1;
+  zor_process_attr_t type_alone = {nullptr, nullptr, &type, nullptr};
+  EXPECT_EQ(SetDg(0, "a", &type_alone), 0u);  // the interval stays
   type = interval = 0;
   EXPECT_EQ(SetDg(3, "a", &all), 0u);
   EXPECT_EQ(std::tuple(type, interval), std::tuple(1u, 5u));
@@ -122,6 +125,9 @@ TEST_F(ConfigTest, SetsReadsAndDeletesObjects) {
   flags = 4;
   EXPECT_EQ(set(1), 0u);
   EXPECT_EQ(flags, 2);
+  flags = 0;
+  EXPECT_EQ(set(3), 0u);
+  EXPECT_EQ(flags, 2);
   EXPECT_EQ(zor_process_engine_set_object(&engine, 1, "ifstats", &name, nullptr), 0u);
   name = "rx";  // the record's own name went with it
   EXPECT_EQ(set(3), 5u);
@@ -147,4 +153,45 @@ TEST_F(ConfigTest, HandsOutIdentifiers) {
   EXPECT_STREQ(zor_proc_get_error_string_list(14), "ZOR_PROCESS_ERROR_INVALID_POLL_INTERVAL");
   EXPECT_STREQ(zor_proc_get_error_string_list(16), "Max Limit");
   EXPECT_NE(zor_proc_get_error_string_list(17), nullptr);
+}
+
+// What is missing or unknown, at every level and in every call.
+TEST_F(ConfigTest, AnswersForWhatIsNotThere) {
+  const char *none = nullptr, *unknown = "unknown";
+  std::uint32_t range_type = 0;
+  zor_process_attr_t attr = {};
+  zor_process_object_attr_t object_attr = {}, range_attr = {nullptr, nullptr, nullptr, &range_type, nullptr};
+  MakeDg(0);
+  ASSERT_EQ(MakeObject("rx", 1), 0u);
+  for (const std::uint32_t operation : {0u, 1u, 2u}) {
+    EXPECT_EQ(zor_process_engine_set_dg(&engine, operation, &none, &attr), 1u);
+    EXPECT_EQ(zor_process_engine_set_object_instance(&engine, operation, "ifstats", "rx", nullptr), 1u);
+    EXPECT_EQ(zor_process_engine_set_object_instance(&engine, operation, "unknown", "rx", &unknown), 4u);
+    EXPECT_EQ(zor_process_engine_set_object(&engine, operation, "ifstats", nullptr, &object_attr), 1u);
+    if (operation == 2) continue;
+    EXPECT_EQ(zor_process_engine_set_object(&engine, operation, "ifstats", &none, &object_attr), 1u);
+    EXPECT_EQ(zor_process_engine_set_object_instance(&engine, operation, "ifstats", "rx", &none), 1u);
+  }
+  EXPECT_EQ(zor_process_engine_set_object_instance(&engine, 1, "ifstats", "rx", &unknown), 6u);  // never had any
+  EXPECT_EQ(zor_process_engine_set_dg(nullptr, 0, &unknown, &attr), 1u);
+  EXPECT_EQ(zor_process_engine_set_object(nullptr, 0, "ifstats", &unknown, nullptr), 4u);
+  EXPECT_EQ(zor_process_engine_set_object(&engine, 3, "ifstats", &none, nullptr), 1u);
+  EXPECT_EQ(zor_process_engine_set_object(&engine, 3, "ifstats", &none, &range_attr), 0u);
+  EXPECT_STREQ(none, "rx");
+  EXPECT_EQ(zor_process_engine_set_object(&engine, 0, "ifstats", &none, nullptr), 0u);  // nothing to set
+  EXPECT_EQ(zor_process_engine_set_object(&engine, 1, "ifstats", &none, &object_attr), 0u);
+  EXPECT_EQ(zor_process_engine_get_object_name_byid(&engine, "unknown", 1), nullptr);
+  EXPECT_EQ(zor_process_object_get_id_byname(&engine, "ifstats", nullptr), 0u);
+  zor_process_engine_set_poll_interval(&engine, "unknown", 10);
+
+  // Before the first message there is nothing to clear, to walk or to print; nor is there in another DG.
+  zor_process_data_cursor_t cursor = Cursor(), other = {"unknown", nullptr, nullptr, nullptr, 0};
+  for (zor_process_data_cursor_t *dg : {&cursor, &other}) {
+    EXPECT_EQ(Next(*dg), "(null)");
+    EXPECT_EQ(dg->dg, nullptr);
+    EXPECT_EQ(
+        Printed([&] { zor_process_engine_print_object_instance_data(&engine, dg, nullptr, nullptr, nullptr, 7); }),
+        "");
+  }
+  EXPECT_EQ(zor_process_engine_clear_dg_data(&engine, "ifstats", 7, 0), 0u);
 }

@@ -72,6 +72,30 @@ TEST_F(EngineTest, RefusesTemplatesAndRowsThatDoNotFit) {
   row[3] = nullptr;
   EXPECT_EQ(refused(), 10u);
   EXPECT_EQ(Send(1, 0, nullptr), 10u);
+  ASSERT_EQ(SetDg(ZOR_PROCESS_OPER_CLEAR, "ifstats"), 0u);
+  EXPECT_EQ(Send(0, 2, nullptr), 8u);
+
+  // A key alone, and the column of an object that is switched off: rows pass, and leave nothing behind.
+  for (const auto &columns : {std::vector<Column>{{"key", 0}}, {{"key", 0}, {"off", kUint64}}}) {
+    ASSERT_EQ(SetDg(ZOR_PROCESS_OPER_CLEAR, "ifstats"), 0u);
+    ASSERT_EQ(Template(columns), 0u);
+    EXPECT_EQ(Row("a", {std::uint64_t{1}}), 0u);
+    EXPECT_EQ(EndOfPoll(), 0u);
+    EXPECT_EQ(zor_process_engine_clear_dg_data(&engine, "ifstats", 7, 0), 0u);
+    cursor = Cursor();
+    EXPECT_EQ(Next(cursor), "(null)");
+    EXPECT_EQ(cursor.entry, nullptr);
+  }
+  // A cell of a length without a value, and one that is missing, are empty too.
+  ASSERT_EQ(SetDg(ZOR_PROCESS_OPER_CLEAR, "ifstats"), 0u);
+  ASSERT_EQ(MakeObject("counter", 1, 1), 0u);
+  ASSERT_EQ(Template({{"key", 0}, {"rx", kUint64}, {"counter", kUint64}}), 0u);
+  EXPECT_EQ(Report(1, "counter").at(1), "\nNumber of samples: 0\n");  // nothing has primed it
+  zor_process_cell_t without_value = {0, 8, nullptr};
+  void *empty[] = {&cells[0], &without_value, nullptr};
+  EXPECT_EQ(Send(1, 0, empty), 0u);
+  cursor = Cursor();
+  EXPECT_EQ(Next(cursor), "(null)");
 }
 
 TEST_F(EngineTest, FollowsTheConfigurationOfItsObjects) {
@@ -105,6 +129,10 @@ TEST_F(EngineTest, FollowsTheConfigurationOfItsObjects) {
   const char *tx = "tx";
   EXPECT_EQ(zor_process_engine_set_object(&engine, 1, "ifstats", &tx, nullptr), 0u);
   EXPECT_EQ(Row("eth0", {std::uint64_t{6}, std::uint64_t{7}}), 5u);
+  cursor = Cursor();
+  for (int i = 0; i < 2; ++i) Next(cursor);
+  EXPECT_EQ(Next(cursor), "(null)");  // the walk ends before it
+  EXPECT_EQ(cursor.entry, nullptr);
   EXPECT_EQ(Report(1, "tx").front(), "\nObjectname       : tx\n");  // its data stays, without a sample count
   EXPECT_THAT(Report(8), ::testing::ElementsAre("\nObjectname       : rx\n", "\nNumber of samples: 2\n",
                                                 "\nObjectname       : tx\n"));

@@ -107,12 +107,14 @@ TEST_F(EntryTest, RendersNegativeValuesAndAbsentStatistics) {
   EXPECT_THAT(Report(6), ::testing::Contains("Not configured\n"));
 
   // Asked for later than the data began: the instance is named by the cursor, and the walk goes on after it.
-  ASSERT_EQ(MakeObject("balance", 4), 0u);
-  cursor = Cursor();
-  EXPECT_EQ(Next(cursor), "(null)");
-  EXPECT_NE(cursor.entry, nullptr);
-  EXPECT_EQ(Next(cursor), "(null)");
-  EXPECT_EQ(cursor.entry, nullptr);
+  for (const std::uint16_t later : {ZOR_PROCESS_FLAG_BASELINE, ZOR_PROCESS_FLAG_PERCENTILE}) {
+    ASSERT_EQ(MakeObject("balance", later), 0u);
+    cursor = Cursor();
+    EXPECT_EQ(Next(cursor), "(null)");
+    EXPECT_NE(cursor.entry, nullptr);
+    EXPECT_EQ(Next(cursor), "(null)");
+    EXPECT_EQ(cursor.entry, nullptr);
+  }
   // Without a handle the report goes to standard output.
   const zor_process_data_cursor_t dg = Cursor();
   EXPECT_THAT(
@@ -166,6 +168,7 @@ TYPED_TEST(TypedEntryTest, ServesThroughTheTables) {
   entry = create(0, 0, nullptr, 100);
   ASSERT_NE(entry, nullptr);
   EXPECT_EQ(entry->summary, nullptr);
+  g_zor_poi_entry_clear_funcs[slot](3, entry, 0);  // it has nothing to clear
   const V value = 1;
   EXPECT_EQ(g_zor_poi_entry_insert_funcs[slot](entry, &value, &ended), 0);
   EXPECT_EQ(this->Take(g_zor_poi_entry_get_data_funcs[slot](4, "dg", "object", 2, nullptr, entry)), "");

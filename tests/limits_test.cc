@@ -133,13 +133,20 @@ TYPED_TEST(TypedLimitsTest, BaselinesReachBothEndsOfTheType) {
       for (const V v : samples) EXPECT_EQ(A::AnalyzerInsert(&analyzer, v), 0);
       ASSERT_EQ(analyzer.stage, STATS_ANALYZER_ANALYZING);
       std::uint32_t counted = 0;
-      for (const V v : {this->kMin, this->kMax, V(this->kMin / 2 + this->kMax / 2)}) {
+      for (const V v : {this->kMin, this->kMax, V(this->kMin / 2 + this->kMax / 2), this->kMax, this->kMin}) {
         analyzer.summary.Vtotal = 0;
         const auto code = A::AnalyzerInsert(&analyzer, v);
         EXPECT_THAT(code, ::testing::AnyOf(0, 1));
         counted += code == 0;
       }
       EXPECT_EQ(analyzer.summary.u32_no_of_samples, counted);
+      typename A::FixedPoint values[9];
+      EXPECT_EQ(A::AnalyzerValues(&analyzer, g_stats_percentile_1000, values, 9), 0u);
+      // A bucket as wide as the type has no width as a number of a signed one: samples above it are not found.
+      const bool found = static_cast<V>(analyzer.dynamic_counters.Range) > 0;
+      EXPECT_EQ(std::tuple(values[0].int_part, values[8].int_part),
+                found ? std::tuple(this->kMin, this->kMax) : std::tuple(V{0}, V{0}));
+      for (int i = 1; i < 9; ++i) EXPECT_GE(values[i].int_part, values[i - 1].int_part) << i;
       A::AnalyzerUninit(&analyzer);
     }
   }

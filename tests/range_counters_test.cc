@@ -147,7 +147,8 @@ TYPED_TEST(RangeCountersTest, FindsRanksOutsideTheRange) {
   EXPECT_EQ(beyond.code, 2u);
   EXPECT_EQ(beyond.cursor, 1u);
   // So do extremes that contradict the counts by more than rounding can.
-  const auto contradicted = Find<V>(this->record, {2}, 3, 60, 70);
+  EXPECT_EQ(Find<V>(this->record, {2}, 3, 57, 70).vk, std::vector<V>{55});
+  const auto contradicted = Find<V>(this->record, {2}, 3, 58, 70);
   EXPECT_EQ(contradicted.code, 2u);
   EXPECT_EQ(contradicted.cursor, 0u);
 }
