@@ -124,7 +124,16 @@ class AllocationFailureTest : public EngineTest {
       zor_process_attr_t common = {&flags, &buckets, &polls, &every};
       zor_process_object_attr_t attr = {&id, &common, nullptr, &range_type, range};
       const char *name = object.name;
-      return zor_process_engine_set_object(&engine, ZOR_PROCESS_OPER_SET, "ifstats", &name, &attr);
+      const std::uint32_t code =
+          zor_process_engine_set_object(&engine, ZOR_PROCESS_OPER_SET, "ifstats", &name, &attr);
+      // The settings are there, but for a range that could not be kept.
+      std::uint64_t kept[2] = {7, 7};
+      attr.range = kept;
+      if (zor_process_engine_set_object(&engine, ZOR_PROCESS_OPER_GET, "ifstats", &name, &attr) == 0) {
+        EXPECT_EQ(std::tuple(flags, id != 0, every), std::tuple(object.flags, true, kLearnt));
+        EXPECT_EQ(kept[1], code != 0 || range_type == 0 ? 7u : 99u);
+      }
+      return code;
     };
     const auto set_dg = [&] {
       std::uint32_t polls = 1, every = kClearInterval;
@@ -293,6 +302,24 @@ TEST_F(AllocationFailureTest, Engine) {
     kel_hashset_free(&engine.dgs);
     return records;
   });
+}
+
+// Lines are numbered as they arrive: one that there was no memory for leaves no gap.
+TEST_F(AllocationFailureTest, Report) {
+  ASSERT_TRUE(Configure());
+  CheckedRow("k0", 1);
+  zor_process_print_handle_t handle = {zor_datalist_create(), 0, {}, nullptr, 0};
+  const zor_process_data_cursor_t dg = Cursor();
+  heap = {1, false, false, 0, heap.alive};  // the buffer of the first line
+  Armed([&] {
+    zor_process_engine_print_object_instance_data_with_handle(&engine, &dg, "u32", nullptr, nullptr, 1, &handle);
+  });
+  pvg_prt_handle = nullptr;
+  zor_datalist_item_t item = {};
+  ASSERT_EQ(zor_datalist_get(handle.datalist, 0, &item), 0);
+  EXPECT_EQ(std::tuple(std::string(item.name), std::string(item.text), handle.buf_count),
+            std::tuple("buf1", "\nNumber of samples: 1\n", 7));
+  zor_datalist_free(handle.datalist);
 }
 
 // The statistics themselves, and the entry operations through the tables.
