@@ -107,6 +107,9 @@ TYPED_TEST(BaselineTest, LearnerCutsOffBothTails) {
   EXPECT_EQ(A::LearnerInit(&learner, 0), 1u);
   ASSERT_EQ(A::LearnerInit(&learner, 10000), 0u);
   A::LearnerLearn(&learner, 5);
+  std::uint32_t rank = 1, cursor = 0;
+  V vk, vk1;
+  EXPECT_EQ(A::LearnerFind(&learner, &rank, 1, 5, 5, &vk, &vk1, nullptr, 1, &cursor), 2u);  // not complete
   EXPECT_EQ(Printed([&] { A::LearnerPrint(&learner); }),
             "Learner data:\nSamples: Expected = 10000, Got = 1\nSorted-Array => Size = 14, Valid-Length = 1\n"
             "Sorted-Array-Content => [5]\nSorted-Array => Size = 14, Valid-Length = 0\nSorted-Array-Content => \n");
@@ -232,6 +235,12 @@ TYPED_TEST(BaselineTest, FindsRanksAcrossTheWholeDistribution) {
   EXPECT_EQ(capped.vk1[2], at(100));  // the range, empty, follows the buckets below it
   EXPECT_GE(capped.vk[4], at(210));
   EXPECT_LE(capped.vk1[5], at(700));
+  Around<V> without(at(100), at(199), 10, 0);  // and without any bucket
+  for (int d : {10, 20, 30, 150, 500, 600}) without.Insert(at(d));
+  ASSERT_EQ(without.Find({2, 3, 4, 5}), 0u);
+  EXPECT_LT(without.vk[1], at(100));
+  EXPECT_EQ(without.vk1[1], at(100));
+  EXPECT_GE(without.vk[3], at(200));
   // An extreme in the outermost bucket leaves no room for exceptions beyond it: such a rank cannot be served.
   for (int d : {90, 50}) ASSERT_EQ(capped.Insert(at(d)), d == 50 ? 2 : 0);
   Around<V> cornered(at(100), at(199), 10, 1);

@@ -182,7 +182,7 @@ TEST_F(ConfigTest, AnswersForWhatIsNotThere) {
   EXPECT_EQ(zor_process_engine_set_object(&engine, 1, "ifstats", &none, &object_attr), 0u);
   EXPECT_EQ(zor_process_engine_get_object_name_byid(&engine, "unknown", 1), nullptr);
   EXPECT_EQ(zor_process_object_get_id_byname(&engine, "ifstats", nullptr), 0u);
-  zor_process_engine_set_poll_interval(&engine, "unknown", 10);
+  zor_process_engine_set_poll_interval(&engine, nullptr, 10);
 
   // Before the first message there is nothing to clear, to walk or to print; nor is there in another DG.
   zor_process_data_cursor_t cursor = Cursor(), other = {"unknown", nullptr, nullptr, nullptr, 0};

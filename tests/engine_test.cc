@@ -91,9 +91,10 @@ TEST_F(EngineTest, RefusesTemplatesAndRowsThatDoNotFit) {
   ASSERT_EQ(MakeObject("counter", 1, 1), 0u);
   ASSERT_EQ(Template({{"key", 0}, {"rx", kUint64}, {"counter", kUint64}}), 0u);
   EXPECT_EQ(Report(1, "counter").at(1), "\nNumber of samples: 0\n");  // nothing has primed it
-  zor_process_cell_t without_value = {0, 8, nullptr};
-  void *empty[] = {&cells[0], &without_value, nullptr};
+  zor_process_cell_t without_value = {0, 8, nullptr}, without_length = {0, 0, &one};
+  void *empty[] = {&cells[0], &without_value, nullptr}, *short_cell[] = {&cells[0], &without_length, nullptr};
   EXPECT_EQ(Send(1, 0, empty), 0u);
+  EXPECT_EQ(Send(1, 0, short_cell), 0u);
   cursor = Cursor();
   EXPECT_EQ(Next(cursor), "(null)");
 }
@@ -154,6 +155,7 @@ TEST_F(EngineTest, ConvertsRangesToTheColumnsType) {
       {1, 3, 0, int32_max + 1, 15},
       {1, 4, 0, int32_max, 0},
       {1, 4, 0, int32_max + 1, 15},
+      {1, 4, int32_max + 1, 0, 15},
       {2, 4, 0, uint32_max, 0},
       {2, 4, 0, uint32_max + 1, 15},
       {3, 4, 0, minus5, 15},

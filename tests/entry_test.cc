@@ -94,6 +94,11 @@ TEST_F(EntryTest, PrintsBucketBoundsInThousandths) {
   EXPECT_EQ(items.back(), "3         55.666        88.999        1\n");
   // A single bucket has no table: only the object's headings.
   EXPECT_EQ(Report(2, "narrow").size(), 4u);
+  // A summary asked for later is not kept.
+  ASSERT_EQ(MakeObject("drift", 1), 0u);
+  auto cursor = Cursor();
+  EXPECT_EQ(Next(cursor), "(null)");
+  EXPECT_NE(cursor.entry, nullptr);
 }
 
 TEST_F(EntryTest, RendersNegativeValuesAndAbsentStatistics) {

@@ -47,7 +47,7 @@ TYPED_TEST(TypedLimitsTest, CountersStopOrWrap) {
                                                                                   : 20);
     *counter = 65534;
     range.u16_no_of_samples = 65535;
-    EXPECT_NE(A::RangeInsert(&range, sample), 3);
+    EXPECT_EQ(A::RangeInsert(&range, sample), sample < 10 ? -1 : sample < 20 ? 0 : 1);
     EXPECT_EQ(std::tuple(*counter, range.u16_no_of_samples), std::tuple(65535, 0));
     EXPECT_EQ(A::RangeInsert(&range, sample), 3);
     EXPECT_EQ(std::tuple(*counter, range.u16_no_of_samples), std::tuple(65535, 0));

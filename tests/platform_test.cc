@@ -25,6 +25,7 @@ TEST(HashSet, SameAsAList) {
   EXPECT_EQ(kel_ext_hash_name_get(&set, "x"), nullptr);
   EXPECT_EQ(kel_hashset_first(&set), nullptr);
   kel_hashset_remove(&set, &records[0]);
+  EXPECT_EQ(kel_hashset_get(&set, &records[0]), nullptr);  // it has no name yet
   for (int step = 0; step < 20000; ++step) {
     const std::size_t i = random() % names.size();
     Record *record = &records[i];

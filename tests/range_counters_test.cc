@@ -56,17 +56,6 @@ TYPED_TEST(RangeCountersTest, CountsAtTheEndsOfTheType) {
   EXPECT_EQ(A::RangeInsert(&this->record, kMax - 1), -1);
 }
 
-TYPED_TEST(RangeCountersTest, RefusesWhatAFullCounterCannotTake) {
-  using A = Api<TypeParam>;
-  this->Init(10, 19, 1);
-  for (int i = 0; i < 65535; ++i) ASSERT_EQ(A::RangeInsert(&this->record, 12), 0);
-  const auto before = this->record.u16_no_of_samples;
-  EXPECT_EQ(A::RangeInsert(&this->record, 12), 3);
-  EXPECT_EQ(this->record.u16_no_of_samples, before);
-  EXPECT_EQ(A::RangeInsert(&this->record, 9), -1);
-  EXPECT_EQ(this->record.u16_no_of_samples, 0);  // modulo 65536
-}
-
 namespace {
 
 template <class V>
