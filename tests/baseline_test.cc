@@ -304,6 +304,11 @@ TYPED_TEST(BaselineTest, AnalyzerLearnsThenCounts) {
     for (int i = 0; i < samples; ++i) A::AnalyzerInsert(&analyzer, static_cast<V>(10 + i));
     A::AnalyzerClear(&analyzer);
     EXPECT_EQ(analyzer.stage, samples ? STATS_ANALYZER_ANALYZING : STATS_ANALYZER_ERROR);
+    for (std::uint32_t rank : {3u, 9999u}) {  // places that hold no sample
+      std::uint32_t cursor = 0;
+      V vk, vk1;
+      EXPECT_EQ(A::LearnerFind(&analyzer.learner, &rank, 10000, 0, 9, &vk, &vk1, nullptr, 1, &cursor), 2u);
+    }
     EXPECT_EQ(A::AnalyzerInsert(&analyzer, V{10}), samples ? 0 : -3);
     if (samples) {
       EXPECT_EQ(analyzer.range_counters.End, static_cast<V>(10 + samples));
