@@ -167,7 +167,8 @@ void WalkRange(const Search<V> &search) {
   }
 }
 
-// Serves ranks above the range: from the nodes, then from the exceptions, assumed to lie above the last one.
+// Serves ranks above the range: from the nodes, then from the exceptions, assumed to lie above the last one. A rank
+// that a lower walk passed by without serving it wraps below `below`, beyond every count, and ends the lookup.
 template <class V>
 void WalkMaxList(const Search<V> &search) {
   const DynamicList<V> &list = search.counters.max_list;

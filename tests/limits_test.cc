@@ -93,10 +93,10 @@ TYPED_TEST(TypedLimitsTest, SumsReachBothEndsOf64Bits) {
 // there can be: what is rendered are the samples themselves at the extremes, and values between them elsewhere.
 TYPED_TEST(TypedLimitsTest, RangesReachBothEndsOfTheType) {
   using V = TypeParam;
-  constexpr V kMiddle = V(this->kMin / 2 + this->kMax / 2);
+  const V middle = V(this->kMin / 2 + this->kMax / 2);
   constexpr std::uint32_t slot = Api<V>::kTypeCode - 1;
   const V ranges[][2] = {{this->kMin, this->kMax},    {this->kMin, this->kMin}, {this->kMax, this->kMax},
-                         {this->kMin, kMiddle},       {kMiddle, this->kMax},    {this->kMax - 1, this->kMax},
+                         {this->kMin, middle},        {middle, this->kMax},     {this->kMax - 1, this->kMax},
                          {this->kMin, this->kMin + 1}};
   for (const auto &range : ranges) {
     for (const std::uint32_t buckets : {1u, 65535u}) {
@@ -104,7 +104,7 @@ TYPED_TEST(TypedLimitsTest, RangesReachBothEndsOfTheType) {
           g_zor_poi_entry_create_funcs[slot]("key", 0, ZOR_PROCESS_FLAG_PERCENTILE, range, buckets, 1, nullptr));
       ASSERT_NE(entry, nullptr);
       std::uint32_t ended = 0;
-      for (const V v : {this->kMin, kMiddle, this->kMax, this->kMin, this->kMax}) {
+      for (const V v : {this->kMin, middle, this->kMax, this->kMin, this->kMax}) {
         entry->summary->Vtotal = 0;  // the sum is another matter
         EXPECT_EQ(g_zor_poi_entry_insert_funcs[slot](entry, &v, &ended), 0);
       }
