@@ -2,12 +2,11 @@
 #ifndef ZORSTAT_CAPTURE_H_
 #define ZORSTAT_CAPTURE_H_
 
-#include <cstdio>
 #include <string>
 
 namespace zorstat {
 
-// While it lives, what is printed goes to a temporary file. Throws Error where that cannot be arranged.
+// While it lives, what is printed goes to a file in memory. Throws Error where that cannot be arranged.
 class StdoutCapture {
  public:
   StdoutCapture();
@@ -19,7 +18,7 @@ class StdoutCapture {
   std::string Take();
 
  private:
-  std::FILE *file_;
+  int file_;
   int saved_stdout_ = -1;
 };
 

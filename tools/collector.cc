@@ -6,6 +6,8 @@
 #include <cstring>
 #include <string_view>
 
+#include "error.h"
+
 namespace zorstat {
 namespace {
 
@@ -17,6 +19,10 @@ uint32_t Width(zor_process_data_type_t type) {
   return type == ZOR_PROCESS_DATA_TYPE_INT64 || type == ZOR_PROCESS_DATA_TYPE_UINT64 ? 8 : 4;
 }
 
+bool HasBuckets(const ObjectPlan &plan) {
+  return (plan.statistics & (ZOR_PROCESS_FLAG_DISTRIBUTION | ZOR_PROCESS_FLAG_PERCENTILE)) != 0;
+}
+
 }  // namespace
 
 Collector::Collector(const Table &table, const std::vector<ObjectPlan> &plans, const Settings &settings,
@@ -25,12 +31,20 @@ Collector::Collector(const Table &table, const std::vector<ObjectPlan> &plans, c
       headers_wanted_(settings.headers),
       cells_(table.columns.size() + 1),
       cell_pointers_(table.columns.size() + 1) {
-  if (settings.clear) clear_polls_ = ClearPolls(*settings.clear, poll_interval);
+  if (settings.clear) {
+    clear_polls_ = ClearPolls(*settings.clear, poll_interval);
+  } else if (std::any_of(plans.begin(), plans.end(), HasBuckets)) {
+    clear_polls_ = kLargestCount;  // a bucket counts no further
+  }
   if (settings.percentile) percentile_ = settings.percentile->value;
   if (settings.instances) expected_instances_ = settings.instances->value;
   for (const ObjectPlan &plan : plans) {
-    std::optional<uint32_t> clear_polls = clear_polls_;
-    if (plan.clear) clear_polls = ClearPolls(*plan.clear, poll_interval);
+    std::optional<uint32_t> clear_polls;
+    if (plan.clear) {
+      clear_polls = ClearPolls(*plan.clear, poll_interval);
+    } else if (plan.statistics != ZOR_PROCESS_FLAG_BASELINE) {
+      clear_polls = clear_polls_;
+    }
     groups_.emplace_back(dg, table.columns[plan.column].name, plan, poll_interval, clear_polls);
   }
   learning_.resize(groups_.size());
@@ -73,45 +87,51 @@ void Collector::AddRows(const Poll &poll, const std::string &source) {
   }
 }
 
-std::string Collector::EndPoll() {
+void Collector::EndPoll(std::string *records) {
+  const size_t start = records->size();
   Deliver(ZOR_PROCESS_MSG_END_OF_POLL, 0, nullptr, "end of poll");
   const bool cleared = clear_polls_ && ++polls_since_clear_ == *clear_polls_;
   if (cleared) {
     polls_since_clear_ = 0;
     rest_ = false;
   }
-  std::string records;
   for (Group &group : groups_) {
     // A baseline fills its buffers on its own, whenever its samples are enough.
-    if (cleared || group.is_baseline()) group.TakeRecords(&records);
+    if (cleared || group.is_baseline()) group.TakeRecords(records);
   }
-  return WithHeaders(std::move(records));
+  InsertHeaders(start, records);
 }
 
-std::string Collector::Finish() {
-  std::string records;
+void Collector::Finish(std::string *records) {
+  const size_t start = records->size();
+  FirstFailure failure;
   for (size_t i = 0; i < groups_.size(); ++i) {
-    if (rest_ || groups_[i].is_baseline()) learning_[i] = groups_[i].TakeRest(&records);
+    failure.Try([&] {
+      if (rest_ || groups_[i].is_baseline()) learning_[i] = groups_[i].TakeRest(records);
+    });
   }
-  return WithHeaders(std::move(records));
+  failure.Try([&] { InsertHeaders(start, records); });
+  failure.Rethrow();
 }
 
-std::string Collector::WithHeaders(std::string records) {
-  if (!headers_wanted_ || records.empty()) return records;
-  std::string text;
-  headers_wanted_ = false;
+void Collector::InsertHeaders(size_t position, std::string *records) {
+  if (!headers_wanted_ || records->size() == position) return;
+  bool all_known = true;
   for (Group &group : groups_) {
     const std::string headers = group.Headers();
-    if (headers.empty()) headers_wanted_ = true;  // until it has an instance
+    if (headers.empty()) all_known = false;  // until it has an instance
     for (size_t start = 0; start < headers.size();) {
       size_t end = headers.find('\n', start);
       end = headers.find('\n', end + 1) + 1;
       const std::string header = headers.substr(start, end - start);
-      if (headers_written_.insert(header).second) text += header;
       start = end;
+      if (headers_written_.count(header) != 0) continue;
+      records->insert(position, header);
+      position += header.size();
+      headers_written_.insert(header);
     }
   }
-  return text + records;
+  headers_wanted_ = !all_known;
 }
 
 std::string Collector::Report() {

@@ -25,11 +25,12 @@ class Collector {
   // Delivers the rows of a poll. `source` names their origin in errors.
   void AddRows(const Poll &poll, const std::string &source);
 
-  // Ends the poll and returns the records that are due.
-  std::string EndPoll();
+  // Ends the poll and appends the records that are due. Here and below: also those there are before an Error is
+  // thrown.
+  void EndPoll(std::string *records);
 
-  // Returns the records of what the last clear left; called once, at the end.
-  std::string Finish();
+  // Appends the records of what the last clear, or a poll that failed, has left; called once, at the end.
+  void Finish(std::string *records);
 
   // The console report of the interval in progress.
   std::string Report();
@@ -39,7 +40,7 @@ class Collector {
 
  private:
   void Deliver(uint32_t kind, int32_t count, void **columns, const std::string &where);
-  std::string WithHeaders(std::string records);
+  void InsertHeaders(size_t position, std::string *records);
 
   const Table &table_;
   std::deque<Group> groups_;

@@ -1,9 +1,10 @@
-// The errors that end the program; main() turns them into one line on stderr and an exit status.
+// What goes wrong: the errors that end the program, and how they are told.
 #ifndef ZORSTAT_ERROR_H_
 #define ZORSTAT_ERROR_H_
 
 #include <fmt/format.h>
 
+#include <exception>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -31,9 +32,35 @@ class OutputError : public Error {
   bool broken_pipe_;
 };
 
+// Keeps the first failure for later, so that the steps after it are still taken. What cannot be written ends the
+// run at once.
+class FirstFailure {
+ public:
+  template <typename Step>
+  void Try(Step step) {
+    try {
+      step();
+    } catch (const OutputError &) {
+      throw;
+    } catch (const std::exception &) {  // no memory, too
+      if (!failure_) failure_ = std::current_exception();
+    }
+  }
+  void Rethrow() const {
+    if (failure_) std::rethrow_exception(failure_);
+  }
+
+ private:
+  std::exception_ptr failure_;
+};
+
 inline std::string Refusal(std::string_view where, std::string_view value, std::string_view expected) {
   return fmt::format("{}: '{}': expected {}", where, value, expected);
 }
+
+// Writes one line to standard error, whatever the message holds. Needs no memory, and says nothing when standard
+// error is gone.
+void Complain(std::string_view message) noexcept;
 
 }  // namespace zorstat
 

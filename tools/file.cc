@@ -6,16 +6,12 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <filesystem>
 
 #include "error.h"
 #include "text.h"
 
 namespace zorstat {
-namespace {
-
-constexpr size_t kBufferSize = size_t{256} * 1024;
-
-}  // namespace
 
 int OpenForReading(const std::string &path) {
   const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
@@ -53,14 +49,31 @@ bool IsSameFile(const std::string &path, int fd) {
          named.st_dev == opened.st_dev && named.st_ino == opened.st_ino;
 }
 
-Output::Output(const std::string &path)
-    : name_(path == "-" ? "standard output" : path),
-      fd_(path == "-" ? STDOUT_FILENO : open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)) {
-  if (fd_ < 0) Fail("open");
+Output::Output(const std::string &path) : name_(path == "-" ? "standard output" : path), target_(path) {
+  if (path == "-") {
+    fd_ = STDOUT_FILENO;
+    return;
+  }
+  struct stat old;
+  const bool exists = stat(path.c_str(), &old) == 0;
+  if (exists && !S_ISREG(old.st_mode)) {
+    fd_ = open(path.c_str(), O_WRONLY | O_CLOEXEC);  // a device or a pipe
+    if (fd_ < 0) Fail("open");
+    return;
+  }
+  if (exists) {
+    if (access(path.c_str(), W_OK) != 0) Fail("open");
+    target_ = std::filesystem::canonical(path);  // a link stays
+  }
+  beside_ = fmt::format("{}.{}.part", target_, getpid());
+  fd_ = open(beside_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0666);
+  if (fd_ < 0) Fail("create a file beside it");
+  if (exists) fchmod(fd_, old.st_mode);
 }
 
 Output::~Output() {
   if (fd_ >= 0 && fd_ != STDOUT_FILENO) close(fd_);
+  if (!beside_.empty()) unlink(beside_.c_str());
 }
 
 void Output::Fail(const char *action) const {
@@ -69,25 +82,40 @@ void Output::Fail(const char *action) const {
 }
 
 void Output::Write(std::string_view lines) {
-  buffer_.append(lines);
-  if (buffer_.size() >= kBufferSize) Flush();
-}
-
-void Output::Flush() {
-  std::string_view rest = buffer_;
-  while (!rest.empty()) {
-    const ssize_t written = write(fd_, rest.data(), rest.size());
+  size_t done = 0;
+  while (done < lines.size()) {
+    const ssize_t written = write(fd_, lines.data() + done, lines.size() - done);
     if (written >= 0) {
-      rest.remove_prefix(static_cast<size_t>(written));
+      done += static_cast<size_t>(written);
     } else if (errno != EINTR) {
+      const int error = errno;
+      TakeBack(done);
+      errno = error;
       Fail("write");
     }
   }
-  buffer_.clear();
+}
+
+// Only where the bytes are the last ones of the file: others may write to standard output as well.
+void Output::TakeBack(size_t bytes) const {
+  struct stat status;
+  const off_t end = lseek(fd_, 0, SEEK_CUR);
+  if (bytes == 0 || end < 0 || fstat(fd_, &status) != 0 || !S_ISREG(status.st_mode) || status.st_size != end)
+    return;
+  const off_t start = end - static_cast<off_t>(bytes);
+  if (ftruncate(fd_, start) == 0) lseek(fd_, start, SEEK_SET);
+}
+
+void Output::Publish() {
+  if (beside_.empty()) return;
+  // Some file systems find out only now that there is no space; what takes the old file's place is to be there.
+  if (fsync(fd_) != 0 && errno != EINVAL) Fail("write");
+  if (rename(beside_.c_str(), target_.c_str()) != 0) Fail("rename what was written beside it");
+  beside_.clear();
 }
 
 void Output::Close() {
-  Flush();
+  Publish();
   const int fd = fd_;
   fd_ = -1;
   if (close(fd) != 0) Fail("close");

@@ -2,8 +2,10 @@
 
 #include <fmt/format.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <memory>
+#include <new>
 
 #include "capture.h"
 #include "error.h"
@@ -15,6 +17,7 @@ namespace {
 
 constexpr uint16_t kCleared =
     ZOR_PROCESS_FLAG_SUMMARY | ZOR_PROCESS_FLAG_DISTRIBUTION | ZOR_PROCESS_FLAG_PERCENTILE;
+constexpr uint16_t kBaseline = ZOR_PROCESS_FLAG_BASELINE;
 
 struct Free {
   void operator()(char *text) const { std::free(text); }
@@ -24,7 +27,7 @@ using Text = std::unique_ptr<char, Free>;
 std::string_view Meaning(uint32_t code) {
   switch (code) {
     case ZOR_PROCESS_ERROR_NO_MEMORY:
-      return "there is no memory, or the settings do not allow for such an instance";
+      return "out of memory";
     case ZOR_PROCESS_ERROR_INVALID_CLEAR_INTERVAL:
       return "an earlier record was not collected";
     case ZOR_PROCESS_ERROR_INVALID_RANGE:
@@ -54,17 +57,20 @@ uint32_t SamplesSinceRecord(const zor_process_data_cursor_t &cursor) {
   return kSampleCounts[cursor.oper_entry->data_type - 1](cursor.entry);
 }
 
-Text TakeBuffer(const zor_process_data_cursor_t &cursor) {
-  Text text(zor_process_engine_get_clear_buffer(&cursor));
-  if (text) zor_process_engine_set_clear_buffer(&cursor, nullptr);
-  return text;
+// Appends the cursor's record first and takes it from the library then, so that no failure loses it.
+void TakeBuffer(const zor_process_data_cursor_t &cursor, std::string *records) {
+  char *text = zor_process_engine_get_clear_buffer(&cursor);
+  if (text == nullptr) return;
+  records->append(text);
+  zor_process_engine_set_clear_buffer(&cursor, nullptr);
+  std::free(text);
 }
 
 class DataList {
  public:
   DataList() {
     handle_.datalist = zor_datalist_create();
-    if (handle_.datalist == 0) throw Error("no memory for the report");
+    if (handle_.datalist == 0) throw std::bad_alloc();
   }
   ~DataList() {
     if (pvg_prt_handle == &handle_) pvg_prt_handle = nullptr;
@@ -141,7 +147,10 @@ void Group::Configure(const ObjectPlan &plan, uint32_t poll_interval, std::optio
 }
 
 void Group::Process(const zor_process_msg_t &message, const std::string &where) {
-  const uint32_t code = zor_process_engine_process_data(&engine_, dg_.c_str(), &message);
+  errno = 0;
+  uint32_t code = zor_process_engine_process_data(&engine_, dg_.c_str(), &message);
+  // A baseline that lacks memory refuses the value as it does one that it has no bucket for; malloc() tells.
+  if (code == ZOR_PROCESS_ERROR_IN_DATA && errno == ENOMEM) code = ZOR_PROCESS_ERROR_NO_MEMORY;
   if (code == ZOR_PROCESS_ERROR_IN_DATA && message.kind == ZOR_PROCESS_MSG_ROW) {
     ++refused_;
     Clear(0, where);  // clears nothing but the latch
@@ -171,28 +180,23 @@ void Group::ForEachInstance(uint32_t output_mode, Visit visit) {
 }
 
 void Group::TakeRecords(std::string *records) {
-  ForEachInstance(0, [&](const zor_process_data_cursor_t &cursor) {
-    if (const Text text = TakeBuffer(cursor)) records->append(text.get());
-  });
+  ForEachInstance(0, [&](const zor_process_data_cursor_t &cursor) { TakeBuffer(cursor, records); });
 }
 
 uint64_t Group::TakeRest(std::string *records) {
-  const std::string where = "last records";
-  if (!is_baseline()) {
-    Clear(kCleared, where);
-    TakeRecords(records);
-    return 0;
-  }
-  Clear(ZOR_PROCESS_FLAG_BASELINE, where);
+  // What a poll that failed has left behind would not let the next record in.
+  FirstFailure failure;
+  failure.Try([&] { TakeRecords(records); });
+  failure.Try([&] { Clear(is_baseline() ? kBaseline : kCleared, "last records"); });
   uint64_t learning = 0;
-  ForEachInstance(0, [&](const zor_process_data_cursor_t &cursor) {
-    const Text text = TakeBuffer(cursor);
-    if (!text) {
-      ++learning;
-    } else if (SamplesSinceRecord(cursor) != 0) {
-      records->append(text.get());
-    }
+  failure.Try([&] {
+    ForEachInstance(0, [&](const zor_process_data_cursor_t &cursor) {
+      std::string repeated;
+      if (is_baseline() && zor_process_engine_get_clear_buffer(&cursor) == nullptr) ++learning;
+      TakeBuffer(cursor, is_baseline() && SamplesSinceRecord(cursor) == 0 ? &repeated : records);
+    });
   });
+  failure.Rethrow();
   return learning;
 }
 
@@ -200,10 +204,22 @@ std::string Group::Headers() {
   zor_process_data_cursor_t cursor = Start();
   const Text text(
       zor_process_engine_get_next_object_instance_data(&engine_, &cursor, ZOR_PROCESS_OUTPUT_SCHEMA_DEF));
+  if (!text && cursor.entry != nullptr) Check(ZOR_PROCESS_ERROR_NO_MEMORY, "headers", object_);
   return text ? text.get() : "";
 }
 
 std::string Group::Report(const std::optional<uint32_t> &percentile) {
+  // The library leaves out what it has no memory for, and only malloc() tells.
+  for (int attempts = 2; attempts > 0; --attempts) {
+    errno = 0;
+    std::string report = ReportOnce(percentile);
+    if (errno != ENOMEM) return report;
+  }
+  Check(ZOR_PROCESS_ERROR_NO_MEMORY, "report", object_);
+  return "";
+}
+
+std::string Group::ReportOnce(const std::optional<uint32_t> &percentile) {
   DataList list;
   const zor_process_data_cursor_t dg = Start();
   zor_process_engine_print_object_instance_data_with_handle(

@@ -30,7 +30,8 @@ class Group {
   // fails; a value that an instance refuses is only counted.
   void Process(const zor_process_msg_t &message, const std::string &where);
 
-  // Appends the records that stand in clear buffers.
+  // Appends the records that stand in clear buffers. Here and below: also those there are before an Error is
+  // thrown.
   void TakeRecords(std::string *records);
 
   // Appends the records of what was counted since the last clear or, for a baseline, since its last record. Returns
@@ -46,6 +47,7 @@ class Group {
   bool HasInstance(const std::string &name);
 
  private:
+  std::string ReportOnce(const std::optional<uint32_t> &percentile);
   void Configure(const ObjectPlan &plan, uint32_t poll_interval, std::optional<uint32_t> clear_polls);
   zor_process_data_cursor_t Start() const;
   template <typename Visit>

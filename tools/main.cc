@@ -1,16 +1,20 @@
 // zorstat: statistics of periodically polled counters, from poll files or from the running kernel.
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <cctype>
 #include <csignal>
+#include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <limits>
 #include <map>
+#include <new>
 #include <optional>
+#include <sstream>
 #include <string>
 
 #include "config_file.h"
@@ -19,6 +23,7 @@
 #include "session.h"
 #include "settings.h"
 #include "source.h"
+#include "stop.h"
 #include "zor/version.h"
 
 namespace zorstat {
@@ -39,14 +44,15 @@ constexpr const char *kRecordsFooter =
 constexpr const char *kReplayFooter =
     "\nPoll file: a line time,KEY,NAME[:TYPE],... and then a line per row of each poll:\n"
     "seconds since 1970, key, values. TYPE is i32, u32, i64 or u64 (the default). An empty\n"
-    "value is none; a new time begins a new poll; times do not go back.\n"
+    "value is none; a new time begins a new poll; times do not go back. A signal (SIGINT,\n"
+    "SIGTERM, SIGHUP) ends the run as a failure; what was counted is written first.\n"
     "\n"
     "Example: summaries and percentiles of two counters for every 6 polls, and a report:\n"
     "  zorstat replay polls.csv --cumulative all --objects rx_bytes,tx_bytes \\\n"
     "    --range 0:125000000 --clear 6 --report\n";
 
 constexpr const char *kLiveFooter =
-    "\nA signal (SIGINT, SIGTERM) ends the run; what was collected is written first.\n"
+    "\nA signal (SIGINT, SIGTERM, SIGHUP) ends the run; what was collected is written first.\n"
     "All columns are counters, whose samples are the differences from poll to poll, except\n"
     "the gauge in_flight of disk.\n"
     "\n"
@@ -72,7 +78,9 @@ constexpr TextOption kStatisticsOptions[] = {
     {"range", "LOW:HIGH",
      "values that the buckets cover, both included\n(default: all values of the column's type)"},
     {"clear", "N|HOURSh",
-     "write records and start anew after this many polls, or\nhours as in 2h (default: once, at the end);"
+     "write records and start anew after this many polls, or\nhours as in 2h (default: once, at the end; with "
+     "buckets at"
+     "\nthe latest after the 65535 polls that they can count);"
      " for a baseline:\nthe samples it learns from, and between records\n(default: 2000)"},
     {"objects", "LIST", "columns to count (default: all)"},
     {"instances", "LIST", "keys to count (default: all)"},
@@ -171,8 +179,11 @@ int Run(int argc, char **argv) {
   app.set_version_flag("--version", "zorstat " ZOR_PROCESS_VERSION);
   app.footer(
       "\nzorstat COMMAND --help tells more.\n"
-      "Exit status: 0; 1 for a failure, what came before it being written; 2 for wrong\n"
-      "options or settings.\n");
+      "Exit status: 0; 1 for a failure, what came before it being written (without a\n"
+      "message when nobody reads the output any more); 2 for wrong options or settings.\n"
+      "\n"
+      "An output file is written beside the one that has its name and takes its place with\n"
+      "its first lines (live, record) or when it is complete (replay).\n");
 
   CLI::App *replay = app.add_subcommand("replay", "count the polls of a file");
   Options replay_options(replay);
@@ -200,14 +211,22 @@ int Run(int argc, char **argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError &error) {
-    if (error.get_exit_code() == 0) return app.exit(error);  // help
+    if (error.get_exit_code() == 0) {  // help
+      std::ostringstream text;
+      app.exit(error, text);
+      Output out("-");
+      out.Write(text.str());
+      out.Close();
+      return 0;
+    }
     std::string message = error.what();
     if (message.size() > 1 && std::isupper(static_cast<unsigned char>(message[1])) == 0) {  // not a name as FILE is
       message[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(message[0])));
     }
-    fmt::print(stderr, "zorstat: {} (see --help)\n", message);
+    Complain(message + " (see --help)");
     return kUsage;
   }
+  CatchStopSignals();
   if (replay->parsed()) Replay(replay_options);
   if (live->parsed()) Live(live_options);
   if (record->parsed()) RecordPolls(record_options);
@@ -217,19 +236,53 @@ int Run(int argc, char **argv) {
 }  // namespace
 }  // namespace zorstat
 
+namespace {
+
+constexpr char kOutOfMemory[] = "out of memory";
+
+// Where there is no memory even for an exception, in the initialisation of static objects too: hence this early.
+[[gnu::constructor(101)]] void EndCleanlyWithoutMemory() {
+  std::set_terminate([] {
+    try {
+      if (std::current_exception()) throw;
+    } catch (const std::bad_alloc &) {
+    } catch (...) {
+      std::abort();
+    }
+    zorstat::Complain(kOutOfMemory);
+    _exit(zorstat::kFailure);
+  });
+}
+
+// A file opened in the place of a standard one that was closed would get what is meant for that. What takes the
+// place here can only fail.
+void FillStandardDescriptors() {
+  for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (fcntl(fd, F_GETFD) < 0) open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+  }
+}
+
+}  // namespace
+
 int main(int argc, char **argv) {
+  FillStandardDescriptors();
+  // Told by the write that fails.
   std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);
   try {
     return zorstat::Run(argc, argv);
   } catch (const zorstat::OutputError &error) {
     // A reader that went away knows it.
-    if (!error.broken_pipe()) fmt::print(stderr, "zorstat: {}\n", error.what());
+    if (!error.broken_pipe()) zorstat::Complain(error.what());
     return zorstat::kFailure;
   } catch (const zorstat::SettingsError &error) {
-    fmt::print(stderr, "zorstat: {}\n", error.what());
+    zorstat::Complain(error.what());
     return zorstat::kUsage;
+  } catch (const std::bad_alloc &) {
+    zorstat::Complain(kOutOfMemory);
+    return zorstat::kFailure;
   } catch (const std::exception &error) {
-    fmt::print(stderr, "zorstat: {}\n", error.what());
+    zorstat::Complain(error.what());
     return zorstat::kFailure;
   }
 }

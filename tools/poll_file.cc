@@ -1,16 +1,19 @@
 #include "poll_file.h"
 
 #include <fmt/format.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <charconv>
 #include <cstring>
 #include <iterator>
+#include <limits>
 #include <set>
 
 #include "error.h"
 #include "file.h"
+#include "stop.h"
 #include "text.h"
 
 namespace zorstat {
@@ -65,6 +68,14 @@ void AppendValue(zor_process_data_type_t type, const Value &value, std::string *
   }
 }
 
+bool IsHeader(std::string_view line) { return line.substr(0, 5) == "time,"; }
+
+// Whether a regular file ends before the position that was reached in it.
+bool IsBehindEnd(int fd) {
+  struct stat status;
+  return fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && lseek(fd, 0, SEEK_CUR) > status.st_size;
+}
+
 }  // namespace
 
 LineReader::LineReader(const std::string &path)
@@ -85,6 +96,7 @@ bool LineReader::Next(std::string_view *line) {
       searched = end_ - begin_;
       if (Fill()) continue;
       if (begin_ == end_) return false;
+      last_line_is_open_ = true;
     }
     start = buffer_.data() + begin_;
     const char *stop = found != nullptr ? static_cast<const char *>(found) : buffer_.data() + end_;
@@ -108,27 +120,38 @@ bool LineReader::Fill() {
     throw Error(fmt::format("{}:{}: line is longer than {} bytes", name_, line_number_ + 1, kLongestLine));
   }
   if (end_ == buffer_.size()) buffer_.resize(buffer_.size() * 2);
+  if (!WaitUnlessStopped(fd_, -1)) throw Error(fmt::format("{}:{}: interrupted", name_, line_number_ + 1));
   const size_t got = ReadSome(fd_, name_, buffer_.data() + end_, buffer_.size() - end_);
   at_end_ = got == 0;
+  if (at_end_ && IsBehindEnd(fd_)) {
+    throw Error(fmt::format("{}:{}: the file has become shorter while it was read", name_, line_number_ + 1));
+  }
   end_ += got;
   bytes_read_ += got;
   return !at_end_;
 }
 
 PollFileReader::PollFileReader(const std::string &path) : lines_(path) {
-  std::string_view line;
-  if (!lines_.Next(&line)) throw Error(fmt::format("{}: is empty (expected a header line)", lines_.name()));
-  // Spreadsheets write a byte-order mark.
-  if (line.substr(0, 3) == "\xef\xbb\xbf") line.remove_prefix(3);
-  ReadHeader(line);
+  if (!TakeLine()) throw Error(fmt::format("{}: is empty (expected a header line)", lines_.name()));
+  header_ = line_;
+  ReadHeader();
+}
+
+bool PollFileReader::TakeLine() {
+  do {
+    if (!lines_.Next(&line_)) return false;
+    // Spreadsheets write a byte-order mark.
+    if (line_.substr(0, 3) == "\xef\xbb\xbf") line_.remove_prefix(3);
+  } while (line_ == header_ && !header_.empty());
+  return true;
 }
 
 void PollFileReader::Fail(std::string_view message) const {
   throw Error(fmt::format("{}:{}: {}", lines_.name(), lines_.line_number(), message));
 }
 
-void PollFileReader::ReadHeader(std::string_view line) {
-  const std::vector<std::string> fields = Split(line, ',');
+void PollFileReader::ReadHeader() {
+  const std::vector<std::string> fields = Split(header_, ',');
   if (fields[0] != "time") Fail(Refusal("header", Printable(fields[0]), "'time' as its first field"));
   if (fields.size() < 3) Fail("header: expected time,KEY,NAME[:TYPE],...");
   std::set<std::string> names;
@@ -144,9 +167,8 @@ void PollFileReader::ReadHeader(std::string_view line) {
       column.name.resize(colon);
     }
     if (column.name.empty()) Fail(fmt::format("header: field {} has no name", i + 1));
-    if (HasControlCharacter(column.name)) {
-      Fail(Refusal("header", Printable(column.name), "a name without control characters"));
-    }
+    if (!IsName(column.name)) Fail(Refusal("header", Printable(column.name), kName));
+    if (column.name[0] == '"') Fail(Refusal("header", Printable(column.name), "a name without quotes"));
     if (!names.insert(column.name).second) {
       Fail(Refusal("header", Printable(column.name), "each column name only once"));
     }
@@ -157,8 +179,9 @@ void PollFileReader::ReadHeader(std::string_view line) {
 
 bool PollFileReader::Next(Poll *poll) {
   poll->Clear();
-  if (!pending_) pending_ = lines_.Next(&line_);
+  if (!pending_) pending_ = TakeLine();
   if (!pending_) return false;
+  if (IsHeader(line_)) Fail(Refusal("header", Printable(line_), "that of the first line, or a row"));
   poll->time = ReadTime();
   poll->first_line = lines_.line_number();
   if (any_poll_ && poll->time < last_time_) {
@@ -169,15 +192,19 @@ bool PollFileReader::Next(Poll *poll) {
   // A line of another time, good or bad, ends this poll and is looked at by the next call.
   do {
     ReadRow(poll);
-    pending_ = lines_.Next(&line_);
-  } while (pending_ && ReadTime() == poll->time);
+    pending_ = TakeLine();
+  } while (pending_ && !IsHeader(line_) && ReadTime() == poll->time);
   return true;
 }
 
 int64_t PollFileReader::ReadTime() const {
   const std::string_view field = line_.substr(0, line_.find(','));
   const auto time = ParseNumber<int64_t>(field);
-  if (!time || *time < 0) Fail(Refusal("time", Printable(field), "whole seconds since 1970"));
+  // Records hold no later time. One in milliseconds is above it.
+  constexpr int64_t kLatest = std::numeric_limits<uint32_t>::max();
+  if (!time || *time < 0 || *time > kLatest) {
+    Fail(Refusal("time", Printable(field), fmt::format("whole seconds since 1970, at most {}", kLatest)));
+  }
   return *time;
 }
 
@@ -222,9 +249,7 @@ void PollFileReader::ReadRow(Poll *poll) {
   ++position;
   const std::string_view key = ReadKey(&position);
   if (key.empty()) Fail(fmt::format("{}: is empty", table_.key));
-  if (HasControlCharacter(key)) {
-    Fail(Refusal(table_.key, Printable(key), "a name without control characters"));
-  }
+  if (!IsName(key)) Fail(Refusal(table_.key, Printable(key), kName));
   Value *value = poll->AddRow(key, table_.columns.size());
   for (const Column &column : table_.columns) {
     if (position == end) FailFieldCount();
@@ -255,11 +280,9 @@ std::string PollFileHeader(const Table &table) {
 void AppendPollLines(const Table &table, const Poll &poll, std::string *text) {
   for (size_t row = 0; row < poll.rows(); ++row) {
     const std::string_view key = poll.key(row);
-    if (key.empty() || HasControlCharacter(key)) {
-      throw Error(Refusal(table.key, Printable(key), "a name without control characters"));
-    }
+    if (!IsName(key)) throw Error(Refusal(table.key, Printable(key), kName));
     fmt::format_to(std::back_inserter(*text), "{},", poll.time);
-    if (key.find_first_of(",\"") == std::string_view::npos) {
+    if (key.find('"') == std::string_view::npos) {
       text->append(key);
     } else {
       text->push_back('"');

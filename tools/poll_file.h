@@ -27,6 +27,7 @@ class LineReader {
   const std::string &name() const { return name_; }
   uint64_t line_number() const { return line_number_; }
   uint64_t bytes_read() const { return bytes_read_; }
+  bool last_line_is_open() const { return last_line_is_open_; }  // nothing ends it
 
  private:
   bool Fill();
@@ -39,6 +40,7 @@ class LineReader {
   uint64_t line_number_ = 0;
   uint64_t bytes_read_ = 0;
   bool at_end_ = false;
+  bool last_line_is_open_ = false;
 };
 
 class PollFileReader {
@@ -49,19 +51,22 @@ class PollFileReader {
   const Table &table() const { return table_; }
   const LineReader &lines() const { return lines_; }
 
-  // Reads a whole poll; false at the end of the file. Throws Error at a bad line.
+  // Reads a whole poll; false at the end of the file. Throws Error at a bad line. A header line that repeats the
+  // first one, as where files were put together, is passed over.
   bool Next(Poll *poll);
 
  private:
   [[noreturn]] void Fail(std::string_view message) const;
   [[noreturn]] void FailFieldCount() const;
-  void ReadHeader(std::string_view line);
+  void ReadHeader();
+  bool TakeLine();
   int64_t ReadTime() const;
   std::string_view ReadKey(const char **position);
   void ReadRow(Poll *poll);
 
   LineReader lines_;
   Table table_;
+  std::string header_;
   std::string_view line_;  // not yet taken into a poll when pending_
   bool pending_ = false;
   bool any_poll_ = false;

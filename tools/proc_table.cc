@@ -105,6 +105,8 @@ void ProcTable::Read(Poll *poll) {
     std::string_view key;
     if (!take_key_(&line, &key)) continue;
     if (key.empty()) throw Error(fmt::format("{}:{}: expected a {} and its counters", path_, number, table_.key));
+    if (!IsName(key))
+      throw Error(Refusal(fmt::format("{}:{}: {}", path_, number, table_.key), Printable(key), kName));
     Value *values = poll->AddRow(key, table_.columns.size());
     // Older kernels have fewer columns, newer ones may have more.
     for (size_t i = 0; i < table_.columns.size(); ++i) {

@@ -1,10 +1,10 @@
 #include "progress.h"
 
-#include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 
 namespace zorstat {
 namespace {
@@ -33,14 +33,16 @@ void Progress::Update(uint64_t bytes_read) {
   // The file may have grown since.
   const double share = std::min(1.0, static_cast<double>(bytes_read) / static_cast<double>(size_));
   const auto done = static_cast<size_t>(share * static_cast<double>(kWidth));
-  fmt::print(stderr, "\r[{:<{}}] {:3.0f}%", std::string(done, '#'), kWidth, share * 100);
+  char bar[kWidth + 1] = {};
+  std::fill_n(bar, done, '#');
+  std::fprintf(stderr, "\r[%-*s] %3.0f%%", static_cast<int>(kWidth), bar, share * 100);
   std::fflush(stderr);
   shown_ = true;
 }
 
 void Progress::Clear() {
   if (!shown_) return;
-  fmt::print(stderr, "\r{:{}}\r", "", kWidth + 7);
+  std::fprintf(stderr, "\r%*s\r", static_cast<int>(kWidth + 7), "");
   std::fflush(stderr);
   shown_ = false;
   size_ = 0;

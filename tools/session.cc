@@ -1,9 +1,7 @@
 #include "session.h"
 
-#include <fmt/format.h>
-
-#include <exception>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "clock.h"
@@ -15,27 +13,12 @@
 namespace zorstat {
 namespace {
 
-// Keeps the first failure for later, so that the steps after it are still taken. What cannot be written ends the
-// run at once.
-class FirstFailure {
- public:
-  template <typename Step>
-  void Try(Step step) {
-    try {
-      step();
-    } catch (const OutputError &) {
-      throw;
-    } catch (const Error &) {
-      if (!failure_) failure_ = std::current_exception();
-    }
-  }
-  void Rethrow() const {
-    if (failure_) std::rethrow_exception(failure_);
-  }
+constexpr size_t kBatch = size_t{256} * 1024;
 
- private:
-  std::exception_ptr failure_;
-};
+void WriteOut(std::string *lines, Output *output) {
+  output->Write(*lines);
+  lines->clear();
+}
 
 }  // namespace
 
@@ -47,7 +30,8 @@ void Count(Source *source, const Settings &settings, const std::string &default_
   if (!source->Next(&poll)) return;
   const uint32_t interval = settings.interval ? settings.interval->value : source->Interval(poll);
   Collector collector(source->table(), plans, settings, dg, interval);
-  Output records(output);
+  Output file(output);
+  std::string records;  // not yet written
   std::optional<std::string> report;
   FirstFailure failure;
   failure.Try([&] {
@@ -56,22 +40,30 @@ void Count(Source *source, const Settings &settings, const std::string &default_
       collector.AddRows(poll, source->Place(poll));
       // The last poll may end with a clear, after which there would be nothing to report.
       if (settings.report && source->IsLast()) report = collector.Report();
-      records.Write(collector.EndPoll());
-      if (record_time == RecordTime::kNow) records.Flush();
+      collector.EndPoll(&records);
+      if (record_time == RecordTime::kNow && !records.empty()) {
+        WriteOut(&records, &file);
+        file.Publish();
+      } else if (records.size() >= kBatch) {
+        WriteOut(&records, &file);
+      }
     } while (source->Next(&poll));
   });
   failure.Try([&] {
     if (settings.report && !report) report = collector.Report();
   });
-  failure.Try([&] { records.Write(collector.Finish()); });
-  if (output == "-") records.Write(report.value_or(""));
-  records.Close();
+  failure.Try([&] { collector.Finish(&records); });
+  WriteOut(&records, &file);
+  if (output == "-") file.Write(report.value_or(""));
+  file.Close();
   if (output != "-" && report) {
     Output console("-");
     console.Write(*report);
     console.Close();
   }
-  for (const std::string &note : collector.Notes()) fmt::print(stderr, "zorstat: {}\n", note);
+  failure.Try([&] {
+    for (const std::string &note : collector.Notes()) Complain(note);
+  });
   failure.Rethrow();
 }
 
@@ -81,9 +73,8 @@ void Record(Source *source, const std::string &output) {
   Poll poll;
   while (source->Next(&poll)) {
     AppendPollLines(source->table(), poll, &lines);
-    file.Write(lines);
-    file.Flush();
-    lines.clear();
+    WriteOut(&lines, &file);
+    file.Publish();
   }
   file.Close();
 }

@@ -30,8 +30,6 @@ constexpr StatisticName kStatistics[] = {
     {"baseline", ZOR_PROCESS_FLAG_BASELINE},
 };
 
-constexpr std::string_view kName = "a name, neither empty nor with control characters";
-
 [[noreturn]] void Refuse(std::string_view where, std::string_view value, std::string_view expected) {
   throw SettingsError(Refusal(where, Printable(value), expected));
 }
@@ -189,14 +187,16 @@ ClearInterval ReadClear(const std::string &text, const std::string &where) {
 NameList ReadNames(NameList names, const std::string &where) {
   std::set<std::string> known;
   for (const std::string &name : names) {
-    if (name.empty() || HasControlCharacter(name)) Refuse(where, name, kName);
+    if (!IsName(name)) Refuse(where, name, kName);
     if (!known.insert(name).second) Refuse(where, name, "each name only once");
   }
   return names;
 }
 
 std::string ReadDgName(const std::string &name, const std::string &where) {
-  if (name.empty() || HasControlCharacter(name)) Refuse(where, name, kName);
+  if (!IsName(name) || name.find(':') != std::string::npos) {
+    Refuse(where, name, "a name in UTF-8 without colons, commas or control characters");
+  }
   return name;
 }
 

@@ -3,25 +3,18 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <csignal>
 #include <ctime>
 #include <limits>
 #include <utility>
 
 #include "error.h"
 #include "settings.h"
+#include "stop.h"
 
 namespace zorstat {
 namespace {
 
-sigset_t StopSignals() {
-  sigset_t signals;
-  sigemptyset(&signals);
-  sigaddset(&signals, SIGINT);
-  sigaddset(&signals, SIGTERM);
-  return signals;
-}
+constexpr std::chrono::milliseconds kLongestWait{std::numeric_limits<int>::max()};
 
 }  // namespace
 
@@ -36,17 +29,17 @@ bool FileSource::Next(Poll *poll) {
   }
   if (!has_ahead_) {
     progress_.Clear();
-    if (failure_) std::rethrow_exception(failure_);
+    failure_.Rethrow();
+    if (reader_.lines().last_line_is_open()) {
+      Complain(fmt::format("{}:{}: the last line has no end; the file may have been cut", reader_.lines().name(),
+                           reader_.lines().line_number()));
+    }
     return false;
   }
   std::swap(*poll, ahead_);
   progress_.Update(reader_.lines().bytes_read());
-  try {
-    has_ahead_ = reader_.Next(&ahead_);
-  } catch (const Error &) {
-    has_ahead_ = false;
-    failure_ = std::current_exception();
-  }
+  has_ahead_ = false;
+  failure_.Try([&] { has_ahead_ = reader_.Next(&ahead_); });
   return true;
 }
 
@@ -62,10 +55,7 @@ std::string FileSource::Place(const Poll &poll) const {
 
 LiveSource::LiveSource(std::string_view kind, const std::string &proc_root, uint32_t interval,
                        std::optional<uint32_t> polls)
-    : counters_(kind, proc_root), interval_(interval), polls_(polls) {
-  const sigset_t signals = StopSignals();
-  sigprocmask(SIG_BLOCK, &signals, nullptr);
-}
+    : counters_(kind, proc_root), interval_(interval), polls_(polls) {}
 
 bool LiveSource::Next(Poll *poll) {
   if (IsLast()) return false;
@@ -86,14 +76,12 @@ bool LiveSource::Next(Poll *poll) {
 }
 
 // False when a signal asks to stop.
-bool LiveSource::WaitUntil(Clock::time_point when) const {
-  const sigset_t signals = StopSignals();
+bool LiveSource::WaitUntil(Clock::time_point when) {
   for (;;) {
-    const auto left = std::max(std::chrono::nanoseconds(0), std::chrono::nanoseconds(when - Clock::now()));
-    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
-    const timespec timeout{static_cast<time_t>(seconds.count()), static_cast<long>((left - seconds).count())};
-    if (sigtimedwait(&signals, nullptr, &timeout) > 0) return false;
-    if (errno == EAGAIN) return true;
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(when - Clock::now());
+    const auto wait = std::clamp(left, std::chrono::milliseconds(0), kLongestWait);
+    if (!WaitUnlessStopped(-1, static_cast<int>(wait.count()))) return false;
+    if (left <= kLongestWait) return true;
   }
 }
 

@@ -4,11 +4,11 @@
 
 #include <chrono>
 #include <cstdint>
-#include <exception>
 #include <optional>
 #include <string>
 #include <string_view>
 
+#include "error.h"
 #include "poll_file.h"
 #include "proc_table.h"
 #include "progress.h"
@@ -53,11 +53,10 @@ class FileSource : public Source {
   Poll ahead_;
   bool started_ = false;
   bool has_ahead_ = false;
-  std::exception_ptr failure_;  // met while reading ahead; thrown where the poll would have come
+  FirstFailure failure_;  // met while reading ahead; thrown where the poll would have come
 };
 
-// The kernel's counters, polled at an interval until there are enough polls or a signal comes. Once it is created,
-// SIGINT and SIGTERM do no more than end the wait between two polls.
+// The kernel's counters, polled at an interval until there are enough polls or a signal asks to stop.
 class LiveSource : public Source {
  public:
   LiveSource(std::string_view kind, const std::string &proc_root, uint32_t interval, std::optional<uint32_t> polls);
@@ -71,7 +70,7 @@ class LiveSource : public Source {
  private:
   using Clock = std::chrono::steady_clock;
 
-  bool WaitUntil(Clock::time_point when) const;
+  static bool WaitUntil(Clock::time_point when);
 
   ProcTable counters_;
   std::chrono::seconds interval_;

@@ -23,9 +23,27 @@ constexpr std::array<TypeText, ZOR_PROCESS_NO_OF_DATA_TYPES> kTypes{{
 
 const TypeText &Text(zor_process_data_type_t type) { return kTypes[static_cast<size_t>(type) - 1]; }
 
-bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; }
+// The length of the printable UTF-8 character that the text starts with, or 0.
+size_t CharacterLength(std::string_view text) {
+  const auto byte = [&](size_t i) -> unsigned { return i < text.size() ? static_cast<unsigned char>(text[i]) : 0; };
+  const unsigned first = byte(0);
+  if (first < 0x80) return IsControl(text[0]) ? 0 : 1;
+  if (first < 0xc2 || first > 0xf4) return 0;
+  // The second byte's bounds keep out control characters, longer forms than needed, surrogates and what is above
+  // U+10FFFF.
+  const unsigned lowest = first == 0xc2 || first == 0xe0 ? 0xa0 : first == 0xf0 ? 0x90 : 0x80;
+  const unsigned highest = first == 0xed ? 0x9f : first == 0xf4 ? 0x8f : 0xbf;
+  if (byte(1) < lowest || byte(1) > highest) return 0;
+  const size_t length = first < 0xe0 ? 2 : first < 0xf0 ? 3 : 4;
+  for (size_t i = 2; i < length; ++i) {
+    if ((byte(i) & 0xc0) != 0x80) return 0;
+  }
+  return length;
+}
 
 }  // namespace
+
+bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; }
 
 std::vector<std::string> Split(std::string_view text, char separator) {
   std::vector<std::string> parts;
@@ -37,7 +55,15 @@ std::vector<std::string> Split(std::string_view text, char separator) {
   }
 }
 
-bool HasControlCharacter(std::string_view text) { return std::any_of(text.begin(), text.end(), IsControl); }
+bool IsName(std::string_view text) {
+  if (text.empty()) return false;
+  while (!text.empty()) {
+    const size_t length = CharacterLength(text);
+    if (length == 0 || text[0] == ',') return false;
+    text.remove_prefix(length);
+  }
+  return true;
+}
 
 std::string_view TypeName(zor_process_data_type_t type) { return Text(type).name; }
 
@@ -52,9 +78,13 @@ std::string_view TypeValues(zor_process_data_type_t type) { return Text(type).va
 
 std::string Printable(std::string_view text) {
   constexpr size_t kLimit = 60;
-  std::string printable(text.substr(0, kLimit));
-  std::replace_if(printable.begin(), printable.end(), IsControl, '?');
-  if (text.size() > kLimit) printable += "...";
+  std::string printable;
+  while (!text.empty() && printable.size() < kLimit) {
+    const size_t length = CharacterLength(text);
+    printable += length == 0 ? "?" : text.substr(0, length);
+    text.remove_prefix(std::max<size_t>(length, 1));
+  }
+  if (!text.empty()) printable += "...";
   return printable;
 }
 

@@ -24,7 +24,11 @@ std::optional<Number> ParseNumber(std::string_view text) {
 
 std::vector<std::string> Split(std::string_view text, char separator);
 
-bool HasControlCharacter(std::string_view text);
+bool IsControl(char c);
+
+// Whether records and poll files can hold the name: they are text, in which a comma ends a field.
+bool IsName(std::string_view text);
+inline constexpr std::string_view kName = "a name in UTF-8 without commas or control characters";
 
 // "i32", "u32", "i64" or "u64".
 std::string_view TypeName(zor_process_data_type_t type);
@@ -33,7 +37,7 @@ std::optional<zor_process_data_type_t> TypeOfName(std::string_view name);
 // "a number from 0 to 4294967295" and so on.
 std::string_view TypeValues(zor_process_data_type_t type);
 
-// For messages: control characters replaced, long texts cut.
+// For messages: what is no printable UTF-8 replaced, long texts cut.
 std::string Printable(std::string_view text);
 
 std::string ErrnoText(int error);

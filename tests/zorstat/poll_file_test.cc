@@ -31,18 +31,19 @@ TEST_F(PollFileTest, KeepsEveryValueAndCutsPollsAtNewTimes) {
         "\xef\xbb\xbftime,k,a:i32,b:u32,c:i64,d:u64,e\r\n"
         "0,x,-2147483648,0,-9223372036854775808,0,\r\n"
         "0,y,2147483647,4294967295,9223372036854775807,18446744073709551615,1\n"
-        "7,\"a,\"\"b\"\"\",,,,,\n"
+        "7,\"\"\"a\"\" b\",,,,,\n"
+        "time,k,a:i32,b:u32,c:i64,d:u64,e\r\n"
         "7,it\"s,1,2,3,4,5\n"
         "7,\"plain\",1,2,3,4,5\n"
-        "9000000000,z,1,,,,2");
+        "4294967295,z\xc3\xa9,1,,,,2");
   EXPECT_EQ(Rewritten("f.csv"),
             "time,k,a:i32,b:u32,c:i64,d,e\n"
             "0,x,-2147483648,0,-9223372036854775808,0,\n"
             "0,y,2147483647,4294967295,9223372036854775807,18446744073709551615,1\n--\n"
-            "7,\"a,\"\"b\"\"\",,,,,\n"
+            "7,\"\"\"a\"\" b\",,,,,\n"
             "7,\"it\"\"s\",1,2,3,4,5\n"
             "7,plain,1,2,3,4,5\n--\n"
-            "9000000000,z,1,,,,2\n--\n");
+            "4294967295,z\xc3\xa9,1,,,,2\n--\n");
 }
 
 TEST_F(PollFileTest, ReadsLinesAcrossItsBuffer) {
@@ -80,7 +81,7 @@ TEST_F(PollFileTest, NamesLineValueAndExpectation) {
       {"time,k,a,b,a:i32\n", ":1: header: 'a': expected each column name only once"},
       {"time,k,k\n", ":1: header: 'k': expected each column name only once"},
       {"time,k,a,\n", ":1: header: field 4 has no name"},
-      {"time,k,a\tb\n", ":1: header: 'a?b': expected a name without control characters"},
+      {"time,k,a\tb\n", ":1: header: 'a?b': expected a name in UTF-8 without commas or control characters"},
       {"time,k,a\n1,x,1\n2,x\n", ":3: 2 fields (expected 3: time, k and 1 value)", 1},
       {"time,k,a\n1,x,1\n2,x,1,2\n", ":3: 4 fields (expected 3", 1},
       {"time,k,a\n1,x,1\n2\n", ":3: 1 field (expected 3", 1},
@@ -91,7 +92,21 @@ TEST_F(PollFileTest, NamesLineValueAndExpectation) {
       {"time,k,a\n1,,1\n", ":2: k: is empty"},
       {"time,k,a\n1,\"x,1\n", ":2: k: closing quote is missing"},
       {"time,k,a\n1,\"x\"y,1\n", ":2: k: text behind the closing quote"},
-      {"time,k,a\n1,a\x7f,1\n", ":2: k: 'a?': expected a name without control characters"},
+      {"time,k,\"a\"\n", ":1: header: '\"a\"': expected a name without quotes"},
+      {"time,k,a\n1,a\x7f,1\n", ":2: k: 'a?': expected a name in UTF-8 without"},
+      {"time,k,a\n1,\"a,b\",1\n", ":2: k: 'a,b': expected a name in UTF-8 without commas"},
+      {"time,k,a\n1,\xe9t\xc3\xa9\xed\xa0\x80\xe2\x82,1\n",
+       ":2: k: '?t\xc3\xa9"
+       R"(?????': expected)"},
+      {"time,k,a\n1,\xc0\xaf,1\n",
+       ":2: k: '"
+       R"(??': expected)"},
+      {"time,k,a\n1,\xf4\x90\x80\x80,1\n",
+       ":2: k: '"
+       R"(????': expected)"},
+      {"time,k,a\n1700000000000,x,1\n", ":2: time: '1700000000000': expected whole seconds since 1970, at most"},
+      {"time,k,a\n1,x,1\n1,y,1\ntime,k,b\n", ":4: header: 'time,k,b': expected that of the first line, or a row",
+       1},
       {"time,k,a\n1,x,+1\n", ":2: a: '+1': expected a number from 0 to 18446744073709551615"},
       {"time,k,a\n1,x,18446744073709551616\n", ":2: a: '18446744073709551616': expected a number from 0"},
       {"time,k,a:u32\n1,x,-1\n", ":2: a: '-1': expected a number from 0 to 4294967295"},
