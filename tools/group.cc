@@ -149,8 +149,9 @@ void Group::Configure(const ObjectPlan &plan, uint32_t poll_interval, std::optio
 void Group::Process(const zor_process_msg_t &message, const std::string &where) {
   errno = 0;
   uint32_t code = zor_process_engine_process_data(&engine_, dg_.c_str(), &message);
-  // A baseline that lacks memory refuses the value as it does one that it has no bucket for; malloc() tells.
-  if (code == ZOR_PROCESS_ERROR_IN_DATA && errno == ENOMEM) code = ZOR_PROCESS_ERROR_NO_MEMORY;
+  // A baseline that lacks memory refuses this value, or all later ones, as it does those that it has no bucket for.
+  // Only malloc() tells the difference.
+  if (is_baseline() && errno == ENOMEM) code = ZOR_PROCESS_ERROR_NO_MEMORY;
   if (code == ZOR_PROCESS_ERROR_IN_DATA && message.kind == ZOR_PROCESS_MSG_ROW) {
     ++refused_;
     Clear(0, where);  // clears nothing but the latch
