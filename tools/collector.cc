@@ -19,10 +19,6 @@ uint32_t Width(zor_process_data_type_t type) {
   return type == ZOR_PROCESS_DATA_TYPE_INT64 || type == ZOR_PROCESS_DATA_TYPE_UINT64 ? 8 : 4;
 }
 
-bool HasBuckets(const ObjectPlan &plan) {
-  return (plan.statistics & (ZOR_PROCESS_FLAG_DISTRIBUTION | ZOR_PROCESS_FLAG_PERCENTILE)) != 0;
-}
-
 }  // namespace
 
 Collector::Collector(const Table &table, const std::vector<ObjectPlan> &plans, const Settings &settings,
@@ -31,9 +27,10 @@ Collector::Collector(const Table &table, const std::vector<ObjectPlan> &plans, c
       headers_wanted_(settings.headers),
       cells_(table.columns.size() + 1),
       cell_pointers_(table.columns.size() + 1) {
+  const auto has_buckets = [](const ObjectPlan &plan) { return HasBuckets(plan.statistics); };
   if (settings.clear) {
     clear_polls_ = ClearPolls(*settings.clear, poll_interval);
-  } else if (std::any_of(plans.begin(), plans.end(), HasBuckets)) {
+  } else if (std::any_of(plans.begin(), plans.end(), has_buckets)) {
     clear_polls_ = kLargestCount;  // a bucket counts no further
   }
   if (settings.percentile) percentile_ = settings.percentile->value;
@@ -147,7 +144,9 @@ std::vector<std::string> Collector::Notes() {
     Group &group = groups_[i];
     if (group.refused() != 0) {
       refused += fmt::format("{}{} {} ({})", refused.empty() ? "" : ", ", group.object(), group.refused(),
-                             group.is_baseline() ? "without a bucket" : "not in the sum");
+                             group.is_baseline()   ? "without a bucket"
+                             : group.has_buckets() ? "not in the sum, so that percentiles do not hold"
+                                                   : "not in the sum");
     }
     if (learning_[i] != 0) {
       notes.push_back(fmt::format("{}: no baseline yet, {} instance{} still learning", group.object(), learning_[i],

@@ -24,6 +24,7 @@ class Group {
 
   const std::string &object() const { return object_; }
   bool is_baseline() const { return statistics_ == ZOR_PROCESS_FLAG_BASELINE; }
+  bool has_buckets() const { return HasBuckets(statistics_); }
   uint64_t refused() const { return refused_; }
 
   // Takes a template, row or end of poll. Throws Error, of which `where` is to tell the place, if the library

@@ -73,6 +73,11 @@ struct ObjectPlan {
   OptionalSetting<ClearInterval> clear;
 };
 
+// Whether the statistics count values in buckets over a range.
+inline bool HasBuckets(uint16_t statistics) {
+  return (statistics & (ZOR_PROCESS_FLAG_DISTRIBUTION | ZOR_PROCESS_FLAG_PERCENTILE)) != 0;
+}
+
 // Each reads a setting from text and throws SettingsError, naming `where`.
 uint32_t ReadCount(const std::string &text, const std::string &where, uint32_t lowest, uint32_t highest);
 uint16_t ReadStatistics(const NameList &names, const std::string &where);

@@ -53,6 +53,8 @@ TEST_F(ProgramTest, ABadLineLateInTheFileKeepsTheCompletePolls) {
 
 TEST_F(ProgramTest, ARefusedValueIsCountedAndCostsNoOther) {
   Write("f.csv", "time,k,a,b\n10,x,18446744073709551615,1\n20,x,5,2\n30,x,0,3\n40,x,6,4\n");
+  EXPECT_EQ(Run("$Z replay f.csv").error,
+            "zorstat: refused values: a 2 (not in the sum, so that percentiles do not hold)\n");
   const Outcome outcome = Run("$Z replay f.csv --statistics summary --report");
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.error, "zorstat: refused values: a 2 (not in the sum)\n");
