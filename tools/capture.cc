@@ -31,7 +31,7 @@ StdoutCapture::~StdoutCapture() {
   close(file_);
 }
 
-std::string StdoutCapture::Take() {
+std::string StdoutCapture::Take() const {
   const bool flushed = std::fflush(stdout) == 0;
   const off_t size = lseek(file_, 0, SEEK_CUR);
   std::string text(size > 0 ? static_cast<size_t>(size) : 0, '\0');

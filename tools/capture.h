@@ -15,7 +15,7 @@ class StdoutCapture {
   StdoutCapture &operator=(const StdoutCapture &) = delete;
 
   // What was printed since the last call.
-  std::string Take();
+  std::string Take() const;
 
  private:
   int file_;

@@ -58,7 +58,7 @@ Collector::Collector(const Table &table, const std::vector<ObjectPlan> &plans, c
   Deliver(ZOR_PROCESS_MSG_TEMPLATE, static_cast<int32_t>(pointers.size()), pointers.data(), "template");
 
   cells_[0].type = ZOR_PROCESS_VALUE_STRING;
-  cell_pointers_[0] = &cells_[0];
+  cell_pointers_[0] = cells_.data();
   for (size_t i = 1; i < columns.size(); ++i) {
     cells_[i].type = columns[i].type;
     cells_[i].length = columns[i].width;
@@ -122,7 +122,7 @@ void Collector::InsertHeaders(size_t position, std::string *records) {
       end = headers.find('\n', end + 1) + 1;
       const std::string header = headers.substr(start, end - start);
       start = end;
-      if (headers_written_.count(header) != 0) continue;
+      if (headers_written_.contains(header)) continue;
       records->insert(position, header);
       position += header.size();
       headers_written_.insert(header);
@@ -141,7 +141,7 @@ std::vector<std::string> Collector::Notes() {
   std::vector<std::string> notes;
   std::string refused;
   for (size_t i = 0; i < groups_.size(); ++i) {
-    Group &group = groups_[i];
+    const Group &group = groups_[i];
     if (group.refused() != 0) {
       refused += fmt::format("{}{} {} ({})", refused.empty() ? "" : ", ", group.object(), group.refused(),
                              group.is_baseline()   ? "without a bucket"

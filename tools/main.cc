@@ -78,10 +78,10 @@ constexpr TextOption kStatisticsOptions[] = {
     {"range", "LOW:HIGH",
      "values that the buckets cover, both included\n(default: all values of the column's type)"},
     {"clear", "N|HOURSh",
-     "write records and start anew after this many polls, or\nhours as in 2h (default: once, at the end; with "
-     "buckets at"
-     "\nthe latest after the 65535 polls that they can count);"
-     " for a baseline:\nthe samples it learns from, and between records\n(default: 2000)"},
+     "write records and start anew after this many polls, or\n"
+     "hours as in 2h (default: once, at the end, or after the\n"
+     "65535 polls that buckets can count); for a baseline: the\n"
+     "samples it learns from, and between records (default:\n2000)"},
     {"objects", "LIST", "columns to count (default: all)"},
     {"instances", "LIST", "keys to count (default: all)"},
     {"dg", "NAME",
@@ -244,7 +244,7 @@ constexpr char kOutOfMemory[] = "out of memory";
 [[gnu::constructor(101)]] void EndCleanlyWithoutMemory() {
   std::set_terminate([] {
     try {
-      if (std::current_exception()) throw;
+      if (const std::exception_ptr pending = std::current_exception()) std::rethrow_exception(pending);
     } catch (const std::bad_alloc &) {
     } catch (...) {
       std::abort();

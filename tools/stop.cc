@@ -42,7 +42,8 @@ void CatchStopSignals() {
 
 bool WaitUnlessStopped(int fd, int milliseconds) {
   pollfd files[] = {{stop_pipe[0], POLLIN, 0}, {fd, POLLIN, 0}};
-  while (poll(files, 2, milliseconds) < 0 && errno == EINTR) continue;
+  while (poll(files, 2, milliseconds) < 0 && errno == EINTR) {
+  }
   return files[0].revents == 0;
 }
 
