@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <memory>
 
 #include "error.h"
 #include "text.h"
@@ -30,14 +31,15 @@ size_t ReadSome(int fd, const std::string &name, char *buffer, size_t size) {
 void ReadFile(const std::string &path, std::string *text) {
   // Files of the proc file system do not tell their size.
   constexpr size_t kPiece = size_t{64} * 1024;
-  const struct Descriptor {
-    ~Descriptor() { close(fd); }
-    int fd;
-  } file{OpenForReading(path)};
+  struct Close {
+    void operator()(const int *fd) const { close(*fd); }
+  };
+  const int fd = OpenForReading(path);
+  const std::unique_ptr<const int, Close> closer(&fd);
   size_t length = 0;
   for (size_t got = kPiece; got > 0; length += got) {
     text->resize(length + kPiece);
-    got = ReadSome(file.fd, path, text->data() + length, kPiece);
+    got = ReadSome(fd, path, text->data() + length, kPiece);
   }
   text->resize(length);
 }

@@ -21,7 +21,7 @@ constexpr uint32_t kUnsignedRange = ZOR_PROCESS_DATA_TYPE_UINT64;
 
 struct StatisticName {
   std::string_view name;
-  uint16_t flag;
+  uint16_t flag;  // cppcheck-suppress unusedStructMember  // used through a pointer whose type it does not see
 };
 constexpr StatisticName kStatistics[] = {
     {"summary", ZOR_PROCESS_FLAG_SUMMARY},
