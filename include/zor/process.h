@@ -1,4 +1,5 @@
-/* Everything that libzor_process exports. */
+/** @file
+ * @brief Everything that libzor_process exports. */
 #ifndef ZOR_PROCESS_H_
 #define ZOR_PROCESS_H_
 
