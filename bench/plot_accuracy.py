@@ -14,11 +14,12 @@ import matplotlib
 matplotlib.use("svg")
 import matplotlib.pyplot as plt
 
+DOCS = Path(__file__).resolve().parent.parent / "docs"
 COLOURS = ["#1f5fa8", "#c2571a", "#3a8a3a", "#8a3a8a", "#777777"]
 
 
 def main():
-    path = sys.argv[1] if len(sys.argv) > 1 else Path(__file__).resolve().parent.parent / "docs/percentiles-accuracy.svg"
+    path = sys.argv[1] if len(sys.argv) > 1 else DOCS / "percentiles-accuracy.svg"
     plt.rcParams["svg.hashsalt"] = "accuracy"
     kinds = defaultdict(list)
     for row in csv.DictReader(sys.stdin):
