@@ -2,7 +2,7 @@
 # Reads record lines, one table row out for each: kind, data group, time, object, instance, samples, and the median of
 # percentiles and baselines or the average of a summary, "-" where there is none.
 #
-#   zorstat replay data/net.csv --config data/net.toml --headers | examples/parse_records.awk
+#   zorstat replay data/net.csv --config data/net.toml --headers | docs/examples/parse_records.awk
 BEGIN { FS = ", "; OFS = "\t" }
 { sub(/\r$/, "") }
 /^Schema-def / { names = 1; next } # the header's second line names the fields

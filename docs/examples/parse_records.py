@@ -2,7 +2,7 @@
 """Reads record lines, one table row out for each: kind, data group, time, object, instance, samples, and the median
 of percentiles and baselines or the average of a summary, "-" where there is none.
 
-    zorstat replay data/net.csv --config data/net.toml --headers | examples/parse_records.py
+    zorstat replay data/net.csv --config data/net.toml --headers | docs/examples/parse_records.py
 """
 
 import re
