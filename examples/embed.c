@@ -1,10 +1,15 @@
-/* A collector in C99: polls the CPU counters of /proc/stat a few times, collects the records that the library makes
- * of them, and prints a report.
+/* A collector in C99: polls the CPU counters of /proc/stat, collects the records that the library makes of them,
+ * and prints a report.
  *
- *   cc -std=c99 embed.c -lzor_process -lzor_platform -o embed && ./embed */
+ *   cc -std=c99 embed.c $(pkg-config --cflags --libs zor_process) -o embed
+ *   ./embed [POLLS [SECONDS]]                 5 polls, one every 10 seconds
+ *
+ * or with CMake: find_package(zor_process), target_link_libraries(embed PRIVATE zor::process). */
+#define _POSIX_C_SOURCE 199309L /* nanosleep */
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <time.h>
 
 #include "zor/datalist.h"
 #include "zor/process.h"
@@ -106,21 +111,32 @@ static void report(void) {
   handle.datalist = zor_datalist_create();
   zor_process_engine_print_object_instance_data_with_handle(
       &engine, &dg, NULL, NULL, NULL, ZOR_PROCESS_FLAG_SUMMARY | ZOR_PROCESS_FLAG_PERCENTILE, &handle);
+  pvg_prt_handle = NULL; /* the library keeps the handle, which ends here */
   for (i = 0; zor_datalist_get(handle.datalist, i, &item) == 0; ++i) fputs(item.text, stdout);
   zor_datalist_free(handle.datalist);
 }
 
-int main(void) {
+static void wait_for(double seconds) {
+  struct timespec time;
+  time.tv_sec = (time_t)seconds;
+  time.tv_nsec = (long)((seconds - (double)time.tv_sec) * 1e9);
+  nanosleep(&time, NULL);
+}
+
+int main(int argc, char **argv) {
   const char *dg = DG;
+  const int polls = argc > 1 ? atoi(argv[1]) : 5;
+  const double seconds = argc > 2 ? atof(argv[2]) : 10;
   int i;
   configure();
   send_template();
-  for (i = 0; i < 5; ++i) {
-    poll_cpus(); /* a real collector waits for the poll interval here */
+  for (i = 0; i < polls; ++i) {
+    if (i > 0) wait_for(seconds);
+    poll_cpus();
     collect();
   }
   report();
   check(zor_process_engine_set_dg(&engine, ZOR_PROCESS_OPER_DELETE, &dg, NULL), "delete the data group");
   kel_hashset_free(&engine.dgs);
-  return 0;
+  return fflush(stdout) == 0 ? 0 : 1;
 }

@@ -501,7 +501,7 @@ class Walk {
 class Group {
  public:
   /* Adds an object. Before the template. */
-  Status object(Name name, const ObjectSettings &object) {
+  Status object(Name name, const ObjectSettings &object = {}) {
     using namespace detail;
     const std::string text(name), place = data_->place + ", object '" + text + "'";
     const Statistics statistics = object.statistics | data_->settings.statistics;
