@@ -35,7 +35,7 @@ struct NetTable {
 
 Status Configure(Group &group, const NetTable &table) {
   for (const char *object : {"rx_bytes", "tx_bytes"}) {
-    const Status added = group.object(object, {Statistics::summary | Statistics::percentile, Values::cumulative});
+    Status added = group.object(object, {Statistics::summary | Statistics::percentile, Values::cumulative});
     if (!added) return added;
   }
   return group.start(table.columns);
@@ -50,9 +50,12 @@ Status PollOnce(Group &group, const NetTable &table) {
   while (std::getline(file, line)) {
     const auto colon = line.find(':');
     if (colon == std::string::npos) continue;
-    std::istringstream name(line.substr(0, colon)), values(line.substr(colon + 1));
+    std::istringstream name(line.substr(0, colon));
+    std::istringstream values(line.substr(colon + 1));
     std::string interface;
-    std::uint64_t received = 0, sent = 0, other = 0;
+    std::uint64_t received = 0;
+    std::uint64_t sent = 0;
+    std::uint64_t other = 0;
     name >> interface;
     values >> received;
     for (int i = 0; i < 7; ++i) values >> other;

@@ -47,9 +47,9 @@ TEST(ProcessHppTest, RefusesSettingsThatWouldFailLate) {
   const char *null = nullptr;
   using namespace std::string_literals;
 
-  EXPECT_EQ(make("", {}), "group '': a name is empty or holds a control character");
-  EXPECT_EQ(make(null, {}), "group '': a name is empty or holds a control character");
-  EXPECT_EQ(make("a\0b"s, {}), "group 'a\0b': a name is empty or holds a control character"s);
+  EXPECT_EQ(make("", {}), "group '': a name is empty, or holds a comma or a control character");
+  EXPECT_EQ(make(null, {}), "group '': a name is empty, or holds a comma or a control character");
+  EXPECT_EQ(make("a\0b"s, {}), "group 'a\0b': a name is empty, or holds a comma or a control character"s);
   EXPECT_EQ(make("g", {}), "group 'g': exists already");
   EXPECT_EQ(make("h", {.poll_interval = seconds(9)}), "group 'h': the poll interval is below 10 seconds");
   for (const std::uint64_t polls : {0, 65536}) {
@@ -69,8 +69,8 @@ TEST(ProcessHppTest, RefusesSettingsThatWouldFailLate) {
   EXPECT_EQ(add({.statistics = mixed}),
             "group 'g', object 'o': a baseline goes with no other statistic, of the object or of its group");
   EXPECT_EQ(add({}), "group 'g', object 'o': no statistics are selected");
-  EXPECT_EQ(add({.statistics = Statistics::summary, .instances = {"eth0", "eth\n1"}}),
-            "group 'g', object 'o': a name is empty or holds a control character");
+  EXPECT_EQ(add({.statistics = Statistics::summary, .instances = {"eth0", "eth,1"}}),
+            "group 'g', object 'o': a name is empty, or holds a comma or a control character");
   EXPECT_EQ(add({.statistics = Statistics::baseline, .range = Range(0, 9)}),
             "group 'g', object 'o': a baseline learns its own range");
   EXPECT_EQ(add({.statistics = Statistics::summary, .learning = Interval::polls(9)}),
@@ -142,7 +142,8 @@ TEST(ProcessHppTest, RefusesTemplatesAndRowsThatWouldGoWrong) {
     for (const std::string &column : columns) table.column<std::uint32_t>(column);
     return MessageOf(group->start(table));
   };
-  EXPECT_EQ(started(zp::Template(""), {"rx"}), "template: a name is empty or holds a control character");
+  EXPECT_EQ(started(zp::Template(""), {"rx"}),
+            "template: a name is empty, or holds a comma or a control character");
   EXPECT_EQ(started(zp::Template("key"), {"rx", "rx"}), "template: two columns have the same name");
   EXPECT_EQ(started(zp::Template("key"), {"tx"}), "group 'g', object 'rx': the template has no column of its name");
   EXPECT_EQ(started(zp::Template("rx"), {"tx"}), "group 'g', object 'rx': its column is the key");
@@ -160,7 +161,8 @@ TEST(ProcessHppTest, RefusesTemplatesAndRowsThatWouldGoWrong) {
 
   auto poll = group->poll();
   EXPECT_EQ(MessageOf(StatusOf(group->poll())), "group 'g': a poll before the last one has ended");
-  EXPECT_EQ(MessageOf(poll->row("", {rx(1U)})), "group 'g', row '': a name is empty or holds a control character");
+  EXPECT_EQ(MessageOf(poll->row("", {rx(1U)})),
+            "group 'g', row '': a name is empty, or holds a comma or a control character");
   EXPECT_EQ(MessageOf(poll->row("a", {other(1U)})), "group 'g', row 'a': a cell is of another template's column");
   EXPECT_EQ(MessageOf(poll->row("a", {rx(1U), rx(2U)})), "group 'g', row 'a': two values are of one column");
   EXPECT_EQ(MessageOf(poll->row("a", {any(zp::Value(1U))})),
@@ -170,7 +172,7 @@ TEST(ProcessHppTest, RefusesTemplatesAndRowsThatWouldGoWrong) {
             "group 'g', row 'a': a sum is full, and the columns after it are not counted");
   EXPECT_TRUE(poll->row("b", {rx(std::nullopt)}));
   EXPECT_TRUE(poll->row("b", std::vector<zp::Cell>{rx(7U)}));
-  EXPECT_EQ(MessageOf(poll->end()), "group 'g', row '': a name is empty or holds a control character");
+  EXPECT_EQ(MessageOf(poll->end()), "group 'g', row '': a name is empty, or holds a comma or a control character");
   EXPECT_EQ(MessageOf(poll->end()), "the poll has ended");
   EXPECT_EQ(MessageOf(poll->row("b", {rx(1U)})), "the poll has ended");
 
