@@ -271,7 +271,9 @@ std::string PollFileHeader(const Table &table) {
   std::string text = "time," + table.key;
   for (const Column &column : table.columns) {
     text += "," + column.name;
-    if (column.type != ZOR_PROCESS_DATA_TYPE_UINT64) text += fmt::format(":{}", TypeName(column.type));
+    // A name with a colon is read back only with its type behind it.
+    const bool plain = column.name.find(':') == std::string::npos;
+    if (column.type != ZOR_PROCESS_DATA_TYPE_UINT64 || !plain) text += fmt::format(":{}", TypeName(column.type));
   }
   text += "\n";
   return text;
