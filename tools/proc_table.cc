@@ -97,11 +97,14 @@ ProcTable::ProcTable(std::string_view kind, const std::string &root) {
 
 void ProcTable::Read(Poll *poll) {
   ReadFile(path_, &text_);
+  Parse(text_, poll);
+}
+
+void ProcTable::Parse(std::string_view text, Poll *poll) const {
   poll->Clear();
-  std::string_view rest = text_;
-  for (uint64_t number = 1; !rest.empty(); ++number) {
-    std::string_view line = rest.substr(0, rest.find('\n'));
-    rest.remove_prefix(std::min(line.size() + 1, rest.size()));
+  for (uint64_t number = 1; !text.empty(); ++number) {
+    std::string_view line = text.substr(0, text.find('\n'));
+    text.remove_prefix(std::min(line.size() + 1, text.size()));
     std::string_view key;
     if (!take_key_(&line, &key)) continue;
     if (key.empty()) throw Error(fmt::format("{}:{}: expected a {} and its counters", path_, number, table_.key));

@@ -18,6 +18,8 @@ class ProcTable {
 
   // Reads all rows into an emptied poll and leaves its time alone.
   void Read(Poll *poll);
+  // The same from a text.
+  void Parse(std::string_view text, Poll *poll) const;
 
  private:
   // Finds the key of a line and leaves its values in the line; false for a line that is not a row.
