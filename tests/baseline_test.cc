@@ -26,7 +26,8 @@ TYPED_TEST_SUITE(BaselineTest, ValueTypes);
 TYPED_TEST(BaselineTest, SortedArrayKeepsEitherTail) {
   using V = TypeParam;
   using A = Api<V>;
-  typename A::SortedArray array = {};
+  typename A::SortedArray array;
+  std::memset(&array, 0x55, sizeof array);  // the caller's storage holds anything
   EXPECT_EQ(A::ArrayInit(&array, 0), 1u);
   ASSERT_EQ(A::ArrayInit(&array, 3), 0u);
   EXPECT_EQ(Printed([&] { A::ArrayPrint(&array); }),
