@@ -68,7 +68,8 @@ def load(path):
         "zor_process_engine_set_poll_interval": (None, [POINTER(Engine), c_char_p, c_uint32]),
         "zor_process_engine_process_data": (c_uint32, [POINTER(Engine), c_char_p, POINTER(Msg)]),
         # Texts are void pointers here: ctypes would turn a char pointer into bytes, and nobody could free it.
-        "zor_process_engine_get_next_object_instance_data": (c_void_p, [POINTER(Engine), POINTER(Cursor), c_uint32]),
+        "zor_process_engine_get_next_object_instance_data": (c_void_p, [POINTER(Engine), POINTER(Cursor),
+                                                                        c_uint32]),
         "zor_process_engine_get_clear_buffer": (c_void_p, [POINTER(Cursor)]),
         "zor_process_engine_set_clear_buffer": (None, [POINTER(Cursor), c_void_p]),
         "zor_proc_get_error_string_list": (c_char_p, [c_uint32]),
