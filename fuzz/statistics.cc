@@ -229,6 +229,7 @@ struct Bucket {
   Wide high;
   std::uint32_t count;
   std::optional<Wide> next;  // the value after its last sample; without it, that of the next rank is looked up
+  bool inside = false;       // the range: only its owner knows what follows its last sample
 };
 
 struct Neighbours {
@@ -246,12 +247,19 @@ class Distribution {
     total_ += bucket.count;
   }
 
-  // A bucket cut to the extremes. Rounding may turn it over a little.
+  // A sub-range, cut to the extremes. Rounding may turn it over a little.
   void AddNarrowed(Bucket bucket) {
+    bucket.inside = true;
     bucket.low = std::max(bucket.low, min_);
     bucket.high = std::min(bucket.high, max_);
     if (bucket.low > bucket.high && bucket.low - bucket.high < 3) bucket.low = bucket.high;
     Add(bucket);
+  }
+
+  // What follows the last sample inside the range.
+  void EndInside(std::uint32_t rank, std::optional<Wide> next) {
+    last_inside_ = rank;
+    after_inside_ = next;
   }
 
   std::uint32_t total() const { return total_; }
@@ -266,6 +274,9 @@ class Distribution {
         continue;
       }
       const auto found = Locate(bucket, below, rank - below);
+      if (found && bucket.inside && rank == last_inside_) {
+        return Neighbours{found->vk, after_inside_ ? after_inside_ : found->vk + 1};
+      }
       if (!found || found->vk1) return found;
       if (bucket.next) return Neighbours{found->vk, bucket.next};
       const auto next = FindInBucket(rank + 1);
@@ -298,6 +309,8 @@ class Distribution {
   Wide min_;
   Wide max_;
   std::uint32_t total_ = 0;
+  std::uint32_t last_inside_ = 0;
+  std::optional<Wide> after_inside_;
   std::vector<Bucket> buckets_;
 };
 
@@ -383,16 +396,19 @@ void CompareLookups(const Wanted &wanted, Find find, void *record, V min, V max,
   }
 }
 
-// A stream of samples, long ones from few bytes: each stretch spreads over a range of values.
+// A stream of samples, long ones from few bytes: stretches that spread over a range of values, and single ones
+// around two values where something begins and ends.
 template <class V, class Function>
-void ForEachSample(Input &in, Function function) {
+void ForEachSample(Input &in, V begin, V end, Function function) {
   using U = typename Api<V>::Unsigned;
-  V middle = 0;
+  V middle = begin;
   for (std::uint32_t left = 6000; !in.empty() && left > 0;) {
-    const bool anew = in.OneIn(8);
+    const std::uint32_t pick = in.Below(8);
+    if (pick == 7) middle = in.Value<V>();
     const V value =
-        anew ? in.Value<V>() : static_cast<V>(static_cast<U>(middle) + static_cast<U>(in.Take<std::int8_t>()));
-    if (anew) middle = value;
+        pick == 7
+            ? middle
+            : static_cast<V>(static_cast<U>(pick == 6 ? end : middle) + static_cast<U>(in.Take<std::int8_t>()));
     std::uint32_t repeat = in.OneIn(16) ? in.Take<std::uint16_t>() % 2000 : 1;
     const U spread = repeat > 1 ? static_cast<U>(in.Take<std::uint32_t>()) >> in.Below(32) : 0;
     std::uint64_t random = spread;
@@ -422,7 +438,7 @@ void RangeCounters(Input &in) {
   }
   std::vector<V> samples;
   const auto samples_before = static_cast<std::uint32_t>(model.counts[0] + model.below + model.above);
-  ForEachSample<V>(in, [&](V value) {
+  ForEachSample<V>(in, start, model.exact_end < model.end ? record.Vexact_end : last, [&](V value) {
     std::uint32_t &counter = model.CounterOf(value);
     const int expected = counter == kFull ? 3 : value < start ? -1 : value >= model.end ? 1 : 0;
     ZOR_REQUIRE(A::RangeInsert(&record, value) == expected);
@@ -459,7 +475,7 @@ void Learner(Input &in) {
   const std::uint32_t size = (13 * expected - 13) / 10000 + 2, cut = 13 * expected / 10000;
   std::vector<V> sorted;
   Input rest = in;
-  ForEachSample<V>(in, [&](V value) {
+  ForEachSample<V>(in, 0, 0, [&](V value) {
     if (sorted.size() == expected) sorted.clear();
     sorted.insert(std::upper_bound(sorted.begin(), sorted.end(), value), value);
     ZOR_REQUIRE(A::LearnerLearn(&learner, value) == (sorted.size() == expected ? 1u : 0u));
@@ -551,10 +567,11 @@ struct WholeModel {
           {node->first, last_of(node->first), node->second, next == above.nodes.end() ? outer : next->first});
     }
     distribution.Add({outer, max, above.exceptions, max});
+    distribution.EndInside(LastRankInside(),
+                           above.nodes.empty() ? std::nullopt : std::optional<Wide>(above.nodes.begin()->first));
     return distribution;
   }
 
-  // The last rank inside the range: what follows it is known only here.
   std::uint32_t LastRankInside() const {
     std::uint32_t rank = below.exceptions;
     for (const auto &node : below.nodes) rank += node.second;
@@ -607,21 +624,23 @@ void DynamicCounters(Input &in) {
   WholeModel<V> model(start, last, nsc, cap);
   ZOR_REQUIRE(dynamic.Range == model.step && dynamic.MaxNdc == cap);
   bool bare = true;
-  ForEachSample<V>(in, [&](V value) {
+  ForEachSample<V>(in, start, last, [&](V value) {
     std::int32_t code = A::DynamicInsert(&dynamic, value);
     ZOR_REQUIRE((code == -2) == (value >= model.range.start && value < model.range.end));
     if (code == -2) code = A::RangeInsert(&range, value);
     ZOR_REQUIRE(code == model.Insert(value));
-    if (bare && value < model.range.start && code == 0 && value % 8 == 0) {  // as after very many samples
-      dynamic.min_list.head->Count = static_cast<std::uint16_t>(model.below.nodes.begin()->second = kFull - 1);
+    if (bare && value < model.range.start && value % 8 == 0) {  // as after very many samples
       bare = false;
+      if (dynamic.min_list.head) {
+        dynamic.min_list.head->Count = static_cast<std::uint16_t>(model.below.nodes.begin()->second = kFull - 1);
+      }
+      dynamic.min_list.exceptions = static_cast<std::uint16_t>(model.below.exceptions = kFull - 1);
     }
   });
   CompareWhole<V>(dynamic, model);
   // Buckets wider than half of a signed type cannot be looked into.
   if (model.total != 0 && bare && model.step <= kMax<V>) {
-    CompareLookups<V>(wanted, A::DynamicFind, &dynamic, model.min, model.max, model.Lookup(),
-                      model.LastRankInside());
+    CompareLookups<V>(wanted, A::DynamicFind, &dynamic, model.min, model.max, model.Lookup(), 0);
   }
   A::DynamicPrint(&dynamic);
   A::DynamicUninit(&dynamic);
@@ -641,7 +660,7 @@ void Analyzer(Input &in) {
   std::vector<V> learnt;
   std::optional<WholeModel<V>> model;
   Wide total = 0;
-  ForEachSample<V>(in, [&](V value) {
+  ForEachSample<V>(in, 0, 0, [&](V value) {
     const std::uint32_t stage = analyzer.stage;
     const std::int32_t code = A::AnalyzerInsert(&analyzer, value);
     if (stage == STATS_ANALYZER_LEARNING) {
@@ -676,7 +695,7 @@ void Analyzer(Input &in) {
       ZOR_REQUIRE(analyzer.summary.Vmin == model->min && analyzer.summary.Vmax == model->max);
       for (const auto &value : values) ZOR_REQUIRE(value.thousandths < 1000);
       CompareLookups<V>(wanted, A::DynamicFind, &analyzer.dynamic_counters, model->min, model->max, model->Lookup(),
-                        model->LastRankInside());
+                        0);
     }
   }
   A::AnalyzerPrint(&analyzer);
