@@ -409,3 +409,15 @@ TYPED_TEST(StatisticsFailureTest, Statistics) {
     return 0;
   });
 }
+
+TEST(PercentileFailureTest, NamesTheStorageThatLacked) {
+  const std::uint32_t point = 50000;
+  stats_fixed_point_uint32_t value;
+  for (const long failing : {1, 2}) {  // ranks, then values
+    heap = {failing, false, false, 0, heap.alive};
+    const auto get = [&] {
+      return stats_percentile_get_values_uint32(&point, &value, 1, 0, 9, 3, nullptr, nullptr);
+    };
+    EXPECT_EQ(Armed(get), static_cast<std::uint32_t>(failing));
+  }
+}
