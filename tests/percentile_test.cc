@@ -76,15 +76,16 @@ TYPED_TEST(BucketModelTest, ServesTheWidestBuckets) {
   EXPECT_EQ(located.code, 1u);
   EXPECT_EQ(located.vk, kMin);
 
-  located = this->Locate(0, 1000, kMin, kMax, 1, 2);
-  EXPECT_EQ(located.code, 0u);
-  const U j = static_cast<U>(static_cast<U>(located.vk) - static_cast<U>(kMin));  // one less than the rank's j
-  const long double share = static_cast<long double>(j) / static_cast<long double>(std::numeric_limits<U>::max());
-  EXPECT_NEAR(static_cast<double>(share), 0.70710678118654752, 1e-8);
-  // j * (j + 1) / 2 reaches half of r(r+1)/2 at j + 1 and not before; r = 2^w.
-  const Wide half = (Wide{1} << (2 * sizeof(V) * 8 - 2)) + (Wide{1} << (sizeof(V) * 8 - 2));
-  EXPECT_LT(Wide{j} * (Wide{j} + 1) / 2, half);
-  EXPECT_GE((Wide{j} + 1) * (Wide{j} + 2) / 2, half);
+  // The first of two samples ends where j (j + 1) / 2 reaches half of n (n + 1) / 2, and not before.
+  for (U less = 0; less < 40; ++less) {
+    const auto n = Wide{static_cast<U>(std::numeric_limits<U>::max() - less)} + 1;
+    located = this->Locate(0, 1000, kMin, static_cast<V>(kMax - static_cast<V>(less)), 1, 2);
+    EXPECT_EQ(located.code, 0u);
+    const U before = static_cast<U>(static_cast<U>(located.vk) - static_cast<U>(kMin));  // j - 1
+    const Wide half = n % 2 == 0 ? n / 2 * (n + 1) : n * ((n + 1) / 2);
+    EXPECT_LT(Wide{before} * (Wide{before} + 1), half);
+    EXPECT_GE((Wide{before} + 1) * (Wide{before} + 2), half);
+  }
 
   located = this->Locate(500, 1000, kMin, kMax, 250, 500);  // peaked at the middle of the range
   EXPECT_EQ(located.code, 1u);
