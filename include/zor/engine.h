@@ -4,10 +4,10 @@
  * An engine holds data groups (DGs); a DG holds objects, each a named counter column with the analyses that it
  * wants; the instances of an object are the rows of the table, named by the row's key. The road of a poll:
  *
- *     zor_process_engine_set_dg, _set_object, _set_poll_interval   once
- *     zor_process_engine_process_data                              a template; then rows and an end of poll, per
- * poll zor_process_engine_get_next_object_instance_data, _get_clear_buffer, _set_clear_buffer after a clear, to
- * collect records
+ * - once: zor_process_engine_set_dg(), zor_process_engine_set_object(), zor_process_engine_set_poll_interval();
+ * - a template first, then rows and an end of poll for each poll: zor_process_engine_process_data();
+ * - after a clear, to collect records: zor_process_engine_get_next_object_instance_data(),
+ *   zor_process_engine_get_clear_buffer(), zor_process_engine_set_clear_buffer().
  *
  * Names given in are copied. Names handed out are the records' own strings: not to be changed or freed, valid until
  * the record is deleted. Strings are NUL-terminated bytes of any encoding. */
