@@ -6,9 +6,9 @@
 #include <limits>
 #include <optional>
 
+#include "base/memory.h"
 #include "engine/clear.h"
 #include "engine/registry.h"
-#include "stats/memory.h"
 #include "zor/entry.h"
 
 namespace zor {
@@ -18,8 +18,6 @@ constexpr std::uint32_t kMinPollInterval = 10;  // seconds
 constexpr std::uint32_t kClearPolls = 1;
 constexpr std::uint32_t kClearHours = 2;
 constexpr std::uint32_t kDefaultClearCount = 2000;
-constexpr std::uint16_t kClearedAtInterval =
-    ZOR_PROCESS_FLAG_SUMMARY | ZOR_PROCESS_FLAG_DISTRIBUTION | ZOR_PROCESS_FLAG_PERCENTILE;
 
 // Values of a DG's poll_state.
 constexpr std::uint8_t kAwaitsFirstValue = 1;
@@ -238,7 +236,7 @@ std::uint32_t ProcessEndOfPoll(Dg &dg) {
   dg.poll_state = kAwaitsFirstValue;
   if (dg.clear_interval_type != kClearPolls) return ZOR_PROCESS_SUCCESS;
   if (++dg.poll_count != dg.clear_interval) return ZOR_PROCESS_SUCCESS;
-  const std::uint32_t result = ClearDg(dg, kClearedAtInterval, 1);
+  const std::uint32_t result = ClearDg(dg, ZOR_PROCESS_FLAGS_CLEARED, 1);
   if (result == ZOR_PROCESS_SUCCESS) dg.poll_count = 0;
   return result;
 }

@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "base/print.h"
 #include "engine/registry.h"
-#include "entry/print.h"
 #include "zor/entry.h"
 
 namespace zor {

@@ -3,8 +3,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/memory.h"
 #include "engine/registry.h"
-#include "stats/memory.h"
 
 namespace zor {
 namespace {

@@ -1,11 +1,11 @@
 #include "entry/console.h"
 
-#include "entry/print.h"
+#include "base/memory.h"
+#include "base/print.h"
+#include "base/text.h"
 #include "stats/analyzer.h"
-#include "stats/memory.h"
 #include "stats/percentile.h"
 #include "stats/summary.h"
-#include "stats/text.h"
 
 namespace zor {
 namespace {

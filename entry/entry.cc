@@ -7,10 +7,10 @@
 #include <memory>
 #include <utility>
 
+#include "base/memory.h"
 #include "entry/instance_entry.h"
 #include "entry/render.h"
 #include "stats/analyzer.h"
-#include "stats/memory.h"
 #include "stats/range_counters.h"
 #include "stats/summary.h"
 #include "zor/engine.h"

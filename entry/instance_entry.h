@@ -2,9 +2,9 @@
 #ifndef ZOR_ENTRY_INSTANCE_ENTRY_H_
 #define ZOR_ENTRY_INSTANCE_ENTRY_H_
 
+#include "base/value_types.h"
 #include "stats/percentile.h"
 #include "stats/range_counters.h"
-#include "stats/value_types.h"
 #include "zor/entry.h"
 
 namespace zor {

@@ -8,12 +8,12 @@
 #include <optional>
 #include <string_view>
 
+#include "base/print.h"
+#include "base/text.h"
 #include "entry/console.h"
-#include "entry/print.h"
 #include "stats/analyzer.h"
 #include "stats/percentile.h"
 #include "stats/summary.h"
-#include "stats/text.h"
 #include "zor/platform.h"
 
 namespace zor {

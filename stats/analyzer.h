@@ -3,8 +3,8 @@
 
 #include <cstdint>
 
+#include "base/value_types.h"
 #include "stats/percentile.h"
-#include "stats/value_types.h"
 
 namespace zor {
 

@@ -5,10 +5,10 @@
 #include <cstdlib>
 #include <limits>
 
-#include "stats/memory.h"
+#include "base/memory.h"
+#include "base/text.h"
 #include "stats/percentile.h"
 #include "stats/range_counters.h"
-#include "stats/text.h"
 
 namespace zor {
 namespace {

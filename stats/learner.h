@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <optional>
 
-#include "stats/value_types.h"
+#include "base/value_types.h"
 
 namespace zor {
 

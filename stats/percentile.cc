@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cmath>
 
-#include "entry/print.h"
-#include "stats/memory.h"
-#include "stats/text.h"
+#include "base/memory.h"
+#include "base/print.h"
+#include "base/text.h"
 
 const std::uint32_t g_stats_percentile_1000[9] = {0, 130, 2280, 15870, 50000, 84130, 97720, 99870, 100000};
 const std::uint32_t g_stats_percentile_size = 9;

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "stats/value_types.h"
+#include "base/value_types.h"
 
 namespace zor {
 

@@ -2,9 +2,9 @@
 
 #include <cstdio>
 
-#include "stats/memory.h"
+#include "base/memory.h"
+#include "base/text.h"
 #include "stats/percentile.h"
-#include "stats/text.h"
 
 namespace zor {
 namespace {

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <limits>
 
-#include "stats/value_types.h"
+#include "base/value_types.h"
 
 namespace zor {
 

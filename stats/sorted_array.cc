@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <utility>
 
-#include "stats/text.h"
+#include "base/text.h"
 
 namespace zor {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include "stats/text.h"
+#include "base/text.h"
 
 namespace zor {
 
