@@ -49,6 +49,15 @@ inline std::uint32_t SubRangeOf(const RangeCounters<V> &record, V value) {
   return static_cast<std::uint32_t>(std::min<U>(index, U{record.Nsc} - U{1}));
 }
 
+// Sets all counts to zero; the range stays.
+template <class V>
+inline void ClearRangeCounters(RangeCounters<V> &record) {
+  record.u16_no_of_samples = 0;
+  record.u16_min_exception_counter = 0;
+  record.u16_max_exception_counter = 0;
+  std::fill_n(record.pu16_counters, record.Nsc, std::uint16_t{0});
+}
+
 // Counts a sample; a full counter refuses it, and then nothing changes.
 template <class V>
 inline std::int32_t CountInRange(RangeCounters<V> &record, V value) {
