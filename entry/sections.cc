@@ -1,6 +1,5 @@
 #include "entry/sections.h"
 
-#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <cstring>
@@ -34,12 +33,12 @@ constexpr string_view kBaselineHeader =
 constexpr string_view kLineEnd = "\r\n";
 
 // A text that grows as it is written. It lies on the stack until it is too long for that, which takes long names.
-class Text {
+class TextBuilder {
  public:
-  Text() = default;
-  Text(const Text &) = delete;
-  Text &operator=(const Text &) = delete;
-  ~Text() { std::free(moved_); }
+  TextBuilder() = default;
+  TextBuilder(const TextBuilder &) = delete;
+  TextBuilder &operator=(const TextBuilder &) = delete;
+  ~TextBuilder() { std::free(moved_); }
 
   template <class... Pieces>
   void Append(Pieces... pieces) {
@@ -86,7 +85,7 @@ class Text {
 enum class Then { kNextSection, kEndText, kFail };
 
 template <class V>
-void AppendRecordHead(Text &text, const Rendering<V> &r, string_view kind, std::uint32_t samples) {
+void AppendRecordHead(TextBuilder &text, const Rendering<V> &r, string_view kind, std::uint32_t samples) {
   text.Append(r.dg_name, kind, ToText(r.seconds).view(), ", ", r.object_name, ", ", r.entry.name, ", ",
               ToText(samples).view());
 }
@@ -97,7 +96,7 @@ using PointValues = std::array<FixedPoint<V>, std::size(g_stats_percentile_1000)
 
 // Appends the record of a section of nine values, which estimate(values) works out.
 template <class V, class EstimateValues>
-Then WriteValues(Text &text, const Rendering<V> &r, string_view kind, std::uint32_t samples,
+Then WriteValues(TextBuilder &text, const Rendering<V> &r, string_view kind, std::uint32_t samples,
                  EstimateValues estimate) {
   AppendRecordHead(text, r, kind, samples);
   PointValues<V> values;
@@ -115,7 +114,7 @@ bool KeepsSummary(const Rendering<V> &r) {
 }
 
 template <class V>
-Then WriteSummary(Text &text, const Rendering<V> &r) {
+Then WriteSummary(TextBuilder &text, const Rendering<V> &r) {
   const Summary<V> &summary = *r.entry.summary;
   AppendRecordHead(text, r, "-summary: ", summary.u32_no_of_samples);
   if (summary.u32_no_of_samples != 0) {
@@ -148,7 +147,7 @@ bool KeepsPercentiles(const Rendering<V> &r) {
 }
 
 template <class V>
-Then WritePercentiles(Text &text, const Rendering<V> &r) {
+Then WritePercentiles(TextBuilder &text, const Rendering<V> &r) {
   return WriteValues(text, r, "-percentile: ", r.entry.summary->u32_no_of_samples, [&r](FixedPoint<V> *values) {
     return EstimateDistribution<V>(r.entry, g_stats_percentile_1000, values, g_stats_percentile_size);
   });
@@ -160,7 +159,7 @@ bool KeepsBaseline(const Rendering<V> &r) {
 }
 
 template <class V>
-Then WriteBaseline(Text &text, const Rendering<V> &r) {
+Then WriteBaseline(TextBuilder &text, const Rendering<V> &r) {
   Analyzer<V> &analyzer = *r.entry.analyzer;
   return WriteValues(
       text, r, "-baseline: ", analyzer.summary.u32_no_of_samples, [&analyzer](FixedPoint<V> *values) {
@@ -172,11 +171,11 @@ template <class V>
 struct Section {
   std::uint16_t flag;
   bool (*is_kept)(const Rendering<V> &);
-  const char *if_missing;                       // console line where it is not kept, or null
-  string_view header;                           // of its records, behind the data group's name
-  Then (*write)(Text &, const Rendering<V> &);  // its record; null: none
-  bool (*print)(const Rendering<V> &);          // its console lines; false without memory
-  void (*clear)(Entry<V> &);                    // null: a clear does nothing of its own to it
+  const char *if_missing;                              // console line where it is not kept, or null
+  string_view header;                                  // of its records, behind the data group's name
+  Then (*write)(TextBuilder &, const Rendering<V> &);  // its record; null: none
+  bool (*print)(const Rendering<V> &);                 // its console lines; false without memory
+  void (*clear)(Entry<V> &);                           // null: a clear does nothing of its own to it
 };
 
 constexpr const char *kNotConfigured = "Not configured\n";
@@ -192,8 +191,16 @@ constexpr Section<V> kSections[] = {{ZOR_PROCESS_FLAG_SUMMARY, KeepsSummary<V>, 
                                     {ZOR_PROCESS_FLAG_BASELINE, KeepsBaseline<V>, nullptr, kBaselineHeader,
                                      WriteBaseline<V>, PrintBaseline<V>, nullptr}};
 
+// The flags of all sections, or of those that a clear does something to.
 template <class V>
-Then RenderSection(const Section<V> &section, Text &text, const Rendering<V> &r) {
+constexpr std::uint32_t FlagsOfSections(bool only_cleared) {
+  std::uint32_t flags = 0;
+  for (const Section<V> &section : kSections<V>) flags |= section.clear || !only_cleared ? section.flag : 0u;
+  return flags;
+}
+
+template <class V>
+Then RenderSection(const Section<V> &section, TextBuilder &text, const Rendering<V> &r) {
   const bool on_console = r.Wants(ZOR_PROCESS_OUTPUT_CONSOLE);
   if (!section.is_kept(r)) {
     if (on_console && section.if_missing) EmitLine("%s", section.if_missing);
@@ -215,25 +222,26 @@ char *RenderEntry(Rendering<V> rendering) {
   kel_time_get_timespec_realtime(&now);
   rendering.seconds = now.tv_sec;
 
-  Text text;
+  TextBuilder text;
   for (const Section<V> &section : kSections<V>) {
     if (!(rendering.flags & section.flag)) continue;
     const Then then = RenderSection(section, text, rendering);
     if (then == Then::kFail) return nullptr;
     if (then == Then::kEndText) break;
   }
-  return rendering.Wants(ZOR_PROCESS_OUTPUT_CONSOLE) ? Text().Copy() : text.Copy();
+  return rendering.Wants(ZOR_PROCESS_OUTPUT_CONSOLE) ? TextBuilder().Copy() : text.Copy();
 }
 
 template <class V>
 void ClearStatistics(std::uint32_t selection, Entry<V> &entry) {
-  static_assert(std::all_of(std::begin(kSections<V>), std::end(kSections<V>),
-                            [](const Section<V> &s) { return !s.clear || (s.flag & ZOR_PROCESS_FLAGS_CLEARED); }),
-                "ZOR_PROCESS_FLAGS_CLEARED lacks a statistic that a clear resets");
   for (const Section<V> &section : kSections<V>) {
     if (section.clear && (selection & section.flag)) section.clear(entry);
   }
 }
+
+// What callers select by, the C++ header among them, knows every section.
+static_assert(FlagsOfSections<std::int32_t>(false) == ZOR_PROCESS_FLAGS_ALL);
+static_assert((FlagsOfSections<std::int32_t>(true) & ~std::uint32_t{ZOR_PROCESS_FLAGS_CLEARED}) == 0);
 
 #define ZOR_INSTANTIATE(type, value, unsigned_value, total) \
   template char *RenderEntry<value>(Rendering<value>);      \
