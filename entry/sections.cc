@@ -63,7 +63,7 @@ class TextBuilder {
     size_ += piece.size();
   }
 
-  bool Grow(std::size_t more) {
+  [[gnu::cold]] bool Grow(std::size_t more) {
     const std::size_t capacity = 2 * (size_ + more);
     auto *grown = is_cut_ ? nullptr : static_cast<char *>(std::realloc(moved_, capacity));
     is_cut_ = !grown;
