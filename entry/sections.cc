@@ -12,7 +12,6 @@
 #include "stats/analyzer.h"
 #include "stats/percentile.h"
 #include "stats/summary.h"
-#include "zor/platform.h"
 
 namespace zor {
 namespace {
@@ -44,6 +43,8 @@ class TextBuilder {
   void Append(Pieces... pieces) {
     (AppendPiece(pieces), ...);
   }
+
+  void Clear() { size_ = 0; }
 
   // A copy from malloc in its exact size, ended by NUL; null without memory, for it or while the text grew.
   char *Copy() const {
@@ -217,19 +218,16 @@ Then RenderSection(const Section<V> &section, TextBuilder &text, const Rendering
 }  // namespace
 
 template <class V>
-char *RenderEntry(Rendering<V> rendering) {
-  struct timespec now = {};
-  kel_time_get_timespec_realtime(&now);
-  rendering.seconds = now.tv_sec;
-
+char *RenderEntry(const Rendering<V> &r) {
   TextBuilder text;
   for (const Section<V> &section : kSections<V>) {
-    if (!(rendering.flags & section.flag)) continue;
-    const Then then = RenderSection(section, text, rendering);
+    if (!(r.flags & section.flag)) continue;
+    const Then then = RenderSection(section, text, r);
     if (then == Then::kFail) return nullptr;
     if (then == Then::kEndText) break;
   }
-  return rendering.Wants(ZOR_PROCESS_OUTPUT_CONSOLE) ? TextBuilder().Copy() : text.Copy();
+  if (r.Wants(ZOR_PROCESS_OUTPUT_CONSOLE)) text.Clear();
+  return text.Copy();
 }
 
 template <class V>
@@ -243,8 +241,8 @@ void ClearStatistics(std::uint32_t selection, Entry<V> &entry) {
 static_assert(FlagsOfSections<std::int32_t>(false) == ZOR_PROCESS_FLAGS_ALL);
 static_assert((FlagsOfSections<std::int32_t>(true) & ~std::uint32_t{ZOR_PROCESS_FLAGS_CLEARED}) == 0);
 
-#define ZOR_INSTANTIATE(type, value, unsigned_value, total) \
-  template char *RenderEntry<value>(Rendering<value>);      \
+#define ZOR_INSTANTIATE(type, value, unsigned_value, total)    \
+  template char *RenderEntry<value>(const Rendering<value> &); \
   template void ClearStatistics<value>(std::uint32_t, Entry<value> &);
 ZOR_PROCESS_FOR_EACH_TYPE(ZOR_INSTANTIATE)
 

@@ -6,8 +6,15 @@
 #include <ctime>
 
 #include "entry/instance_entry.h"
+#include "zor/platform.h"
 
 namespace zor {
+
+inline std::time_t Now() {
+  struct timespec now = {};
+  kel_time_get_timespec_realtime(&now);
+  return now.tv_sec;
+}
 
 // What a call wants rendered: see zor_process_entry_get_data_fn in zor/entry.h.
 template <class V>
@@ -18,14 +25,14 @@ struct Rendering {
   std::uint16_t flags;
   const std::uint32_t *percentile;
   const Entry<V> &entry;
-  std::time_t seconds = 0;  // read from the clock when it begins
+  std::time_t seconds = Now();
 
   bool Wants(std::uint16_t output) const { return (mode & output) != 0; }
 };
 
 // A text from malloc; null when the entry does not keep a selected statistic, or without memory.
 template <class V>
-char *RenderEntry(Rendering<V> rendering);
+char *RenderEntry(const Rendering<V> &r);
 
 // Empties the selected statistics.
 template <class V>

@@ -144,13 +144,13 @@ bool NarrowToExtremes(SubRange<V> &range, V min, V max) {
 template <class V>
 struct RangeWalk {
   const RangeCounters<V> &record;
-  const RankSearch<V> &search;
+  const RankSearch<V> search;
   std::uint32_t position = 0;  // sub-range; search.below counts the samples before it
 };
 
 // Finds the sub-range that holds a rank and, in it, the values of this rank and the next.
 template <class V>
-Found LocateInSubRanges(RangeWalk<V> &walk, std::uint32_t rank, V &vk, V &vk1) {
+inline Found LocateInSubRanges(RangeWalk<V> &walk, std::uint32_t rank, V &vk, V &vk1) {
   const RangeCounters<V> &record = walk.record;
   const RankSearch<V> &search = walk.search;
   std::uint32_t position = walk.position;
@@ -208,7 +208,7 @@ Found LocateNextAbove(const RangeWalk<V> &walk, std::uint32_t next_rank, V &vk1)
 
 // Serves a rank at or beyond the number of samples below Start.
 template <class V>
-Found ServeFromSubRanges(RangeWalk<V> &walk, std::uint32_t rank, V &vk, V &vk1) {
+inline Found ServeFromSubRanges(RangeWalk<V> &walk, std::uint32_t rank, V &vk, V &vk1) {
   const std::uint32_t not_above = walk.search.total - walk.record.u16_max_exception_counter;
   if (walk.search.below == 0) walk.search.below = walk.record.u16_min_exception_counter;
   const Found found = LocateInSubRanges(walk, rank, vk, vk1);
@@ -221,7 +221,7 @@ Found ServeFromSubRanges(RangeWalk<V> &walk, std::uint32_t rank, V &vk, V &vk1) 
 
 // Serves the rank at the cursor; kNone leaves it and all later ones to another lookup.
 template <class V>
-Found Serve(RangeWalk<V> &walk) {
+inline Found Serve(RangeWalk<V> &walk) {
   const RankSearch<V> &search = walk.search;
   if (search.ServeExtremes()) return Found::kBoth;
   const std::uint32_t rank = search.Rank();
