@@ -238,8 +238,10 @@ void ClearStatistics(std::uint32_t selection, Entry<V> &entry) {
 }
 
 // What callers select by, the C++ header among them, knows every section.
-static_assert(FlagsOfSections<std::int32_t>(false) == ZOR_PROCESS_FLAGS_ALL);
-static_assert((FlagsOfSections<std::int32_t>(true) & ~std::uint32_t{ZOR_PROCESS_FLAGS_CLEARED}) == 0);
+static_assert(FlagsOfSections<std::int32_t>(false) == ZOR_PROCESS_FLAGS_ALL,
+              "ZOR_PROCESS_FLAGS_ALL is not the flags of all sections");
+static_assert((FlagsOfSections<std::int32_t>(true) & ~std::uint32_t{ZOR_PROCESS_FLAGS_CLEARED}) == 0,
+              "ZOR_PROCESS_FLAGS_CLEARED lacks a statistic that a clear resets");
 
 #define ZOR_INSTANTIATE(type, value, unsigned_value, total)    \
   template char *RenderEntry<value>(const Rendering<value> &); \
