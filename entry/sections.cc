@@ -37,7 +37,9 @@ class TextBuilder {
   TextBuilder() = default;
   TextBuilder(const TextBuilder &) = delete;
   TextBuilder &operator=(const TextBuilder &) = delete;
-  ~TextBuilder() { std::free(moved_); }
+  ~TextBuilder() {
+    if (chars_ != short_) std::free(chars_);
+  }
 
   template <class... Pieces>
   void Append(Pieces... pieces) {
@@ -50,36 +52,35 @@ class TextBuilder {
   char *Copy() const {
     auto *copy = is_cut_ ? nullptr : static_cast<char *>(std::malloc(size_ + 1));
     if (!copy) return nullptr;
-    std::memcpy(copy, chars(), size_);
+    std::memcpy(copy, chars_, size_);
     copy[size_] = '\0';
     return copy;
   }
 
  private:
-  const char *chars() const { return moved_ ? moved_ : short_; }
-
   void AppendPiece(string_view piece) {
     if (piece.size() > capacity_ - size_ && !Grow(piece.size())) return;
-    std::memcpy((moved_ ? moved_ : short_) + size_, piece.data(), piece.size());
+    std::memcpy(chars_ + size_, piece.data(), piece.size());
     size_ += piece.size();
   }
 
   [[gnu::cold]] bool Grow(std::size_t more) {
     const std::size_t capacity = 2 * (size_ + more);
-    auto *grown = is_cut_ ? nullptr : static_cast<char *>(std::realloc(moved_, capacity));
+    const bool was_short = chars_ == short_;
+    auto *grown = is_cut_ ? nullptr : static_cast<char *>(std::realloc(was_short ? nullptr : chars_, capacity));
     is_cut_ = !grown;
-    if (!grown) return false;
-    if (!moved_) std::memcpy(grown, short_, size_);
-    moved_ = grown;
+    if (is_cut_) return false;
+    if (was_short) std::memcpy(grown, short_, size_);
+    chars_ = grown;
     capacity_ = capacity;
     return true;
   }
 
   char short_[1024];
-  char *moved_ = nullptr;  // its place once it is too long
+  char *chars_ = short_;
   std::size_t size_ = 0;
   std::size_t capacity_ = sizeof short_;
-  bool is_cut_ = false;
+  bool is_cut_ = false;  // without memory for a piece
 };
 
 // What follows a section: the next one, or the end of the text, or that of the call with null.
@@ -183,14 +184,16 @@ constexpr const char *kNotConfigured = "Not configured\n";
 
 // In the order of output.
 template <class V>
-constexpr Section<V> kSections[] = {{ZOR_PROCESS_FLAG_SUMMARY, KeepsSummary<V>, kNotConfigured, kSummaryHeader,
-                                     WriteSummary<V>, PrintSummaryRow<V>, ClearSummary<V>},
-                                    {ZOR_PROCESS_FLAG_DISTRIBUTION, KeepsDistribution<V>, nullptr, "", nullptr,
-                                     PrintDistribution<V>, ClearDistribution<V>},
-                                    {ZOR_PROCESS_FLAG_PERCENTILE, KeepsPercentiles<V>, kNotConfigured,
-                                     kPercentileHeader, WritePercentiles<V>, PrintPercentileList<V>, nullptr},
-                                    {ZOR_PROCESS_FLAG_BASELINE, KeepsBaseline<V>, nullptr, kBaselineHeader,
-                                     WriteBaseline<V>, PrintBaseline<V>, nullptr}};
+constexpr Section<V> kSections[] = {
+    {ZOR_PROCESS_FLAG_SUMMARY, KeepsSummary<V>, kNotConfigured, kSummaryHeader, WriteSummary<V>, PrintSummaryRow<V>,
+     ClearSummary<V>},
+    {ZOR_PROCESS_FLAG_DISTRIBUTION, KeepsDistribution<V>, nullptr, "", nullptr, PrintDistribution<V>,
+     ClearDistribution<V>},
+    {ZOR_PROCESS_FLAG_PERCENTILE, KeepsPercentiles<V>, kNotConfigured, kPercentileHeader, WritePercentiles<V>,
+     PrintPercentileList<V>, nullptr},
+    {ZOR_PROCESS_FLAG_BASELINE, KeepsBaseline<V>, nullptr, kBaselineHeader, WriteBaseline<V>, PrintBaseline<V>,
+     nullptr},
+};
 
 // The flags of all sections, or of those that a clear does something to.
 template <class V>
