@@ -109,9 +109,7 @@ void Collector::Deliver() {
 }
 
 void Collector::Clear() {
-  constexpr std::uint16_t kAll =
-      ZOR_PROCESS_FLAG_SUMMARY | ZOR_PROCESS_FLAG_DISTRIBUTION | ZOR_PROCESS_FLAG_PERCENTILE;
-  Check(zor_process_engine_clear_dg_data(&engine_, kDg, kAll, 0));
+  Check(zor_process_engine_clear_dg_data(&engine_, kDg, ZOR_PROCESS_FLAGS_CLEARED, 0));
   polls_ = 0;
 }
 

@@ -65,9 +65,7 @@ class Entry {
     if (!good) failed_ = true;
     return time / (static_cast<double>(batches) * static_cast<double>(Values().size()));
   }
-  void Clear() {
-    g_zor_poi_entry_clear_funcs[kType](ZOR_PROCESS_FLAG_SUMMARY | ZOR_PROCESS_FLAG_DISTRIBUTION, record_, 0);
-  }
+  void Clear() { g_zor_poi_entry_clear_funcs[kType](ZOR_PROCESS_FLAGS_CLEARED, record_, 0); }
   bool failed() const { return failed_; }
   zor_process_object_instance_entry_uint64_t &record() { return *record_; }
 

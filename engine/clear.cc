@@ -5,57 +5,44 @@
 namespace zor {
 namespace {
 
-// What a clear walk carries from instance to instance.
-struct clear_context {
-  std::uint16_t mask;
-  std::uint32_t data_type;
-  std::uint32_t mode;
-  std::uint32_t status;
-  std::uint16_t flags;
-  const char *dg_name;
-  const char *object_name;
-};
+// What a clear of this mask does to a column's instances. Percentiles come with what they are estimated from.
+std::uint16_t SelectionOf(const Column &column, std::uint16_t mask) {
+  std::uint32_t kept = column.flags;
+  if (kept & ZOR_PROCESS_FLAG_PERCENTILE) kept |= ZOR_PROCESS_FLAG_SUMMARY | ZOR_PROCESS_FLAG_DISTRIBUTION;
+  return static_cast<std::uint16_t>(mask & kept);
+}
 
-std::uint32_t ClearInstance(const clear_context &context, EntryHead &entry) {
-  const std::uint32_t type = context.data_type - 1;
-  const auto selection = static_cast<std::uint16_t>(context.mask & context.flags);
-  if (selection == 0) return ZOR_PROCESS_SUCCESS;
+std::uint32_t ClearInstance(const Column &column, EntryHead &entry, std::uint16_t selection, std::uint32_t mode) {
+  const std::uint32_t type = column.data_type - 1;
   if (g_zor_poi_entry_get_clear_buffer_funcs[type](&entry)) return ZOR_PROCESS_ERROR_INVALID_CLEAR_INTERVAL;
-  char *text = g_zor_poi_entry_get_data_funcs[type](ZOR_PROCESS_OUTPUT_RECORD, context.dg_name, context.object_name,
+  char *text = g_zor_poi_entry_get_data_funcs[type](ZOR_PROCESS_OUTPUT_RECORD, column.dg_name, column.name,
                                                     selection, nullptr, &entry);
   if (!text) return ZOR_PROCESS_ERROR_NO_MEMORY;
   g_zor_poi_entry_set_clear_buffer_funcs[type](&entry, text);
-  g_zor_poi_entry_clear_funcs[type](selection, &entry, context.mode);
+  g_zor_poi_entry_clear_funcs[type](selection, &entry, mode);
   return ZOR_PROCESS_SUCCESS;
 }
 
-void ClearInstances(clear_context &context, Column &column) {
-  context.dg_name = column.dg_name;
-  context.object_name = column.name;
-  context.flags = column.flags;
-  context.data_type = column.data_type;
-  if (context.flags & ZOR_PROCESS_FLAG_PERCENTILE) {
-    context.flags |= ZOR_PROCESS_FLAG_SUMMARY | ZOR_PROCESS_FLAG_DISTRIBUTION;
-  }
+std::uint32_t ClearColumn(Column &column, std::uint16_t mask, std::uint32_t mode) {
+  const std::uint16_t selection = SelectionOf(column, mask);
+  if (selection == 0) return ZOR_PROCESS_SUCCESS;
   for (EntryHead &entry : Records<EntryHead>(column.instances)) {
-    context.status = ClearInstance(context, entry);
-    if (context.status != ZOR_PROCESS_SUCCESS) return;
+    const std::uint32_t result = ClearInstance(column, entry, selection, mode);
+    if (result != ZOR_PROCESS_SUCCESS) return result;
   }
+  return ZOR_PROCESS_SUCCESS;
 }
 
 }  // namespace
 
 std::uint32_t ClearDg(Dg &dg, std::uint16_t mask, std::uint32_t mode) {
-  clear_context context = {};
-  context.mask = mask;
-  context.mode = mode;
-  if (dg.oper_entries) {
-    for (Column &column : Records<Column>(*dg.oper_entries)) {
-      ClearInstances(context, column);
-      if (context.status != ZOR_PROCESS_SUCCESS) break;
-    }
+  dg.status = ZOR_PROCESS_SUCCESS;
+  if (!dg.oper_entries) return dg.status;
+  for (Column &column : Records<Column>(*dg.oper_entries)) {
+    dg.status = ClearColumn(column, mask, mode);
+    if (dg.status != ZOR_PROCESS_SUCCESS) break;
   }
-  return dg.status = context.status;
+  return dg.status;
 }
 
 }  // namespace zor

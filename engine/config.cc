@@ -4,8 +4,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/memory.h"
 #include "engine/registry.h"
-#include "stats/memory.h"
 
 namespace zor {
 
@@ -39,7 +39,7 @@ void ClearFlags(Record &record, const zor_process_attr_t &attr) {
 }
 
 template <class Record>
-void ReportSettings(const Record &record, const zor_process_attr_t &attr) {
+void ReadSettings(const Record &record, const zor_process_attr_t &attr) {
   if (attr.flags) *attr.flags = record.flags;
   if (attr.buckets) *attr.buckets = record.no_of_buckets;
   if (attr.clear_type) *attr.clear_type = record.clear_interval_type;
@@ -149,7 +149,7 @@ std::uint32_t GetObject(Dg &dg, std::uint32_t operation, const char **name, cons
   if (!attr) return ZOR_PROCESS_ERROR_INVALID_PARAMS;
   const Object *object = Select<Object>(dg.objects, operation, name);
   if (!object) return ZOR_PROCESS_ERROR_OBJECT_NOT_FOUND;
-  if (attr->common) ReportSettings(*object, *attr->common);
+  if (attr->common) ReadSettings(*object, *attr->common);
   if (attr->id) *attr->id = object->id;
   if (attr->value_kind) *attr->value_kind = object->value_kind;
   if (!attr->range_type) return ZOR_PROCESS_SUCCESS;
@@ -210,7 +210,7 @@ std::uint32_t zor_process_engine_set_dg(zor_process_engine_t *engine, std::uint3
       if (!attr) return ZOR_PROCESS_ERROR_INVALID_PARAMS;
       const Dg *dg = Select<Dg>(engine->dgs, operation, name);
       if (!dg) return ZOR_PROCESS_ERROR_DG_NOT_FOUND;
-      ReportSettings(*dg, *attr);
+      ReadSettings(*dg, *attr);
       return ZOR_PROCESS_SUCCESS;
     }
     default:

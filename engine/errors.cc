@@ -1,3 +1,5 @@
+#include <cstdint>
+
 #include "zor/engine.h"
 
 const char *const ppc_g_zor_proc_error_string_list[17] = {
@@ -20,6 +22,6 @@ const char *const ppc_g_zor_proc_error_string_list[17] = {
     "Max Limit",
 };
 
-const char *zor_proc_get_error_string_list(uint32_t code) {
+const char *zor_proc_get_error_string_list(std::uint32_t code) {
   return code <= ZOR_PROCESS_MAX_LIMIT ? ppc_g_zor_proc_error_string_list[code] : "unknown error code";
 }

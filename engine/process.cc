@@ -6,9 +6,9 @@
 #include <limits>
 #include <optional>
 
+#include "base/memory.h"
 #include "engine/clear.h"
 #include "engine/registry.h"
-#include "stats/memory.h"
 #include "zor/entry.h"
 
 namespace zor {
@@ -18,8 +18,6 @@ constexpr std::uint32_t kMinPollInterval = 10;  // seconds
 constexpr std::uint32_t kClearPolls = 1;
 constexpr std::uint32_t kClearHours = 2;
 constexpr std::uint32_t kDefaultClearCount = 2000;
-constexpr std::uint16_t kClearedAtInterval =
-    ZOR_PROCESS_FLAG_SUMMARY | ZOR_PROCESS_FLAG_DISTRIBUTION | ZOR_PROCESS_FLAG_PERCENTILE;
 
 // Values of a DG's poll_state.
 constexpr std::uint8_t kAwaitsFirstValue = 1;
@@ -143,7 +141,7 @@ std::optional<Range> ConvertRange(const Object &object, std::uint32_t data_type)
 }
 
 // Creates the entry of an instance seen for the first time.
-std::uint32_t CreateInstance(const Dg &dg, Column &column, const char *key, void **entry) {
+std::uint32_t CreateInstance(const Dg &dg, Column &column, const char *key, void *&entry) {
   const Object &object = *column.object;
   std::optional<Range> range;
   if (object.range) {
@@ -158,18 +156,18 @@ std::uint32_t CreateInstance(const Dg &dg, Column &column, const char *key, void
     g_zor_poi_entry_destroy_funcs[column.data_type - 1](created);
     return ZOR_PROCESS_ERROR_NO_MEMORY;
   }
-  *entry = created;
+  entry = created;
   return ZOR_PROCESS_SUCCESS;
 }
 
 // Creates the entry of a key in column i, and its row where this is its first; an instance that the object does not
 // watch gets neither.
-std::uint32_t CreateRowEntry(Dg &dg, const char *key, std::uint32_t i, Row **row) {
+std::uint32_t CreateRowEntry(Dg &dg, const char *key, std::uint32_t i, Row *&row) {
   Column &column = *dg.directory.columns[i];
   if (column.object->instances && !Find<Instance>(*column.object->instances, key)) return ZOR_PROCESS_SUCCESS;
-  if (!*row) *row = CreateRow(dg.directory, key);
-  if (!*row) return ZOR_PROCESS_ERROR_NO_MEMORY;
-  return CreateInstance(dg, column, key, &(*row)->entries()[i]);
+  if (!row) row = CreateRow(dg.directory, key);
+  if (!row) return ZOR_PROCESS_ERROR_NO_MEMORY;
+  return CreateInstance(dg, column, key, row->entries()[i]);
 }
 
 // Fetches the first lines of an entry, where a sample finds its head, summary and range.
@@ -193,10 +191,8 @@ std::uint32_t CountValue(Dg &dg, const char *key, std::uint32_t i, const void *v
   const Column &column = *dg.directory.columns[i];
   if (!column.object) return ZOR_PROCESS_ERROR_OBJECT_NOT_FOUND;
   if (!row || !row->entries()[i]) {
-    Row *created = row;
-    const std::uint32_t result = CreateRowEntry(dg, key, i, &created);
+    const std::uint32_t result = CreateRowEntry(dg, key, i, row);
     if (result != ZOR_PROCESS_SUCCESS) return result;
-    row = created;
     if (!row || !row->entries()[i]) return ZOR_PROCESS_SUCCESS;
   }
   std::uint32_t period_ended = 0;
@@ -218,8 +214,8 @@ std::uint32_t ProcessRow(Dg &dg, const zor_process_msg_t &msg) {
   const std::uint32_t count = dg.directory.column_count;
   auto [row, expected] = FindRow(dg.directory, key);
 
-  // While rows come as foreseen, the next row's entries are on their way when this one's are counted; else this
-  // row's own are fetched together, not one after the other.
+  // When rows come in the order of the last poll, the entries of the next row are fetched while this one's values
+  // are counted. Otherwise all entries of this row are fetched at once before the first value is.
   Row *next = expected ? row->follower : nullptr;
   if (next) __builtin_prefetch(next->follower);
   for (std::uint32_t i = 0; row && !next && i < count; ++i) PrefetchEntry(row->entries()[i]);
@@ -238,7 +234,7 @@ std::uint32_t ProcessEndOfPoll(Dg &dg) {
   dg.poll_state = kAwaitsFirstValue;
   if (dg.clear_interval_type != kClearPolls) return ZOR_PROCESS_SUCCESS;
   if (++dg.poll_count != dg.clear_interval) return ZOR_PROCESS_SUCCESS;
-  const std::uint32_t result = ClearDg(dg, kClearedAtInterval, 1);
+  const std::uint32_t result = ClearDg(dg, ZOR_PROCESS_FLAGS_CLEARED, 1);
   if (result == ZOR_PROCESS_SUCCESS) dg.poll_count = 0;
   return result;
 }

@@ -3,23 +3,23 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "base/print.h"
 #include "engine/registry.h"
-#include "entry/print.h"
 #include "zor/entry.h"
 
 namespace zor {
 namespace {
 
-// The instance entry after `entry` (the first one of `oper` when it is null), moving `oper` on through the DG's
-// oper entries as they run out; null at the end of the walk.
-void *NextEntry(Dg &dg, Column *&oper, void *entry) {
-  if (!oper) oper = static_cast<Column *>(kel_hashset_first(dg.oper_entries));
-  if (!oper) return nullptr;
-  void *next = entry ? kel_hashset_next(&oper->instances, entry) : kel_hashset_first(&oper->instances);
+// The instance entry after `entry` (the first one of `column` when it is null), moving `column` on through
+// the columns as they run out; null at the end of the walk.
+void *NextEntry(Dg &dg, Column *&column, void *entry) {
+  if (!column) column = static_cast<Column *>(kel_hashset_first(dg.oper_entries));
+  if (!column) return nullptr;
+  void *next = entry ? kel_hashset_next(&column->instances, entry) : kel_hashset_first(&column->instances);
   while (!next) {
-    oper = static_cast<Column *>(kel_hashset_next(dg.oper_entries, oper));
-    if (!oper) return nullptr;
-    next = kel_hashset_first(&oper->instances);
+    column = static_cast<Column *>(kel_hashset_next(dg.oper_entries, column));
+    if (!column) return nullptr;
+    next = kel_hashset_first(&column->instances);
   }
   return next;
 }
@@ -32,25 +32,25 @@ struct Selection {
   std::uint32_t sections;
 };
 
-void PrintSection(const Selection &selection, Column &oper, EntryHead &entry, std::uint16_t section) {
-  std::free(g_zor_poi_entry_get_data_funcs[oper.data_type - 1](
-      ZOR_PROCESS_OUTPUT_CONSOLE, selection.dg_name, oper.name, section,
+void PrintSection(const Selection &selection, Column &column, EntryHead &entry, std::uint16_t section) {
+  std::free(g_zor_poi_entry_get_data_funcs[column.data_type - 1](
+      ZOR_PROCESS_OUTPUT_CONSOLE, selection.dg_name, column.name, section,
       section == ZOR_PROCESS_FLAG_PERCENTILE ? selection.percentile : nullptr, &entry));
 }
 
 // Calls print(entry) for each selected instance.
 template <class Print>
-void ForEachSelected(const Selection &selection, Column &oper, Print print) {
+void ForEachSelected(const Selection &selection, Column &column, Print print) {
   if (selection.instance_name) {
-    if (auto *entry = Find<EntryHead>(oper.instances, selection.instance_name)) print(*entry);
+    if (auto *entry = Find<EntryHead>(column.instances, selection.instance_name)) print(*entry);
     return;
   }
-  for (EntryHead &entry : Records<EntryHead>(oper.instances)) print(entry);
+  for (EntryHead &entry : Records<EntryHead>(column.instances)) print(entry);
 }
 
-void PrintObject(const Selection &selection, Dg &dg, Column &oper) {
-  EmitLine("\nObjectname       : %s\n", oper.name);
-  if (const Object *object = Find<Object>(dg.objects, oper.name)) {
+void PrintObject(const Selection &selection, Dg &dg, Column &column) {
+  EmitLine("\nObjectname       : %s\n", column.name);
+  if (const Object *object = Find<Object>(dg.objects, column.name)) {
     // The first value of a cumulative counter only primes it.
     const bool primed = object->value_kind != 0 && dg.no_of_samples > 0;
     EmitLine("\nNumber of samples: %llu\n", static_cast<unsigned long long>(dg.no_of_samples - (primed ? 1 : 0)));
@@ -59,24 +59,25 @@ void PrintObject(const Selection &selection, Dg &dg, Column &oper) {
     EmitLine("\nSummary Data     :\n");
     EmitLine("Instance         Min     Max     Sum         Average\n");
     EmitLine("--------------------------------------------------------\n");
-    ForEachSelected(selection, oper, [&](EntryHead &entry) {
+    ForEachSelected(selection, column, [&](EntryHead &entry) {
       EmitName(entry.name, 17, "", "\n");
-      PrintSection(selection, oper, entry, ZOR_PROCESS_FLAG_SUMMARY);
+      PrintSection(selection, column, entry, ZOR_PROCESS_FLAG_SUMMARY);
     });
   }
   if (selection.sections & ZOR_PROCESS_FLAG_DISTRIBUTION) {
     EmitLine("\nDistribution Data:\n");
     EmitLine("* Buckets with no data are not shown\n");
-    ForEachSelected(selection, oper,
-                    [&](EntryHead &entry) { PrintSection(selection, oper, entry, ZOR_PROCESS_FLAG_DISTRIBUTION); });
+    ForEachSelected(selection, column, [&](EntryHead &entry) {
+      PrintSection(selection, column, entry, ZOR_PROCESS_FLAG_DISTRIBUTION);
+    });
   }
   if (selection.sections & ZOR_PROCESS_FLAG_PERCENTILE) {
     EmitLine("\n\nPercentile Data:\n");
-    ForEachSelected(selection, oper, [&](EntryHead &entry) {
+    ForEachSelected(selection, column, [&](EntryHead &entry) {
       EmitLine("Instance         : ");
       EmitName(entry.name, 39, "\n", "                   ");
       EmitLine("Percentile Values: \n");
-      PrintSection(selection, oper, entry, ZOR_PROCESS_FLAG_PERCENTILE);
+      PrintSection(selection, column, entry, ZOR_PROCESS_FLAG_PERCENTILE);
     });
   }
 }
@@ -89,7 +90,7 @@ char *zor_process_engine_get_next_object_instance_data(zor_process_engine_t *eng
                                                        std::uint32_t output_mode) {
   using namespace zor;
   Dg *dg = static_cast<Dg *>(cursor->dg);
-  auto *oper = static_cast<Column *>(cursor->oper_entry);
+  auto *column = static_cast<Column *>(cursor->oper_entry);
   void *entry = cursor->entry;
   cursor->dg = nullptr;
   cursor->oper_entry = nullptr;
@@ -97,19 +98,19 @@ char *zor_process_engine_get_next_object_instance_data(zor_process_engine_t *eng
 
   if (!dg) dg = FindDg(engine, cursor->dg_name);
   if (!dg || !dg->oper_entries) return nullptr;
-  entry = NextEntry(*dg, oper, entry);
+  entry = NextEntry(*dg, column, entry);
   if (!entry) return nullptr;
-  const Object *object = Find<Object>(dg->objects, oper->name);
+  const Object *object = Find<Object>(dg->objects, column->name);
   if (!object) return nullptr;
 
   cursor->dg = dg;
-  cursor->oper_entry = oper;
+  cursor->oper_entry = column;
   cursor->entry = entry;
   cursor->flags = dg->flags | object->flags;
   // A cursor that came with its DG may name none.
   const char *dg_name = cursor->dg_name ? cursor->dg_name : dg->name;
-  return g_zor_poi_entry_get_data_funcs[oper->data_type - 1](static_cast<std::uint16_t>(output_mode), dg_name,
-                                                             oper->name, cursor->flags, nullptr, entry);
+  return g_zor_poi_entry_get_data_funcs[column->data_type - 1](static_cast<std::uint16_t>(output_mode), dg_name,
+                                                               column->name, cursor->flags, nullptr, entry);
 }
 
 void zor_process_engine_print_object_instance_data_with_handle(zor_process_engine_t *engine,
@@ -123,14 +124,10 @@ void zor_process_engine_print_object_instance_data_with_handle(zor_process_engin
   if (!dg || !dg->oper_entries) return;
   const Selection selection = {dg_ref->dg_name, instance_name, percentile, flags};
   if (object_name) {
-    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): a set only reads the name of a key record.
-    EntryHead key = {{}, const_cast<char *>(object_name)};
-    if (void *oper = kel_hashset_get(dg->oper_entries, &key)) {
-      PrintObject(selection, *dg, *static_cast<Column *>(oper));
-    }
+    if (auto *column = Find<Column>(*dg->oper_entries, object_name)) PrintObject(selection, *dg, *column);
     return;
   }
-  for (Column &oper : Records<Column>(*dg->oper_entries)) PrintObject(selection, *dg, oper);
+  for (Column &column : Records<Column>(*dg->oper_entries)) PrintObject(selection, *dg, column);
 }
 
 void zor_process_engine_print_object_instance_data(zor_process_engine_t *engine,

@@ -3,8 +3,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/memory.h"
 #include "engine/registry.h"
-#include "stats/memory.h"
 
 namespace zor {
 namespace {
@@ -29,11 +29,11 @@ bool IndexColumns(RowDirectory &directory, kel_hashset_t &oper_entries) {
 }
 
 FoundRow FindRow(RowDirectory &directory, const char *key) {
-  // Out of order, the row foreseen is not even looked at: it would cost a cache miss to no avail.
-  Row *foreseen = directory.in_order ? directory.last->follower : nullptr;
-  if (foreseen && std::strcmp(foreseen->name, key) == 0) {
-    directory.last = foreseen;
-    return {foreseen, true};
+  // While rows come out of order the expected one is not looked at: that would be a cache miss for nothing.
+  Row *expected = directory.in_order ? directory.last->follower : nullptr;
+  if (expected && std::strcmp(expected->name, key) == 0) {
+    directory.last = expected;
+    return {expected, true};
   }
   Row *row = Find<Row>(directory.rows, key);
   if (row) MoveTo(directory, row);

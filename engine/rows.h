@@ -18,8 +18,8 @@ struct Column : zor_process_object_oper_entry_t {
   zor_process_object_t *object;
 };
 
-// A row that has instance entries. They stand right behind the record, at a place that needs no look at it, so that
-// they are on their way while its key is compared.
+// A row that has instance entries. They stand right behind the record, so that they can be fetched from memory before
+// the record itself has arrived.
 struct Row : kel_hashset_record_t {
   Row *follower;  // the row that came next, last time
 
@@ -32,14 +32,14 @@ struct RowDirectory {
   std::uint32_t column_count;
   kel_hashset_t rows;
   Row *last;      // the row of the message before
-  bool in_order;  // it came where it was foreseen
+  bool in_order;  // it was the one expected
 };
 
 // Builds the columns from a DG's oper entries, once its template was processed, which is done once. False without
 // memory.
 bool IndexColumns(RowDirectory &directory, kel_hashset_t &oper_entries);
 
-// The row of a message: null while it has no entry. `expected` tells that it is the one foreseen.
+// The row of a message: null while it has no entry. `expected` tells that it came next in the last poll, too.
 struct FoundRow {
   Row *row;
   bool expected;

@@ -1,11 +1,11 @@
 #include "entry/console.h"
 
-#include "entry/print.h"
+#include "base/memory.h"
+#include "base/print.h"
+#include "base/text.h"
 #include "stats/analyzer.h"
-#include "stats/memory.h"
 #include "stats/percentile.h"
 #include "stats/summary.h"
-#include "stats/text.h"
 
 namespace zor {
 namespace {
@@ -21,35 +21,35 @@ FixedPoint<V> Sum(const FixedPoint<V> &a, V whole, unsigned thousandths) {
 }  // namespace
 
 template <class V>
-void PrintSummaryRow(const Entry<V> &entry) {
-  const Summary<V> &summary = *entry.summary;
+bool PrintSummaryRow(const Rendering<V> &r) {
+  const Summary<V> &summary = *r.entry.summary;
   EmitLine("%-8s%-8s%-12s", ToText(summary.Vmin).chars, ToText(summary.Vmax).chars, ToText(summary.Vtotal).chars);
   EmitLine("%s\n", ToText(Average<V>(summary)).chars);
+  return true;
 }
 
 template <class V>
-bool PrintDistribution(const Entry<V> &entry) {
+bool PrintDistribution(const Rendering<V> &r) {
   using U = Unsigned<V>;
-  const RangeCounters<V> *record = entry.range_counters;
-  if (!record || record->Nsc < 2) return false;
-  const U nsc = record->Nsc;
-  const U span = Distance(record->Start, record->End);
+  const RangeCounters<V> &record = *r.entry.range_counters;
+  const U nsc = record.Nsc;
+  const U span = Distance(record.Start, record.End);
   const auto whole = static_cast<V>(span / nsc);
   const auto thousandths = static_cast<unsigned>(span % nsc * 1000 / nsc);
 
   EmitLine("\nInstance     Number of  Range               Range\n");
   EmitLine("             buckets    start               end\n");
   EmitLine("-------------------------------------------------------\n");
-  EmitName(entry.name, 13, "", "\n");
-  EmitLine("%-9u%-20s%-20s\n", record->Nsc, ToText(record->Start).chars, ToText(record->End).chars);
+  EmitName(r.entry.name, 13, "", "\n");
+  EmitLine("%-9u%-20s%-20s\n", record.Nsc, ToText(record.Start).chars, ToText(record.End).chars);
   EmitLine("\nBucket    Bucket         Bucket         Count\n");
   EmitLine("Index     Start          End\n");
   EmitLine("------------------------------------------------------\n");
 
-  FixedPoint<V> start = {record->Start, 0};
-  for (unsigned b = 1; b <= record->Nsc; ++b) {
+  FixedPoint<V> start = {record.Start, 0};
+  for (unsigned b = 1; b <= record.Nsc; ++b) {
     const FixedPoint<V> end = Sum<V>(start, whole, thousandths);
-    if (const unsigned count = record->pu16_counters[b - 1]; count != 0) {
+    if (const unsigned count = record.pu16_counters[b - 1]; count != 0) {
       EmitLine("%-10u%s        %s        %-u\n", b, ToText(start).chars, ToText(end).chars, count);
     }
     start = end;
@@ -58,16 +58,16 @@ bool PrintDistribution(const Entry<V> &entry) {
 }
 
 template <class V>
-bool PrintPercentileList(const Entry<V> &entry, const std::uint32_t *percentile) {
-  const std::uint32_t single = percentile ? *percentile * 1000 : 0;
-  const std::uint32_t *points = percentile ? &single : g_stats_percentile_1000;
-  const std::uint32_t count = percentile ? 1 : g_stats_percentile_size;
+bool PrintPercentileList(const Rendering<V> &r) {
+  const std::uint32_t single = r.percentile ? *r.percentile * 1000 : 0;
+  const std::uint32_t *points = r.percentile ? &single : g_stats_percentile_1000;
+  const std::uint32_t count = r.percentile ? 1 : g_stats_percentile_size;
 
-  if (entry.summary->u32_no_of_samples == 0) {
+  if (r.entry.summary->u32_no_of_samples == 0) {
     EmitLine("No samples\n");
   } else {
     const auto values = AllocateArray<FixedPoint<V>>(count);
-    if (!values || IsOutOfMemory(EstimateDistribution<V>(entry, points, values.get(), count))) return false;
+    if (!values || IsOutOfMemory(EstimateDistribution<V>(r.entry, points, values.get(), count))) return false;
     PrintPercentiles<V>(points, values.get(), count);
   }
   EmitLine("\n");
@@ -75,16 +75,17 @@ bool PrintPercentileList(const Entry<V> &entry, const std::uint32_t *percentile)
 }
 
 template <class V>
-void PrintBaseline(const char *object_name, const Entry<V> &entry) {
-  EmitLine("Object: %s, Instance: %s\n", object_name, entry.name);
-  PrintAnalyzer<V>(*entry.analyzer);
+bool PrintBaseline(const Rendering<V> &r) {
+  EmitLine("Object: %s, Instance: %s\n", r.object_name, r.entry.name);
+  PrintAnalyzer<V>(*r.entry.analyzer);
+  return true;
 }
 
-#define ZOR_INSTANTIATE(type, value, unsigned_value, total)                              \
-  template void PrintSummaryRow<value>(const Entry<value> &);                            \
-  template bool PrintDistribution<value>(const Entry<value> &);                          \
-  template bool PrintPercentileList<value>(const Entry<value> &, const std::uint32_t *); \
-  template void PrintBaseline<value>(const char *, const Entry<value> &);
+#define ZOR_INSTANTIATE(type, value, unsigned_value, total)           \
+  template bool PrintSummaryRow<value>(const Rendering<value> &);     \
+  template bool PrintDistribution<value>(const Rendering<value> &);   \
+  template bool PrintPercentileList<value>(const Rendering<value> &); \
+  template bool PrintBaseline<value>(const Rendering<value> &);
 ZOR_PROCESS_FOR_EACH_TYPE(ZOR_INSTANTIATE)
 
 }  // namespace zor

@@ -1,29 +1,27 @@
-// The console sections of an instance. The report around them puts headings and the instance's name.
+// The console lines of each section. The report around them puts headings and the instance's name. False without
+// memory; the entry keeps the section's statistics.
 #ifndef ZOR_ENTRY_CONSOLE_H_
 #define ZOR_ENTRY_CONSOLE_H_
 
-#include <cstdint>
-
-#include "entry/instance_entry.h"
+#include "entry/sections.h"
 
 namespace zor {
 
-// Both extremes, the sum and the average as one row. The entry keeps a summary.
+// Both extremes, the sum and the average as one row.
 template <class V>
-void PrintSummaryRow(const Entry<V> &entry);
+bool PrintSummaryRow(const Rendering<V> &r);
 
-// The range and a row per bucket that holds samples; false, and nothing printed, without at least two buckets.
+// The range and a row per bucket that holds samples.
 template <class V>
-bool PrintDistribution(const Entry<V> &entry);
+bool PrintDistribution(const Rendering<V> &r);
 
-// A line per point: the nine standard points, or the one that `percentile` gives in whole percent. The entry keeps
-// a summary and a distribution. False without memory.
+// A line per point: the nine standard points, or the one that the call names.
 template <class V>
-bool PrintPercentileList(const Entry<V> &entry, const std::uint32_t *percentile);
+bool PrintPercentileList(const Rendering<V> &r);
 
-// The analyzer's report, on standard output behind a line with the names. The entry keeps a baseline.
+// The analyzer's report, on standard output behind a line with the names.
 template <class V>
-void PrintBaseline(const char *object_name, const Entry<V> &entry);
+bool PrintBaseline(const Rendering<V> &r);
 
 }  // namespace zor
 

@@ -1,16 +1,15 @@
 #include "zor/entry.h"
 
-#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <memory>
 #include <utility>
 
+#include "base/memory.h"
 #include "entry/instance_entry.h"
-#include "entry/render.h"
+#include "entry/sections.h"
 #include "stats/analyzer.h"
-#include "stats/memory.h"
 #include "stats/range_counters.h"
 #include "stats/summary.h"
 #include "zor/engine.h"
@@ -130,7 +129,7 @@ template <class V>
 bool TakeSnapshot(Entry<V> &entry) {
   if (entry.clear_buffer) return false;
   const zor_process_object_oper_entry_t &oper = *entry.oper_entry;
-  char *text = RenderEntry<V>(ZOR_PROCESS_OUTPUT_RECORD, oper.dg_name, oper.name, oper.flags, nullptr, entry);
+  char *text = RenderEntry<V>({ZOR_PROCESS_OUTPUT_RECORD, oper.dg_name, oper.name, oper.flags, nullptr, entry});
   if (!text) return false;
   SetClearBuffer<V>(entry, text);
   return true;
@@ -172,18 +171,6 @@ std::int32_t InsertValue(Entry<V> &entry, V value, std::uint32_t *period_ended) 
   return static_cast<std::int32_t>(result);
 }
 
-template <class V>
-void ClearStatistics(std::uint32_t selection, Entry<V> &entry) {
-  if ((selection & ZOR_PROCESS_FLAG_SUMMARY) && entry.summary) *entry.summary = {};
-  if ((selection & ZOR_PROCESS_FLAG_DISTRIBUTION) && entry.range_counters) {
-    RangeCounters<V> &record = *entry.range_counters;
-    record.u16_no_of_samples = 0;
-    record.u16_min_exception_counter = 0;
-    record.u16_max_exception_counter = 0;
-    std::fill_n(record.pu16_counters, record.Nsc, std::uint16_t{0});
-  }
-}
-
 }  // namespace
 }  // namespace zor
 
@@ -209,8 +196,8 @@ void ClearStatistics(std::uint32_t selection, Entry<V> &entry) {
   char *zor_process_object_instance_entry_get_data_##type(std::uint16_t output_mode, const char *dg_name,       \
                                                           const char *object_name, std::uint16_t flags,         \
                                                           const std::uint32_t *percentile, void *entry) {       \
-    return zor::RenderEntry<value>(output_mode, dg_name, object_name, flags, percentile,                        \
-                                   *static_cast<zor::Entry<value> *>(entry));                                   \
+    return zor::RenderEntry<value>(                                                                             \
+        {output_mode, dg_name, object_name, flags, percentile, *static_cast<zor::Entry<value> *>(entry)});      \
   }                                                                                                             \
   char *zor_process_object_instance_entry_get_clear_buffer_##type(void *entry) {                                \
     return static_cast<zor::Entry<value> *>(entry)->clear_buffer;                                               \

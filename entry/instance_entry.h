@@ -2,9 +2,9 @@
 #ifndef ZOR_ENTRY_INSTANCE_ENTRY_H_
 #define ZOR_ENTRY_INSTANCE_ENTRY_H_
 
+#include "base/value_types.h"
 #include "stats/percentile.h"
 #include "stats/range_counters.h"
-#include "stats/value_types.h"
 #include "zor/entry.h"
 
 namespace zor {
@@ -28,8 +28,9 @@ template <class V>
 Estimate EstimateDistribution(const Entry<V> &entry, const std::uint32_t *points, FixedPoint<V> *results,
                               std::uint32_t count) {
   const Summary<V> &summary = *entry.summary;
-  return EstimatePercentiles<V>(points, results, count, summary.Vmin, summary.Vmax, summary.u32_no_of_samples,
-                                FindInRange<V>, entry.range_counters);
+  return EstimatePercentiles<V>(
+      points, results, count, summary.Vmin, summary.Vmax, summary.u32_no_of_samples,
+      [&](const RankSearch<V> &search) { return FindInRange<V>(*entry.range_counters, search); });
 }
 
 // Bits of an entry's mode.

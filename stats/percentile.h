@@ -1,9 +1,14 @@
 #ifndef ZOR_STATS_PERCENTILE_H_
 #define ZOR_STATS_PERCENTILE_H_
 
+#include <algorithm>
 #include <cstdint>
 
-#include "stats/value_types.h"
+#include "base/memory.h"
+#include "base/print.h"
+#include "base/text.h"
+#include "base/value_types.h"
+#include "stats/bucket_model.h"
 
 namespace zor {
 
@@ -13,19 +18,126 @@ enum class Found : std::uint32_t { kBoth = 0, kFirstOnly = 1, kNone = 2 };
 // The bucket model: see stats_percentile_get_Vk_Vk1_<type> in zor/percentile.h.
 template <class V>
 Found LocateInBucket(std::uint32_t below, std::uint32_t total, V lowest, V highest, std::uint32_t k,
-                     std::uint32_t samples, V *vk, V *vk1);
+                     std::uint32_t samples, V &vk, V &vk1) {
+  vk = 0;
+  vk1 = 0;
+  if (highest < lowest || k > samples) return Found::kNone;
 
-// See stats_percentile_get_values_<type> in zor/percentile.h.
-enum class Estimate : std::uint32_t { kDone = 0, kNoRanks = 1, kNoValues = 2, kInvalidPoint = 3, kNotFound = 4 };
+  const Wide width = static_cast<Wide>(Distance(lowest, highest)) + 1;
+  const std::uint32_t median = total / 2;
+  const bool rising = below + samples < median;
+  const bool peaked = !rising && below <= median;
 
+  Place place;
+  if (!peaked || width == 1) {
+    place = LocateInRun(rising || width == 1, width, samples, k);  // a single value takes every sample
+  } else if (const std::uint32_t rising_samples = samples / 2; k <= rising_samples) {
+    place = LocateInRun(true, width / 2, rising_samples, k);
+  } else {
+    place = LocateInRun(false, width - width / 2, samples - rising_samples, k - rising_samples);
+    place.offset += static_cast<std::uint64_t>(width / 2);
+  }
+  const V value = Advance(lowest, static_cast<Unsigned<V>>(place.offset));
+  vk = value;
+  if (place.holds_next) {
+    vk1 = value;
+    return Found::kBoth;
+  }
+  if (samples > k && !peaked && value != highest) {
+    vk1 = Advance<V>(value, 1);
+    return Found::kBoth;
+  }
+  return Found::kFirstOnly;
+}
+
+// A search for the samples of ranks, in the words of stats_percentile_lookup_<type>_t in zor/percentile.h.
 template <class V>
-Estimate EstimatePercentiles(const std::uint32_t *points, FixedPoint<V> *results, std::uint32_t count, V min, V max,
-                             std::uint32_t total, Lookup<V> lookup, void *context);
+struct RankSearch {
+  const std::uint32_t *ranks;
+  std::uint32_t total;
+  V min;
+  V max;
+  V *vk;
+  V *vk1;
+  std::uint32_t &below;
+  std::uint32_t count;
+  std::uint32_t &cursor;
+
+  // At the cursor.
+  bool Done() const { return cursor >= count; }
+  std::uint32_t Rank() const { return ranks[cursor]; }
+  V &Vk() const { return vk[cursor]; }
+  V &Vk1() const { return vk1[cursor]; }
+
+  // Takes the k-th sample of a bucket and the one after it.
+  Found Locate(V lowest, V highest, std::uint32_t k, std::uint32_t samples) const {
+    return LocateInBucket<V>(below, total, lowest, highest, k, samples, Vk(), Vk1());
+  }
+
+  // The ends of the distribution, which are served before any data is looked at.
+  bool ServeExtremes() const {
+    if (Rank() <= 1) {
+      Vk() = Vk1() = min;
+    } else if (Rank() == total) {
+      Vk() = Vk1() = max;
+    } else {
+      return false;
+    }
+    return true;
+  }
+};
+
+enum class Estimate : std::uint32_t { kDone = 0, kNoRanks = 1, kNoValues = 2, kInvalidPoint = 3, kNotFound = 4 };
 
 inline bool IsOutOfMemory(Estimate result) { return result == Estimate::kNoRanks || result == Estimate::kNoValues; }
 
+// See stats_percentile_get_values_<type> in zor/percentile.h. find(search) serves the ranks.
+template <class V, class Find>
+Estimate EstimatePercentiles(const std::uint32_t *points, FixedPoint<V> *results, std::uint32_t count, V min, V max,
+                             std::uint32_t total, Find find) {
+  constexpr std::uint32_t kWholePoint = 100000;  // 100 % in thousandths of a percent
+  if (total == 0) {
+    std::fill_n(results, count, FixedPoint<V>{});
+    return Estimate::kNotFound;
+  }
+  const auto ranks = AllocateArray<std::uint32_t>(count);
+  if (!ranks) return Estimate::kNoRanks;
+  const auto vk = AllocateArray<V>(count);
+  const auto vk1 = AllocateArray<V>(count);
+  if (!vk || !vk1) return Estimate::kNoValues;
+
+  const auto position = [&](std::uint32_t i) { return std::uint64_t{points[i]} * (total - 1); };
+  for (std::uint32_t i = 0; i < count; ++i) {
+    ranks[i] = static_cast<std::uint32_t>(position(i) / kWholePoint + 1);
+    results[i] = {};
+    if (points[i] > kWholePoint) return Estimate::kInvalidPoint;
+  }
+  std::uint32_t below = 0;
+  std::uint32_t cursor = 0;
+  const RankSearch<V> search = {ranks.get(), total, min, max, vk.get(), vk1.get(), below, count, cursor};
+  if (find(search) == Found::kNone) return Estimate::kNotFound;
+
+  for (std::uint32_t i = 0; i < count; ++i) {
+    if (points[i] == 0) {
+      results[i].int_part = min;
+    } else if (ranks[i] == total) {
+      results[i].int_part = max;
+    } else {
+      const Wide fraction = position(i) % kWholePoint / 100;
+      const Wide share = fraction * (vk[i] < vk1[i] ? Distance(vk[i], vk1[i]) : 0);
+      results[i].int_part = Advance(vk[i], static_cast<Unsigned<V>>(share / 1000));
+      results[i].thousandths = static_cast<std::uint16_t>(share % 1000);
+    }
+  }
+  return Estimate::kDone;
+}
+
 template <class V>
-void PrintPercentiles(const std::uint32_t *points, const FixedPoint<V> *results, std::uint32_t count);
+void PrintPercentiles(const std::uint32_t *points, const FixedPoint<V> *results, std::uint32_t count) {
+  for (std::uint32_t i = 0; i < count; ++i) {
+    EmitLine("P[%03u.%03u] = %s\n", points[i] / 1000, points[i] % 1000, ToText(results[i]).chars);
+  }
+}
 
 }  // namespace zor
 

@@ -3,9 +3,13 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdio>
 #include <limits>
 
-#include "stats/value_types.h"
+#include "base/memory.h"
+#include "base/text.h"
+#include "base/value_types.h"
+#include "stats/percentile.h"
 
 namespace zor {
 
@@ -26,11 +30,29 @@ constexpr std::uint32_t CheckRange(V start, V last, std::uint16_t nsc) {
 // Sets a record up for a range that was checked, with `nsc` zeroed counters; without them the result is 3.
 template <class V>
 std::uint32_t SetUpRangeCounters(RangeCounters<V> &record, V start, V last, std::uint16_t nsc,
-                                 std::uint16_t *counters);
+                                 std::uint16_t *counters) {
+  using U = Unsigned<V>;
+  record.Start = start;
+  record.End = last == std::numeric_limits<V>::max() ? last : static_cast<V>(last + 1);
+  record.Nsc = nsc;
+  record.u16_no_of_samples = 0;
+  record.u16_min_exception_counter = 0;
+  record.u16_max_exception_counter = 0;
+  record.pu16_counters = counters;
+  if (!counters) return 3;
+  const U exact = std::numeric_limits<U>::max() / nsc;
+  const U room = Distance(start, std::numeric_limits<V>::max());
+  record.Vexact_end = Advance(start, std::min(exact, room));
+  return 0;
+}
 
 // Checks the range, and allocates the counters.
 template <class V>
-std::uint32_t InitRangeCounters(RangeCounters<V> &record, V start, V last, std::uint16_t nsc);
+std::uint32_t InitRangeCounters(RangeCounters<V> &record, V start, V last, std::uint16_t nsc) {
+  const std::uint32_t result = CheckRange(start, last, nsc);
+  if (result != 0) return result;
+  return SetUpRangeCounters<V>(record, start, last, nsc, AllocateArray<std::uint16_t>(nsc).release());
+}
 
 // The sub-range of a value between Start and End. The last one also takes what the rounding of the step leaves
 // over.
@@ -47,6 +69,15 @@ inline std::uint32_t SubRangeOf(const RangeCounters<V> &record, V value) {
     index = offset / step;
   }
   return static_cast<std::uint32_t>(std::min<U>(index, U{record.Nsc} - U{1}));
+}
+
+// Sets all counts to zero; the range stays.
+template <class V>
+inline void ClearRangeCounters(RangeCounters<V> &record) {
+  record.u16_no_of_samples = 0;
+  record.u16_min_exception_counter = 0;
+  record.u16_max_exception_counter = 0;
+  std::fill_n(record.pu16_counters, record.Nsc, std::uint16_t{0});
 }
 
 // Counts a sample; a full counter refuses it, and then nothing changes.
@@ -70,13 +101,158 @@ inline std::int32_t CountInRange(RangeCounters<V> &record, V value) {
   return result;
 }
 
-// The rank lookup of a record; the context is the record. See stats_percentile_lookup_<type>_t.
+// First and last value of a sub-range, inclusive.
 template <class V>
-std::uint32_t FindInRange(void *context, const std::uint32_t *ranks, std::uint32_t total, V min, V max, V *vk,
-                          V *vk1, std::uint32_t *below, std::uint32_t count, std::uint32_t *cursor);
+struct SubRange {
+  V first;
+  V last;
+};
+
+// The values that SubRangeOf() puts into sub-range b.
+template <class V>
+SubRange<V> ValuesOf(const RangeCounters<V> &record, std::uint32_t b) {
+  using U = Unsigned<V>;
+  const U width = Distance(record.Start, record.End);
+  const U nsc = record.Nsc;
+  if (width == 0) return {record.Start, record.Start};
+  if (b < std::numeric_limits<U>::max() / width - 1) {
+    const auto edge = [&](U index) {
+      const U product = index * width;
+      return static_cast<U>(product / nsc + (product % nsc != 0 ? 1 : 0));
+    };
+    return {Advance(record.Start, edge(b)), Advance(record.Start, static_cast<U>(edge(b + U{1}) - 1))};
+  }
+  const U step = width / nsc;
+  const V first = Advance(record.Start, static_cast<U>(b * step));
+  return {first, Advance(first, static_cast<U>(step - 1))};
+}
+
+// Cuts a sub-range to the smallest and largest sample. Sub-ranges are rounded: one that then ends one or two values
+// before it begins is taken for its last value. One that ends earlier holds none of these samples: false.
+template <class V>
+bool NarrowToExtremes(SubRange<V> &range, V min, V max) {
+  range.first = std::max(range.first, min);
+  range.last = std::min(range.last, max);
+  if (range.last < range.first) {
+    if (Distance(range.last, range.first) >= 3) return false;
+    range.first = range.last;
+  }
+  return true;
+}
+
+// A forward walk over the sub-ranges of one record, for ranks that do not descend.
+template <class V>
+struct RangeWalk {
+  const RangeCounters<V> &record;
+  const RankSearch<V> search;
+  std::uint32_t position = 0;  // sub-range; search.below counts the samples before it
+};
+
+// Finds the sub-range that holds a rank and, in it, the values of this rank and the next.
+template <class V>
+inline Found LocateInSubRanges(RangeWalk<V> &walk, std::uint32_t rank, V &vk, V &vk1) {
+  const RangeCounters<V> &record = walk.record;
+  const RankSearch<V> &search = walk.search;
+  std::uint32_t position = walk.position;
+  if (position >= record.Nsc) return Found::kNone;
+  while (rank > search.below + record.pu16_counters[position]) {
+    search.below += record.pu16_counters[position];
+    if (++position == record.Nsc) {
+      walk.position = position;
+      return Found::kNone;
+    }
+  }
+  SubRange<V> range = ValuesOf<V>(record, position);
+  if (!NarrowToExtremes(range, search.min, search.max)) return Found::kNone;
+  walk.position = position;
+  return LocateInBucket(search.below, search.total, range.first, range.last, rank - search.below,
+                        record.pu16_counters[position], vk, vk1);
+}
+
+// Serves the k-th of the samples on one side of the range, which lie between lowest and highest; the last of them
+// is followed by `next`.
+template <class V>
+Found LocateOutside(const RankSearch<V> &search, V lowest, V highest, std::uint32_t k, std::uint32_t samples,
+                    V next, V &vk, V &vk1) {
+  const Found found = LocateInBucket(search.below, search.total, lowest, highest, k, samples, vk, vk1);
+  if (found != Found::kFirstOnly) return found;
+  vk1 = next;
+  return Found::kBoth;
+}
 
 template <class V>
-void PrintRangeCounters(const RangeCounters<V> &record);
+Found LocateBelow(const RangeWalk<V> &walk, std::uint32_t rank, V &vk, V &vk1) {
+  const RankSearch<V> &search = walk.search;
+  const V start = walk.record.Start;
+  const V last = std::min(Advance(start, static_cast<Unsigned<V>>(-1)), search.max);
+  return LocateOutside(search, search.min, last, rank, walk.record.u16_min_exception_counter, start, vk, vk1);
+}
+
+template <class V>
+Found LocateAbove(const RangeWalk<V> &walk, std::uint32_t k, V &vk, V &vk1) {
+  const RankSearch<V> &search = walk.search;
+  const V first = std::max(walk.record.End, search.min);
+  return LocateOutside(search, first, search.max, k, walk.record.u16_max_exception_counter, search.max, vk, vk1);
+}
+
+// Gives the sample after the last one in the sub-ranges, when it lies at or above End.
+template <class V>
+Found LocateNextAbove(const RangeWalk<V> &walk, std::uint32_t next_rank, V &vk1) {
+  if (next_rank == walk.search.total) {
+    vk1 = walk.search.max;
+    return Found::kBoth;
+  }
+  V discarded;
+  return LocateAbove(walk, 1, vk1, discarded) == Found::kBoth ? Found::kBoth : Found::kFirstOnly;
+}
+
+// Serves a rank at or beyond the number of samples below Start.
+template <class V>
+inline Found ServeFromSubRanges(RangeWalk<V> &walk, std::uint32_t rank, V &vk, V &vk1) {
+  const std::uint32_t not_above = walk.search.total - walk.record.u16_max_exception_counter;
+  if (walk.search.below == 0) walk.search.below = walk.record.u16_min_exception_counter;
+  const Found found = LocateInSubRanges(walk, rank, vk, vk1);
+  if (found == Found::kBoth) return found;
+  if (found == Found::kNone) return rank <= not_above ? found : LocateAbove(walk, rank - not_above, vk, vk1);
+  V discarded;
+  if (LocateInSubRanges(walk, rank + 1, vk1, discarded) != Found::kNone) return Found::kBoth;
+  return rank + 1 <= not_above ? Found::kFirstOnly : LocateNextAbove(walk, rank + 1, vk1);
+}
+
+// Serves the rank at the cursor; kNone leaves it and all later ones to another lookup.
+template <class V>
+inline Found Serve(RangeWalk<V> &walk) {
+  const RankSearch<V> &search = walk.search;
+  if (search.ServeExtremes()) return Found::kBoth;
+  const std::uint32_t rank = search.Rank();
+  if (rank < walk.record.u16_min_exception_counter) return LocateBelow(walk, rank, search.Vk(), search.Vk1());
+  return ServeFromSubRanges(walk, rank, search.Vk(), search.Vk1());
+}
+
+// The rank lookup of a record. A rank whose next sample is nowhere to be found is passed; as the last one, it
+// fails.
+template <class V>
+Found FindInRange(const RangeCounters<V> &record, const RankSearch<V> &search) {
+  RangeWalk<V> walk = {record, search};
+  Found last = Found::kNone;
+  for (; !search.Done(); ++search.cursor) {
+    last = Serve(walk);
+    if (last == Found::kNone) break;
+  }
+  return last == Found::kBoth ? Found::kBoth : Found::kNone;
+}
+
+template <class V>
+void PrintRangeCounters(const RangeCounters<V> &record) {
+  std::printf("Counters data:\n");
+  std::printf("Start = %s, End = %s, Nsc = %u\n", ToText(record.Start).chars, ToText(record.End).chars, record.Nsc);
+  std::printf("No. of Samples = %u\n", record.u16_no_of_samples);
+  for (unsigned i = 0; i < record.Nsc; ++i) {
+    if (record.pu16_counters[i] != 0) std::printf("Counter[%u] = %u\n", i, record.pu16_counters[i]);
+  }
+  std::printf("Min Exception Counter = %u\n", record.u16_min_exception_counter);
+  std::printf("Max Exception Counter = %u\n", record.u16_max_exception_counter);
+}
 
 }  // namespace zor
 

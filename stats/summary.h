@@ -2,8 +2,10 @@
 #define ZOR_STATS_SUMMARY_H_
 
 #include <cstdint>
+#include <cstdio>
 
-#include "stats/value_types.h"
+#include "base/text.h"
+#include "base/value_types.h"
 
 namespace zor {
 
@@ -40,7 +42,11 @@ FixedPoint<V> Average(const Summary<V> &summary) {
 }
 
 template <class V>
-void PrintSummary(const Summary<V> &summary);
+void PrintSummary(const Summary<V> &summary) {
+  std::printf("Vmin = %s, Vmax = %s\n", ToText(summary.Vmin).chars, ToText(summary.Vmax).chars);
+  std::printf("Vtotal = %s, u32_no_of_samples = %u\n", ToText(summary.Vtotal).chars, summary.u32_no_of_samples);
+  if (summary.u32_no_of_samples != 0) std::printf("%s: %s\n", "Average", ToText(Average<V>(summary)).chars);
+}
 
 }  // namespace zor
 

@@ -55,7 +55,8 @@ typedef void (*zor_process_entry_clear_fn)(uint32_t selection, void *entry, uint
 typedef void (*zor_process_entry_destroy_fn)(void *entry);
 
 /** Renders the sections that flags select, in the order summary, distribution (console only), percentile, baseline.
- * Lines end with CR LF. Reads the clock once; allocates the text once in its exact size.
+ * Lines end with CR LF. Reads the clock once; allocates the text in its exact size, and room to write
+ * one in that is longer than a kilobyte.
  * @param output_mode  ZOR_PROCESS_OUTPUT_*; with the console bit no record or header text is produced
  * @param dg_name      the data group's name
  * @param object_name  the object's name

@@ -42,7 +42,13 @@ enum {
   ZOR_PROCESS_FLAG_SUMMARY = 1,      /**< minimum, maximum, sum, average */
   ZOR_PROCESS_FLAG_DISTRIBUTION = 2, /**< counts per sub-range of a value range */
   ZOR_PROCESS_FLAG_PERCENTILE = 4,   /**< nine percentiles; implies summary and distribution */
-  ZOR_PROCESS_FLAG_BASELINE = 8      /**< learnt range and its percentiles; valid only alone */
+  ZOR_PROCESS_FLAG_BASELINE = 8,     /**< learnt range and its percentiles; valid only alone */
+  /** The analyses that a clear resets, as it does at the end of a clear interval: the mask to clear a data group
+   * with. Percentiles hold only while summary and distribution are reset together. A baseline goes on. */
+  ZOR_PROCESS_FLAGS_CLEARED =
+      ZOR_PROCESS_FLAG_SUMMARY | ZOR_PROCESS_FLAG_DISTRIBUTION | ZOR_PROCESS_FLAG_PERCENTILE,
+  /** Every analysis that there is; not to be asked for together, as a baseline is valid only alone. */
+  ZOR_PROCESS_FLAGS_ALL = ZOR_PROCESS_FLAGS_CLEARED | ZOR_PROCESS_FLAG_BASELINE
 };
 
 /** Error codes of the engine; zor_proc_get_error_string_list() names them. */

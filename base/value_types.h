@@ -1,6 +1,6 @@
 // The records and companion types of each value type, so that an algorithm is written once over the value type.
-#ifndef ZOR_STATS_VALUE_TYPES_H_
-#define ZOR_STATS_VALUE_TYPES_H_
+#ifndef ZOR_BASE_VALUE_TYPES_H_
+#define ZOR_BASE_VALUE_TYPES_H_
 
 #include <cstdint>
 
@@ -74,4 +74,4 @@ constexpr V Advance(V value, Unsigned<V> distance) {
 
 }  // namespace zor
 
-#endif  // ZOR_STATS_VALUE_TYPES_H_
+#endif  // ZOR_BASE_VALUE_TYPES_H_

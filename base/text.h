@@ -1,13 +1,13 @@
 // Numbers as text: one way to write a value and one to write a fixed-point value, wherever they appear.
-#ifndef ZOR_STATS_TEXT_H_
-#define ZOR_STATS_TEXT_H_
+#ifndef ZOR_BASE_TEXT_H_
+#define ZOR_BASE_TEXT_H_
 
 #include <charconv>
 #include <concepts>
 #include <cstdint>
 #include <string_view>
 
-#include "stats/value_types.h"
+#include "base/value_types.h"
 
 namespace zor {
 
@@ -60,4 +60,4 @@ NumberText ToText(const F &fixed) {
 
 }  // namespace zor
 
-#endif  // ZOR_STATS_TEXT_H_
+#endif  // ZOR_BASE_TEXT_H_

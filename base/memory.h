@@ -1,6 +1,6 @@
 // Owned storage from the C allocator: it may fail without a throw, and parts of it are freed by C callers.
-#ifndef ZOR_STATS_MEMORY_H_
-#define ZOR_STATS_MEMORY_H_
+#ifndef ZOR_BASE_MEMORY_H_
+#define ZOR_BASE_MEMORY_H_
 
 #include <cstdlib>
 #include <memory>
@@ -35,4 +35,4 @@ void HandOver(Owned<T> &...storage) {
 
 }  // namespace zor
 
-#endif  // ZOR_STATS_MEMORY_H_
+#endif  // ZOR_BASE_MEMORY_H_

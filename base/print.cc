@@ -1,4 +1,4 @@
-#include "entry/print.h"
+#include "base/print.h"
 
 #include <cstdarg>
 #include <cstdint>

@@ -1,6 +1,6 @@
 // Console lines: appended to the data list of the current print handle, or written to standard output without one.
-#ifndef ZOR_ENTRY_PRINT_H_
-#define ZOR_ENTRY_PRINT_H_
+#ifndef ZOR_BASE_PRINT_H_
+#define ZOR_BASE_PRINT_H_
 
 namespace zor {
 
@@ -13,4 +13,4 @@ void EmitName(const char *name, int width, const char *piece_end, const char *se
 
 }  // namespace zor
 
-#endif  // ZOR_ENTRY_PRINT_H_
+#endif  // ZOR_BASE_PRINT_H_
