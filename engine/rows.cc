@@ -1,5 +1,6 @@
 #include "engine/rows.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -53,6 +54,29 @@ Row *CreateRow(RowDirectory &directory, const char *key) {
   }
   MoveTo(directory, row);
   return row;
+}
+
+void ReleaseEmptyRows(RowDirectory &directory) {
+  const auto is_empty = [&](Row *row) {
+    return row && std::all_of(row->entries(), row->entries() + directory.column_count, [](void *e) { return !e; });
+  };
+  // No row that stays may name one that goes as its follower.
+  for (Row &row : Records<Row>(directory.rows)) {
+    if (is_empty(row.follower)) row.follower = nullptr;
+  }
+  if (is_empty(directory.last)) {
+    directory.last = nullptr;
+    directory.in_order = false;
+  }
+  auto *row = static_cast<Row *>(kel_hashset_first(&directory.rows));
+  while (row) {
+    auto *next = static_cast<Row *>(kel_hashset_next(&directory.rows, row));
+    if (is_empty(row)) {
+      kel_hashset_remove(&directory.rows, row);
+      std::free(row);
+    }
+    row = next;
+  }
 }
 
 void ReleaseRows(RowDirectory &directory) {

@@ -1,8 +1,8 @@
 // The rows of a DG's table: from a row's key to its instance entries in one look-up, and mostly in one comparison,
 // as the row after this one is nearly always the row that came after it in the last poll.
 //
-// A directory holds nothing of its own: the entries are those of the oper entries' sets, which lose them only when
-// the DG's data is reset, and the directory goes with them.
+// A directory holds nothing of its own: the entries are those of the oper entries' sets. Where these lose them all,
+// as the DG's data is reset, the directory goes with them; where they lose some, it is told.
 #ifndef ZOR_ENGINE_ROWS_H_
 #define ZOR_ENGINE_ROWS_H_
 
@@ -18,8 +18,8 @@ struct Column : zor_process_object_oper_entry_t {
   zor_process_object_t *object;
 };
 
-// A row that has instance entries. They stand right behind the record, so that they can be fetched from memory before
-// the record itself has arrived.
+// A row that has instance entries. They stand right behind the record, so that they can be fetched from memory
+// before the record itself has arrived.
 struct Row : kel_hashset_record_t {
   Row *follower;  // the row that came next, last time
 
@@ -48,6 +48,9 @@ FoundRow FindRow(RowDirectory &directory, const char *key);
 
 // Adds a row without entries; null without memory.
 Row *CreateRow(RowDirectory &directory, const char *key);
+
+// Drops the rows that have no entry left. One pass over all rows.
+void ReleaseEmptyRows(RowDirectory &directory);
 
 // Frees all that a directory holds; it is empty afterwards.
 void ReleaseRows(RowDirectory &directory);

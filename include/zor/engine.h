@@ -234,6 +234,29 @@ ZOR_API uint32_t zor_process_engine_clear_dg_data(zor_process_engine_t *engine, 
                                                   uint32_t mode);
 /** @} */
 
+/** @name Removing instances
+ * @{ */
+
+/** Asked of each instance whether it is to be removed.
+ * @param instance  its DG, oper entry and entry; only to be read
+ * @param context   handed to zor_process_engine_remove_instances()
+ * @return 0 to keep it */
+typedef int (*zor_process_instance_predicate_fn)(const zor_process_data_cursor_t *instance, void *context);
+
+/** Removes instances from the collected data of a DG, each with all that its object's statistics hold of it: for
+ * tables whose rows come and go. An instance whose clear buffer has not been collected stays and is not asked for.
+ * The others lose nothing, the last values of their counters included. A removed one that comes again is new: its
+ * counter is primed, its baseline learns. One pass over all instances and rows, whatever goes; allocates nothing.
+ * No cursor may be kept across the call.
+ * @param engine      the engine
+ * @param dg_name     the DG's name
+ * @param is_removed  asked of each instance
+ * @param context     handed to it
+ * @return 0; 1 without is_removed; 4 when there is no such DG */
+ZOR_API uint32_t zor_process_engine_remove_instances(zor_process_engine_t *engine, const char *dg_name,
+                                                     zor_process_instance_predicate_fn is_removed, void *context);
+/** @} */
+
 /** @name Reading
  * @{ */
 
