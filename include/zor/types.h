@@ -42,7 +42,8 @@ enum {
   ZOR_PROCESS_FLAG_SUMMARY = 1,      /**< minimum, maximum, sum, average */
   ZOR_PROCESS_FLAG_DISTRIBUTION = 2, /**< counts per sub-range of a value range */
   ZOR_PROCESS_FLAG_PERCENTILE = 4,   /**< nine percentiles; implies summary and distribution */
-  ZOR_PROCESS_FLAG_BASELINE = 8      /**< learnt range and its percentiles; valid only alone */
+  ZOR_PROCESS_FLAG_BASELINE = 8,     /**< learnt range and its percentiles; valid only alone */
+  ZOR_PROCESS_FLAGS_CLEARED = ZOR_PROCESS_FLAG_SUMMARY | ZOR_PROCESS_FLAG_DISTRIBUTION | ZOR_PROCESS_FLAG_PERCENTILE
 };
 
 /** Error codes of the engine; zor_proc_get_error_string_list() names them. */
