@@ -44,7 +44,7 @@ class Poll {
    * @param cells a list or any container of Cell; columns without one have no value
    * @return what is wrong with the row */
   template <class Cells = std::initializer_list<Cell>>
-  Status row(Name key, const Cells &cells) {
+  Status row(const Name &key, const Cells &cells) {
     if (!group_) return ended();
     return group_->send_row(key, cells);
   }

@@ -66,7 +66,7 @@ struct GroupState {
   }
 
   template <class Cells>
-  Status send_row(Name key, const Cells &cells) {
+  Status send_row(const Name &key, const Cells &cells) {
     const char *wrong = row.fill(key, cells);
     std::uint32_t code = ZOR_PROCESS_ERROR_INVALID_PARAMS;
     if (!wrong) {
@@ -120,28 +120,28 @@ struct GroupState {
   /** Sends the row in one message. A refused value takes those after it in its message with it: as a baseline
    * refuses often, there each value gets a message to itself. */
   std::uint32_t send_values() {
-    if (row.values() == 1 || setup.has_baselines()) {
-      std::uint32_t first = ZOR_PROCESS_SUCCESS;
-      row.for_each_value([&](void **columns) {
-        const std::uint32_t code = send_value(columns);
-        if (first == ZOR_PROCESS_SUCCESS) first = code;
-      });
-      return first;
-    }
+    if (setup.has_baselines()) return send_one_by_one();
     const std::uint32_t code = dg.send(ZOR_PROCESS_MSG_ROW, row.whole());
-    if (code == ZOR_PROCESS_ERROR_IN_DATA) ++progress.refused;
-    return code;
-  }
-
-  /** Sends the row of one value, which may be refused. */
-  std::uint32_t send_value(void **columns) {
-    errno = 0;
-    const std::uint32_t code = dg.send(ZOR_PROCESS_MSG_ROW, columns);
-    // A baseline without memory refuses this value, or ignores all later ones: only malloc() tells the difference.
-    if (errno == ENOMEM) return ZOR_PROCESS_ERROR_NO_MEMORY;
     if (code != ZOR_PROCESS_ERROR_IN_DATA) return code;
     ++progress.refused;
-    return ZOR_PROCESS_SUCCESS;
+    return row.values() == 1 ? std::uint32_t{ZOR_PROCESS_SUCCESS} : code;
+  }
+
+  std::uint32_t send_one_by_one() {
+    std::uint32_t failure = ZOR_PROCESS_SUCCESS;
+    row.for_each_value([&](void **columns) {
+      errno = 0;
+      std::uint32_t code = dg.send(ZOR_PROCESS_MSG_ROW, columns);
+      // A baseline without memory refuses this value, or ignores all later ones: only malloc() tells the
+      // difference.
+      if (errno == ENOMEM) code = ZOR_PROCESS_ERROR_NO_MEMORY;
+      if (code == ZOR_PROCESS_ERROR_IN_DATA) {
+        ++progress.refused;
+      } else if (failure == ZOR_PROCESS_SUCCESS) {
+        failure = code;
+      }
+    });
+    return failure;
   }
 
   Status note(Status status) {

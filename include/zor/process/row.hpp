@@ -35,22 +35,23 @@ class RowMessage {
   /** What the columns were when they were taken: a template can be added to. */
   const std::vector<ColumnInfo> &infos() const { return infos_; }
 
-  /** Fills the cells, which point into those given; returns what is wrong with them, or null. */
+  /** Fills the cells, which point to the key and into those given; returns what is wrong with them, or null. */
   template <class Cells>
-  const char *fill(Name key, const Cells &given) {
+  const char *fill(const Name &key, const Cells &given) {
     if (!is_name(key)) return kBadName;
-    key_ = key;
+    if (!key.is_terminated) key_ = key;
     std::fill(cells_.begin(), cells_.end(), zor_process_cell_t{});
-    cells_[0] = {ZOR_PROCESS_VALUE_STRING, static_cast<std::uint32_t>(key_.size()), key_.c_str()};
+    cells_[0] = {ZOR_PROCESS_VALUE_STRING, 0, key.is_terminated ? key.data() : key_.c_str()};
     values_ = 0;
     for (const Cell &cell : given) {
-      if (cell.columns != columns_.get() || cell.column >= infos_.size()) {
+      if (cell.columns != columns_.get() || cell.column >= cells_.size()) {
         return "a cell is of another template's column";
       }
       if (cell.type == 0) continue;
-      if (cells_[cell.column].value) return "two values are of one column";
+      zor_process_cell_t &filled = cells_[cell.column];
+      if (filled.value) return "two values are of one column";
       if (cell.type != infos_[cell.column].type) return "a value is not of its column's type";
-      cells_[cell.column] = {0, sizeof cell.bits, &cell.bits};
+      filled = {0, sizeof cell.bits, &cell.bits};
       ++values_;
     }
     return nullptr;
@@ -73,7 +74,7 @@ class RowMessage {
  private:
   std::shared_ptr<const Columns> columns_; /**< null before there are any */
   std::vector<ColumnInfo> infos_;
-  std::string key_;
+  std::string key_; /**< where it has to be copied */
   std::vector<zor_process_cell_t> cells_;
   std::vector<void *> whole_, single_; /**< pointers to the cells: all of them; the key's and a value's */
   std::size_t values_ = 0;

@@ -23,16 +23,18 @@ struct Name : std::string_view {
   Name(std::nullptr_t) = delete; /**< no name */
   /** @param name a C string, or null */
   Name(const char *name) : std::string_view(name ? name : "") {}
-  /** @param name need not end with NUL */
-  Name(std::string_view name) : std::string_view(name) {}
   /** @param name any string */
   Name(const std::string &name) : std::string_view(name) {}
+  /** @param name need not end with NUL, and is copied where it has to */
+  Name(std::string_view name) : std::string_view(name), is_terminated(false) {}
+  bool is_terminated = true; /**< a NUL is behind it */
 };
 
 /** Whether the library and its records can hold a name: one that is not empty and has no control characters and no
  * commas, as NUL would cut it and the others break record lines. @param name any text @return whether it is one */
-inline bool is_name(Name name) {
-  const auto is_bad = [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f || c == ','; };
+inline bool is_name(std::string_view name) {
+  // Rows test every key: few characters are as low as the comma.
+  const auto is_bad = [](unsigned char c) { return c <= ',' ? c < 0x20 || c == ',' : c == 0x7f; };
   return !name.empty() && std::none_of(name.begin(), name.end(), is_bad);
 }
 

@@ -82,9 +82,9 @@ class Column {
       : columns_(std::move(columns)), index_(index) {}
   template <class T>
   Cell cell(const T &value) const {
-    Cell cell = {columns_.get(), index_, detail::type_of<T>};
-    std::memcpy(&cell.bits, &value, sizeof value);
-    return cell;
+    std::uint64_t bits = 0;
+    std::memcpy(&bits, &value, sizeof value);
+    return {columns_.get(), index_, detail::type_of<T>, bits};
   }
   std::shared_ptr<const detail::Columns> columns_;
   std::size_t index_;
