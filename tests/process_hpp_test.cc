@@ -182,7 +182,7 @@ TEST(ProcessHppTest, BaselinesDoNotStopTheirGroup) {
   const auto b = table.column<std::int64_t>("b"), s = table.column<std::int64_t>("s");
   ASSERT_TRUE(group.start(table));
   for (std::int32_t i = 0; i < 101; ++i) {
-    EXPECT_EQ(group.learning(), i > 0 && i < 10 ? 2u : 0u);
+    EXPECT_EQ(group.still_learning(), i > 0 && i < 10 ? 2u : 0u);
     zp::Poll poll = *group.poll();
     for (const char *key : {"x", "y"}) ASSERT_TRUE(poll.row(key, {b(i < 10 ? 10 + i : -i * 1000), s(i)}));
     ASSERT_TRUE(poll.end());

@@ -106,9 +106,9 @@ Collector::Object Collector::MakeObject(const ObjectPlan &plan, const std::strin
 
 void Collector::AddRows(const Poll &poll, const std::string &source) {
   rest_ = true;
-  for (Object &object : objects_) object.poll.emplace(Take(object.group.poll(), source, object.name));
-  for (std::size_t row = 0; row < poll.rows(); ++row) {
-    for (Object &object : objects_) {
+  for (Object &object : objects_) {
+    object.poll.emplace(Take(object.group.poll(), source, object.name));
+    for (std::size_t row = 0; row < poll.rows(); ++row) {
       const Value &value = poll.values(row)[object.index];
       if (!value.present) continue;
       Check(object.poll->row(poll.key(row), {object.column(Read(value, object.type))}), source, object.name);
@@ -146,7 +146,7 @@ void Collector::FinishObject(Object &object, std::string *records) {
   const zp::Status rendered = is_baseline ? object.group.snapshot() : object.group.clear();
   records->append(object.group.take_records());
   Check(rendered, "last records", object.name);
-  object.learning = object.group.learning();
+  object.learning = object.group.still_learning();
 }
 
 void Collector::InsertHeaders(std::size_t position, std::string *records) {

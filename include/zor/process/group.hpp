@@ -32,7 +32,8 @@ class Poll {
   Poll(const Poll &) = delete;            /**< a poll ends once */
   Poll &operator=(Poll &&) = delete;      /**< a poll ends once */
   Poll &operator=(const Poll &) = delete; /**< a poll ends once */
-  /** Ends the poll. What fails in it, the end() of a later poll tells. */
+  /** Ends the poll. What fails in it, the end() of a later poll tells; std::bad_alloc, which end() would throw,
+   * ends the program. */
   ~Poll() {
     if (group_) group_->end_poll();
   }
@@ -62,7 +63,7 @@ class Poll {
  private:
   friend class Group;
   explicit Poll(std::shared_ptr<detail::GroupState> group) : group_(std::move(group)) {
-    group_->progress.is_open = true;
+    group_->tally.is_open = true;
   }
   static Error ended() { return {ZOR_PROCESS_ERROR_INVALID_PARAMS, "the poll has ended"}; }
   std::shared_ptr<detail::GroupState> group_;
@@ -113,7 +114,7 @@ class Group {
     if (Status s = clear(); !s) return s;
     dg().set(ZOR_PROCESS_OPER_CLEAR, nullptr);
     state_->row.reset();
-    ++state_->progress.restarts;
+    ++state_->tally.restarts;
     return state_->send_template(table.columns_);
   }
 
@@ -122,7 +123,7 @@ class Group {
     const bool has_template = state_->row.has_columns();
     Status checked =
         detail::check(dg().place(), {{!has_template, "a poll before the template", ZOR_PROCESS_ERROR_NO_KEY},
-                                     {state_->progress.is_open, "a poll before the last one has ended"}});
+                                     {state_->tally.is_open, "a poll before the last one has ended"}});
     if (!checked) return checked.error();
     return Poll(state_);
   }
@@ -136,7 +137,7 @@ class Group {
   [[nodiscard]] Status snapshot() { return state_->snapshot(); }
 
   /** @return the record lines since the last call */
-  [[nodiscard]] std::string take_records() { return std::exchange(state_->progress.records, {}); }
+  [[nodiscard]] std::string take_records() { return std::exchange(state_->tally.records, {}); }
 
   /** The Schema-def headers of the records of those objects that have an instance. Linear in the objects.
    * @return a text of two lines for each kind of record */
@@ -146,10 +147,10 @@ class Group {
    * a bucket, or, without a usable range, not at all. In a group of several objects without a baseline the values
    * behind one that does not fit are lost with it, and Poll::row() says so.
    * @return their number since the group was made */
-  std::uint64_t refused() const { return state_->progress.refused; }
+  std::uint64_t refused() const { return state_->tally.refused; }
 
   /** Visits every instance. @return the number of instances whose baseline is still learning */
-  std::size_t learning() const {
+  std::size_t still_learning() const {
     std::size_t count = 0;
     dg().for_each_entry([&](const zor_process_object_oper_entry_t &column, const void *entry) {
       count += detail::visit_entry(column, entry, [](const auto &typed) -> std::size_t {

@@ -38,7 +38,7 @@ struct Setup {
 };
 
 /** What has come of the polls so far. */
-struct Progress {
+struct Tally {
   bool is_open = false;    /**< a poll is */
   std::uint64_t polls = 0; /**< since the last clear */
   std::uint64_t refused = 0;
@@ -80,22 +80,22 @@ struct GroupState {
 
   /** Ends the poll; what fails is kept for end(). */
   void end_poll() {
-    progress.is_open = false;
+    tally.is_open = false;
     note(check(dg.place(), dg.send(ZOR_PROCESS_MSG_END_OF_POLL)));
-    if (++progress.polls >= setup.polls_between_clears()) {
+    if (++tally.polls >= setup.polls_between_clears()) {
       note(clear());
     } else if (setup.has_baselines()) {
       collect();
     }
   }
   Status take_failure() {
-    if (!progress.failure) return Done{};
-    return *std::exchange(progress.failure, std::nullopt);
+    if (!tally.failure) return Done{};
+    return *std::exchange(tally.failure, std::nullopt);
   }
 
   Status clear() {
     Status status = render(kCleared, [](const auto &) { return true; });
-    if (status) progress.polls = 0;
+    if (status) tally.polls = 0;
     return status;
   }
   /** Of a baseline without a sample since its last record it would be that record again. */
@@ -106,7 +106,7 @@ struct GroupState {
   DataGroup dg;
   Setup setup;
   RowMessage row;
-  Progress progress;
+  Tally tally;
 
  private:
   static zor_process_column_t column_of(const char *name, std::uint32_t type) {
@@ -123,7 +123,7 @@ struct GroupState {
     if (setup.has_baselines()) return send_one_by_one();
     const std::uint32_t code = dg.send(ZOR_PROCESS_MSG_ROW, row.whole());
     if (code != ZOR_PROCESS_ERROR_IN_DATA) return code;
-    ++progress.refused;
+    ++tally.refused;
     return row.values() == 1 ? std::uint32_t{ZOR_PROCESS_SUCCESS} : code;
   }
 
@@ -136,7 +136,7 @@ struct GroupState {
       // difference.
       if (errno == ENOMEM) code = ZOR_PROCESS_ERROR_NO_MEMORY;
       if (code == ZOR_PROCESS_ERROR_IN_DATA) {
-        ++progress.refused;
+        ++tally.refused;
       } else if (failure == ZOR_PROCESS_SUCCESS) {
         failure = code;
       }
@@ -145,7 +145,7 @@ struct GroupState {
   }
 
   Status note(Status status) {
-    if (!status && !progress.failure) progress.failure = status.error();
+    if (!status && !tally.failure) tally.failure = status.error();
     return status;
   }
 
@@ -169,7 +169,7 @@ struct GroupState {
       char *text = g_zor_poi_entry_get_clear_buffer_funcs[type](entry);
       if (!text) return;
       // Kept before it is taken, so that no failure loses it.
-      if (visit_entry(column, entry, wants)) progress.records += text;
+      if (visit_entry(column, entry, wants)) tally.records += text;
       g_zor_poi_entry_set_clear_buffer_funcs[type](entry, nullptr);
       std::free(text);
     });

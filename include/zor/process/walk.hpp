@@ -64,16 +64,13 @@ class Walk {
    private:
     friend class Walk;
     iterator(std::shared_ptr<detail::GroupState> group, std::uint32_t mode)
-        : group_(std::move(group)),
-          cursor_(group_->dg.cursor()),
-          mode_(mode),
-          restarts_(group_->progress.restarts) {
+        : group_(std::move(group)), cursor_(group_->dg.cursor()), mode_(mode), restarts_(group_->tally.restarts) {
       ++*this;
     }
 
     std::optional<Result<Instance>> next() {
       const auto &dg = group_->dg;
-      if (restarts_ != group_->progress.restarts) {
+      if (restarts_ != group_->tally.restarts) {
         is_over_ = true;
         return Error{ZOR_PROCESS_ERROR_INVALID_PARAMS, dg.place() + ": the walk began before a restart"};
       }
