@@ -90,7 +90,7 @@ constexpr Case kRuns[] = {
      "0\n reads, sda, 0\r\n in_flight, sda, 1, 9, 9, 9.000\r\n2\n",
      ""},
     {"bash completes what --help lists", "bash complete.bash $Z",
-     "replay live record\nnet disk cpu\nbaseline\n--count --clear --config\n--count\n\nf.csv\n", ""},
+     "replay live record\nnet disk cpu\nsummary,percentile\n--count --clear --config\n--count\n\nf.csv\n", ""},
 };
 
 TEST_F(ProgramTest, WritesWhatItIsToWrite) {
@@ -125,7 +125,7 @@ complete_words() {
   _zorstat "$1"
   echo "${COMPREPLY[*]}"
 }
-complete_words "$1" ''; complete_words "$1" live ''; complete_words "$1" live --statistics b
+complete_words "$1" ''; complete_words "$1" live ''; complete_words "$1" live --statistics summary,p
 complete_words "$1" live net --c; complete_words "$1" record net --c; complete_words "$1" replay --clear ''
 complete_words "$1" replay --report f.)");
   for (const Case &run : kRuns) Check(run);
