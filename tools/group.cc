@@ -132,7 +132,8 @@ void Group::Configure(const ObjectPlan &plan, uint32_t poll_interval, std::optio
   zor_process_object_attr_t object_attr{};
   object_attr.common = &common;
   object_attr.value_kind = &value_kind;
-  Range range = plan.range.value_or(Range{});
+  Range range = plan.range.value_or(Range(0, 0));
+  if (!plan.range) range.type = 0;
   object_attr.range_type = &range.type;
   object_attr.range = range.bounds;
   name = object_.c_str();

@@ -3,9 +3,11 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <limits>
 #include <set>
+#include <type_traits>
 
 #include "error.h"
 #include "text.h"
@@ -16,8 +18,6 @@ namespace {
 
 constexpr std::uint32_t kDefaultBuckets = 100;
 constexpr std::uint16_t kDefaultStatistics = ZOR_PROCESS_FLAG_SUMMARY | ZOR_PROCESS_FLAG_PERCENTILE;
-constexpr std::uint32_t kSignedRange = ZOR_PROCESS_DATA_TYPE_INT64;
-constexpr std::uint32_t kUnsignedRange = ZOR_PROCESS_DATA_TYPE_UINT64;
 
 struct Statistic {
   std::string_view name;
@@ -43,29 +43,8 @@ bool Contains(const NameList &names, const std::string &name) {
   return std::find(names.begin(), names.end(), name) != names.end();
 }
 
-// Bounds of signed type reach below zero, so unsigned columns take only bounds of unsigned type.
-bool Fits(const Range &range, zor_process_data_type_t type) {
-  if (range.type == kSignedRange) {
-    if (type == ZOR_PROCESS_DATA_TYPE_INT64) return true;
-    return type == ZOR_PROCESS_DATA_TYPE_INT32 &&
-           static_cast<std::int64_t>(range.bounds[0]) >= std::numeric_limits<std::int32_t>::min() &&
-           static_cast<std::int64_t>(range.bounds[1]) <= std::numeric_limits<std::int32_t>::max();
-  }
-  switch (type) {
-    case ZOR_PROCESS_DATA_TYPE_INT32:
-      return range.bounds[1] <= std::numeric_limits<std::int32_t>::max();
-    case ZOR_PROCESS_DATA_TYPE_UINT32:
-      return range.bounds[1] <= std::numeric_limits<std::uint32_t>::max();
-    case ZOR_PROCESS_DATA_TYPE_INT64:
-      return range.bounds[1] <= std::numeric_limits<std::int64_t>::max();
-    case ZOR_PROCESS_DATA_TYPE_UINT64:
-      return true;
-  }
-  return false;
-}
-
 std::string RangeText(const Range &range) {
-  if (range.type == kUnsignedRange) return fmt::format("{}:{}", range.bounds[0], range.bounds[1]);
+  if (range.type == ZOR_PROCESS_DATA_TYPE_UINT64) return fmt::format("{}:{}", range.bounds[0], range.bounds[1]);
   return fmt::format("{}:{}", static_cast<std::int64_t>(range.bounds[0]),
                      static_cast<std::int64_t>(range.bounds[1]));
 }
@@ -110,7 +89,7 @@ ObjectPlan PlanObject(const Settings &settings, const Settings &object, const Co
                     object.clear->where));
   }
   if (const auto &range = FirstSet(object.range, settings.range)) {
-    if (!Fits(range->value, column.type)) {
+    if (!range->value.fits(column.type)) {
       Refuse(range->where, RangeText(range->value),
              fmt::format("bounds that fit column {}, {}", column.name, TypeValues(column.type)));
     }
@@ -146,50 +125,40 @@ std::uint16_t ReadStatistics(const Given &given) {
 
 template <class Number>
 Number ReadBound(const std::string &text, const std::string &where) {
+  constexpr auto kType = std::is_signed_v<Number> ? ZOR_PROCESS_DATA_TYPE_INT64 : ZOR_PROCESS_DATA_TYPE_UINT64;
   const auto number = ParseNumber<Number>(text);
-  constexpr bool is_signed = std::is_signed_v<Number>;
-  if (!number)
-    Refuse(where, text, TypeValues(is_signed ? ZOR_PROCESS_DATA_TYPE_INT64 : ZOR_PROCESS_DATA_TYPE_UINT64));
+  if (!number) Refuse(where, text, TypeValues(kType));
   return *number;
 }
 
-// A range is signed if its low bound is below zero.
+// Bounds share a type, which is a signed one if the low bound is below zero.
 Range ReadRange(const Given &given) {
   const std::string text = Joined(given.parts, ":");
   if (given.parts.size() != 2) Refuse(given.where, text, "two bounds, LOW:HIGH");
-  const std::string &low = given.parts[0];
-  const std::string &high = given.parts[1];
-  Range range;
-  bool inverted;
-  if (low.starts_with('-')) {
-    const auto lowest = ReadBound<std::int64_t>(low, given.where);
-    const auto highest = ReadBound<std::int64_t>(high, given.where);
-    range = {kSignedRange, {static_cast<std::uint64_t>(lowest), static_cast<std::uint64_t>(highest)}};
-    inverted = highest < lowest;
-  } else {
-    const auto lowest = ReadBound<std::uint64_t>(low, given.where);
-    inverted = high.starts_with('-') && ParseNumber<std::int64_t>(high);
-    range = {kUnsignedRange, {lowest, inverted ? 0 : ReadBound<std::uint64_t>(high, given.where)}};
-    inverted = inverted || range.bounds[1] < lowest;
-  }
-  if (inverted) Refuse(given.where, text, "a low bound that is not above the high one");
+  const auto natural = [&](std::size_t i) { return ReadBound<std::uint64_t>(given.parts[i], given.where); };
+  const auto whole = [&](std::size_t i) { return ReadBound<std::int64_t>(given.parts[i], given.where); };
+  const auto is_negative = [&](std::size_t i) { return given.parts[i].starts_with('-'); };
+  const Range range = is_negative(0)   ? Range(whole(0), whole(1))
+                      : is_negative(1) ? Range(natural(0), whole(1))
+                                       : Range(natural(0), natural(1));
+  if (range.type == 0) Refuse(given.where, text, "a low bound that is not above the high one");
   return range;
 }
 
-ClearInterval ReadClear(const Given &given) {
+Interval ReadClear(const Given &given) {
   constexpr double kLongest = 1e7;  // hours; far above what any poll interval allows
   const std::string &text = given.text();
   if (text.ends_with('h')) {
     const auto hours = ParseNumber<double>(std::string_view(text).substr(0, text.size() - 1));
     const double seconds = hours && *hours > 0 && *hours < kLongest ? std::round(*hours * 3600) : 0;
     if (seconds < 1) Refuse(given.where, text, "hours above 0, as in 2h");
-    return {0, static_cast<std::uint64_t>(seconds)};
+    return std::chrono::seconds(static_cast<std::int64_t>(seconds));
   }
   const auto polls = ParseNumber<std::uint32_t>(text);
   if (!polls || *polls < 1 || *polls > kLargestCount) {
     Refuse(given.where, text, fmt::format("polls from 1 to {}, or hours as in 2h", kLargestCount));
   }
-  return {*polls, 0};
+  return Interval::polls(*polls);
 }
 
 NameList ReadNames(const Given &given) {
@@ -323,12 +292,11 @@ std::vector<ObjectPlan> PlanObjects(const Settings &settings, const Table &table
   return plans;
 }
 
-std::uint32_t ClearPolls(const Setting<ClearInterval> &clear, std::uint32_t interval) {
-  const std::uint64_t seconds = clear.value.seconds;
-  const std::uint64_t polls = seconds == 0 ? clear.value.polls : (seconds + interval - 1) / interval;
+std::uint32_t ClearPolls(const Setting<Interval> &clear, std::uint32_t interval) {
+  const std::uint64_t polls = clear.value.in_polls_of(std::chrono::seconds(interval));
   if (polls > kLargestCount) {
-    throw SettingsError(fmt::format("{}: {} seconds are {} polls of {} seconds: expected at most {} polls",
-                                    clear.where, seconds, polls, interval, kLargestCount));
+    throw SettingsError(fmt::format("{}: is {} polls of {} seconds: expected at most {} polls", clear.where, polls,
+                                    interval, kLargestCount));
   }
   return static_cast<std::uint32_t>(polls);
 }

@@ -11,17 +11,15 @@
 #include <vector>
 
 #include "table.h"
+#include "zor/process.hpp"
 
 namespace zorstat {
 
 inline constexpr std::uint32_t kShortestInterval = 10;  // seconds; the library takes no shorter one
 inline constexpr std::uint32_t kLargestCount = 65535;   // of buckets and of polls between clears
 
-// Bounds, both included, in 64 bits: signed when type is 3, else unsigned.
-struct Range {
-  std::uint32_t type = 0;
-  std::uint64_t bounds[2] = {0, 0};
-};
+using zor::process::Interval;
+using zor::process::Range;
 
 // Where a setting was made, for messages: "--buckets" or "FILE:LINE: buckets".
 template <class T>
@@ -33,18 +31,12 @@ template <class T>
 using OptionalSetting = std::optional<Setting<T>>;
 using NameList = std::vector<std::string>;
 
-// A number of polls (or of samples, for a baseline), or a duration that becomes one.
-struct ClearInterval {
-  std::uint64_t polls = 0;
-  std::uint64_t seconds = 0;
-};
-
 // What options and a settings file say, for all objects or in a table [objects.NAME] for one.
 struct Settings {
   OptionalSetting<std::uint16_t> statistics;  // ZOR_PROCESS_FLAG_*
   OptionalSetting<std::uint32_t> buckets;
   OptionalSetting<Range> range;
-  OptionalSetting<ClearInterval> clear;
+  OptionalSetting<Interval> clear;  // for a baseline, of samples
   OptionalSetting<NameList> instances;
   OptionalSetting<NameList> cumulative;  // columns; {"all"}: every one
 
@@ -113,7 +105,7 @@ struct ObjectPlan {
   std::optional<Range> range;
   bool cumulative = false;
   std::optional<NameList> instances;
-  OptionalSetting<ClearInterval> clear;
+  OptionalSetting<Interval> clear;
 };
 
 // Whether the statistics count values in buckets over a range.
@@ -127,8 +119,8 @@ std::string ReadDgName(const std::string &name, const std::string &where);
 // The plans in the order of the columns. Throws SettingsError where settings and columns do not fit together.
 std::vector<ObjectPlan> PlanObjects(const Settings &settings, const Table &table);
 
-// Throws SettingsError when a duration is more polls than can be counted.
-std::uint32_t ClearPolls(const Setting<ClearInterval> &clear, std::uint32_t interval);
+// The polls of the interval, which is in seconds. Throws SettingsError where they are more than can be counted.
+std::uint32_t ClearPolls(const Setting<Interval> &clear, std::uint32_t interval);
 
 }  // namespace zorstat
 
