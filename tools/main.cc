@@ -69,7 +69,7 @@ constexpr const char *kRecordFooter =
 // A command with its options.
 class Command {
  public:
-  Command(CLI::App *app, Place place, const char *input_name, const char *input_help) : app_(app), place_(place) {
+  Command(CLI::App *app, Place place, const char *input_name, const char *input_help) : app_(app) {
     app->add_option(input_name, input, input_help)->required()->type_name("");
     for (const SettingRow &row : AllSettings()) {
       if ((row.places & place) == 0) continue;
@@ -96,15 +96,12 @@ class Command {
  private:
   Settings WithOptions(Settings settings) const {
     for (const auto &[name, text] : texts_) {
-      const std::string where = "--" + name;
-      const SettingRow &row = *FindSetting(name, place_);
-      if (app_->count(where) != 0) row.read({row.form.Parts(text), where}, settings);
+      if (app_->count("--" + name) != 0) SetOption(name, text, &settings);
     }
     return settings;
   }
 
   CLI::App *app_;
-  Place place_;
   std::map<std::string, std::string> texts_;  // of the options, by name
 };
 

@@ -8,6 +8,7 @@
 #include <limits>
 #include <set>
 #include <type_traits>
+#include <utility>
 
 #include "error.h"
 #include "text.h"
@@ -84,8 +85,7 @@ ObjectPlan PlanObject(const Settings &settings, const Settings &object, const Co
   }
   if (object.clear) {
     throw SettingsError(
-        fmt::format("{}: only a baseline object has a clear of its own (the others share the "
-                    "top-level one)",
+        fmt::format("{}: only a baseline object has a clear of its own (the others share the top-level one)",
                     object.clear->where));
   }
   if (const auto &range = FirstSet(object.range, settings.range)) {
@@ -257,6 +257,13 @@ const SettingRow *FindSetting(std::string_view name, Place place) {
   const auto is_it = [&](const SettingRow &row) { return (row.places & place) != 0 && row.name == name; };
   const auto found = std::find_if(std::begin(kSettings), std::end(kSettings), is_it);
   return found == std::end(kSettings) ? nullptr : found;
+}
+
+void SetOption(std::string_view name, const std::string &text, Settings *settings) {
+  std::string where = fmt::format("--{}", name);
+  const SettingRow *row = FindSetting(name, kAnyCommand);
+  if (row == nullptr) throw SettingsError(fmt::format("{}: unknown option", where));
+  row->read({row->form.Parts(text), std::move(where)}, *settings);
 }
 
 std::string ReadDgName(const std::string &name, const std::string &where) {

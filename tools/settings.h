@@ -57,7 +57,7 @@ struct Settings {
 };
 
 // Where a setting can be made: as an option of a command, at the top level of a settings file, in a table of it.
-enum Place : unsigned { kReplay = 1, kLive = 2, kRecord = 4, kTopLevel = 8, kObject = 16 };
+enum Place : unsigned { kReplay = 1, kLive = 2, kRecord = 4, kAnyCommand = 7, kTopLevel = 8, kObject = 16 };
 
 // What a value looks like. In a settings file it, or each part of an array, has one of the types; in one text parts
 // are separated.
@@ -91,11 +91,14 @@ struct SettingRow {
   bool is_flag() const { return form.types == Form::kTruth; }
 };
 
-// The settings in the order of --help. No two of a place share a name.
+// The settings in the order of --help. An option means the same to all commands that have it.
 std::span<const SettingRow> AllSettings();
 
 // The setting that has the name there, or null.
 const SettingRow *FindSetting(std::string_view name, Place place);
+
+// Sets what an option of this name, without its dashes, says.
+void SetOption(std::string_view name, const std::string &text, Settings *settings);
 
 // An object to count. Clear is that of a baseline; all else is cleared at the top-level interval.
 struct ObjectPlan {

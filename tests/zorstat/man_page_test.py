@@ -8,7 +8,6 @@ PROGRAM, PAGE = sys.argv[1], open(sys.argv[2], encoding="utf-8").read()
 
 
 def option(name, text):
-    """As in "--buckets N (default: 100)"."""
     return " ".join([name, *re.findall(r"\(default: .*?\)", " ".join(text.split()))])
 
 

@@ -1,4 +1,4 @@
-// Runs of the program itself, each test in a directory of its own, which is the current one meanwhile.
+// Runs of the program itself, each test in a directory of its own.
 #ifndef ZORSTAT_PROGRAM_H_
 #define ZORSTAT_PROGRAM_H_
 
@@ -17,24 +17,23 @@ namespace zorstat {
 struct Case {
   const char *name;
   const char *command;
-  const char *out;    // what the command leaves on standard output
+  const char *out;
   const char *error;  // all of it, or its start if that ends no line
 };
 
 struct Outcome {
   int status;
-  std::string out;
-  std::string error;
+  std::string out, error;
 };
 
 class ProgramTest : public testing::Test {
  protected:
-  ProgramTest() : before_(std::filesystem::current_path()) {
+  ProgramTest() {
     std::string name = std::filesystem::temp_directory_path() / "zorstat_test_XXXXXX";
     std::filesystem::current_path(directory_ = mkdtemp(name.data()));
   }
   ~ProgramTest() override {
-    std::filesystem::current_path(before_);
+    std::filesystem::current_path("/");
     std::filesystem::remove_all(directory_);
   }
 
@@ -74,7 +73,6 @@ class ProgramTest : public testing::Test {
   }
 
  private:
-  std::filesystem::path before_;
   std::filesystem::path directory_;
 };
 

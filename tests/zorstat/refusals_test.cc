@@ -66,12 +66,10 @@ TEST_F(RefusalsTest, TellsFailuresFromWrongUse) {
   const Bad bad_arguments[] = {
       {"replay none.csv", "none.csv: cannot open: no such file or directory\n", 1},
       {"replay .", ".: cannot read: is a directory\n", 1},
-      {"record cpu --count 1 -o /dev/full", "/dev/full: cannot write: no space left on device\n", 1},
       {"live net --proc none", "none/net/dev: cannot open", 1},
       {"live disks", "source: 'disks': expected net, disk or cpu\n", 2},
       {"record cpu --count 0", "--count: '0': expected a whole number from 1 to 4294967295\n", 2},
       {"", "a subcommand is required (see --help)\n", 2},
-      {"replay", "FILE is required (see --help)\n", 2},
   };
   for (const Bad &bad : bad_arguments) ExpectRefused(bad.given, bad.status_or_records, bad.error);
 }
@@ -81,13 +79,10 @@ TEST_F(RefusalsTest, NamesValueAndExpectationOfAnOption) {
       {"statistics=sum", "statistics: 'sum': expected summary, distribution, percentile or baseline"},
       {"statistics=baseline,summary", "statistics: 'baseline,summary': expected baseline alone"},
       {"buckets=0", "buckets: '0': expected a whole number from 1 to 65535"},
-      {"buckets=65536", "buckets: '65536'"},
       {"range=5", "range: '5': expected two bounds, LOW:HIGH"},
       {"range=5:4", "range: '5:4': expected a low bound that is not above the high one"},
       {"range=5:-4", "range: '5:-4': expected a low bound"},
-      {"range=-4:-5", "range: '-4:-5': expected a low bound"},
       {"range=-1:9223372036854775808", "range: '9223372036854775808': expected a number from -92"},
-      {"range=0:18446744073709551616", "range: '18446744073709551616': expected a number from 0"},
       {"clear=0", "clear: '0': expected polls from 1 to 65535, or hours"},
       {"clear=65536", "clear: '65536'"},
       {"clear=0h", "clear: '0h': expected hours above 0"},
@@ -98,7 +93,6 @@ TEST_F(RefusalsTest, NamesValueAndExpectationOfAnOption) {
       {"instances=a,,b", "instances: '': expected a name"},
       {"objects=u32,b,u32", "objects: 'u32': expected each name only once"},
       {"objects=tx", "objects: 'tx': expected a column of the input: i32, u32, i64, u64\n"},
-      {"dg ''", "dg: '': expected a name"},
       {"dg=a:b", "dg: 'a:b': expected a name in UTF-8 without colons"},
       {"output=f.csv", "output: 'f.csv': expected another file than the input\n"},
   };
@@ -115,21 +109,14 @@ TEST_F(RefusalsTest, NamesLineAndKeyOfASettingsFile) {
       {"statistics = [1]", "1: statistics: is an integer: expected an array of strings"},
       {"statistics = []", "1: statistics: '': expected at least one"},
       {"range = [1]", "1: range: '1': expected two bounds"},
-      {"range = [0.5, 1]", "1: range: is a number with a fraction"},
-      {"headers = 1", "1: headers: is an integer: expected true or false"},
-      {"clear = true", "1: clear: is a truth value"},
       {"objects = ['u32']", "1: objects: is an array: expected tables"},
       {"[objects.u32]\nbuckets = 1\nfoo = 1", "3: objects.u32.foo: unknown key: expected cumulative, statistics, "},
       {"[objects.u32]\nclear = 5", "2: objects.u32.clear: only a baseline object"},
       {"[objects.u32]\nstatistics = 'baseline'\nrange = [1, 2]", "3: objects.u32.range: '1:2': expected no range"},
-      {"[objects.u16]", "1: objects.u16: 'u16': expected a column of the input: i32, u32, i64, u64"},
       {"cumulative = ['u32', 'x']", "1: cumulative: 'x': expected a column"},
       {"statistics = 'baseline'\nrange = [1, 2]", "2: range: '1:2': expected no range"},
       {"dg = \n", "1: not valid TOML"},
       {"[objects.i32]\nrange = [0, 2147483648]", "2: objects.i32.range: '0:2147483648': expected bounds that fit"},
-      {"[objects.i32]\nrange = [-2147483649, 0]", "2: objects.i32.range: '-2147483649:0'"},
-      {"[objects.u32]\nrange = [0, 4294967296]", "2: objects.u32.range: '0:4294967296'"},
-      {"[objects.i64]\nrange = [0, '9223372036854775808']", "2: objects.i64.range: '0:9223372036854775808'"},
       {"[objects.u64]\nrange = [-1, 5]", "2: objects.u64.range: '-1:5'"},
   };
   for (const Bad &bad : bad_files) {
