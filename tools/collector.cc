@@ -38,15 +38,10 @@ zp::ObjectSettings SettingsOf(const ObjectPlan &plan, std::uint32_t poll_interva
   zp::ObjectSettings settings;
   settings.statistics = StatisticsOf(plan);
   settings.values = plan.cumulative ? zp::Values::cumulative : zp::Values::sampled;
+  settings.range = plan.range;
   settings.buckets = plan.buckets;
   settings.instances = plan.instances.value_or(NameList{});
   if (plan.clear) settings.learning = zp::Interval::polls(ClearPolls(*plan.clear, poll_interval));
-  if (plan.range) {
-    const auto &[type, bounds] = *plan.range;
-    settings.range = type == ZOR_PROCESS_DATA_TYPE_INT64
-                         ? zp::Range(static_cast<std::int64_t>(bounds[0]), static_cast<std::int64_t>(bounds[1]))
-                         : zp::Range(bounds[0], bounds[1]);
-  }
   return settings;
 }
 
