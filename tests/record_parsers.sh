@@ -17,10 +17,9 @@ for row in 'summary net 1795382197 rx_bytes eth0 59 10881.118' 'baseline cpu 179
 done
 printf 'net-summary: 1, rx, eth0, 0\r\n' | awk -f "$2/docs/examples/parse_records.awk" | grep -q "0${tab}-$"
 for broken in 'net-summary: 1' 'net-sum: 1, rx, eth0, 0' 'net-summary: 1, rx, eth0, 3, 4'; do
-  for parser in "awk -f $2/docs/examples/parse_records.awk" "python3 $2/docs/examples/parse_records.py"; do
-    if echo "$broken" | $parser >/dev/null 2>&1; then
-      echo "$parser took: $broken" >&2
-      exit 1
-    fi
-  done
+  if echo "$broken" | awk -f "$2/docs/examples/parse_records.awk" >"$dir/out" 2>&1 ||
+    echo "$broken" | python3 "$2/docs/examples/parse_records.py" >"$dir/out" 2>&1; then
+    echo "taken: $broken" >&2
+    exit 1
+  fi
 done

@@ -3,26 +3,25 @@
 #define ZORSTAT_COLLECTOR_H_
 
 #include <cstdint>
-#include <deque>
 #include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
-#include "group.h"
 #include "settings.h"
 #include "table.h"
-#include "zor/engine.h"
+#include "zor/process.hpp"
 
 namespace zorstat {
 
 class Collector {
  public:
-  // poll_interval in seconds. Delivers the template. The table must outlive the collector.
+  // poll_interval in seconds. The table must outlive the collector. Throws Error, here and below, if the library
+  // fails.
   Collector(const Table &table, const std::vector<ObjectPlan> &plans, const Settings &settings,
-            const std::string &dg, uint32_t poll_interval);
+            const std::string &dg, std::uint32_t poll_interval);
 
-  // Delivers the rows of a poll. `source` names their origin in errors.
+  // Begins a poll and delivers its rows. `source` names their origin in errors.
   void AddRows(const Poll &poll, const std::string &source);
 
   // Ends the poll and appends the records that are due. Here and below: also those there are before an Error is
@@ -33,28 +32,38 @@ class Collector {
   void Finish(std::string *records);
 
   // The console report of the interval in progress.
-  std::string Report();
+  std::string Report() const;
 
   // What the user should know of the run that is neither record nor error, a line each.
-  std::vector<std::string> Notes();
+  std::vector<std::string> Notes() const;
 
  private:
-  void Deliver(uint32_t kind, int32_t count, void **columns, const std::string &where);
-  void InsertHeaders(size_t position, std::string *records);
+  // An object is a group of its own, so that a clear or a baseline that fails is its own affair; and for all groups
+  // to have the name that the user chose, each has an engine, which lives with it.
+  struct Object {
+    std::string name;
+    std::size_t index;  // of its column
+    zor_process_data_type_t type;
+    zor::process::Statistics statistics;
+    zor::process::Group group;
+    zor::process::Column<zor::process::Value> column;
+    std::optional<zor::process::Poll> poll = std::nullopt;
+    std::size_t learning = 0;  // instances, at the end
+  };
+
+  Object MakeObject(const ObjectPlan &plan, const std::string &dg, std::uint32_t poll_interval) const;
+  void FinishObject(Object &object, std::string *records);
+  void InsertHeaders(std::size_t position, std::string *records);
 
   const Table &table_;
-  std::deque<Group> groups_;
-  std::optional<uint32_t> clear_polls_;
-  std::optional<uint32_t> percentile_;
+  std::vector<Object> objects_;
+  std::optional<std::uint32_t> clear_polls_;
+  std::optional<std::uint32_t> percentile_;
   NameList expected_instances_;
   bool headers_wanted_;
   std::set<std::string> headers_written_;
-  uint32_t polls_since_clear_ = 0;
-  bool rest_ = false;               // there is something since the last clear
-  std::vector<uint64_t> learning_;  // instances, by group
-
-  std::vector<zor_process_cell_t> cells_;  // of a row; the first is the key
-  std::vector<void *> cell_pointers_;
+  std::uint32_t polls_since_clear_ = 0;
+  bool rest_ = false;  // there is something since the last clear
 };
 
 }  // namespace zorstat

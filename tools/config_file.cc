@@ -3,8 +3,9 @@
 #include <fmt/format.h>
 #include <toml++/toml.h>
 
-#include <limits>
+#include <string>
 #include <string_view>
+#include <utility>
 
 #include "error.h"
 #include "file.h"
@@ -32,131 +33,81 @@ std::string_view TypeText(const toml::node &node) {
   }
 }
 
-// One key of the file with its value.
-class Entry {
+std::string Text(const toml::node &node, const Form &form, const std::string &where) {
+  const auto takes = [&](unsigned type) { return (form.types & type) != 0; };
+  if (node.is_integer() && takes(Form::kInteger)) return std::to_string(**node.as_integer());
+  if (node.is_string() && takes(Form::kString)) return **node.as_string();
+  if (node.is_boolean() && takes(Form::kTruth)) return **node.as_boolean() ? "true" : "false";
+  throw SettingsError(fmt::format("{}: is {}: expected {}", where, TypeText(node), form.expected));
+}
+
+NameList Parts(const toml::node &node, const Form &form, const std::string &where) {
+  const toml::array *array = form.separator == 0 ? nullptr : node.as_array();
+  if (array == nullptr) return form.Parts(Text(node, form, where));
+  NameList parts;
+  for (const toml::node &element : *array) parts.push_back(Text(element, form, where));
+  return parts;
+}
+
+std::string KeysOf(Place place) {
+  NameList keys;
+  for (const SettingRow &row : AllSettings()) {
+    if ((row.places & place) != 0) keys.emplace_back(row.name);
+  }
+  if (place == kTopLevel) keys.emplace_back("[objects.NAME]");
+  return Alternatives(keys);
+}
+
+const toml::table &Table(const toml::node &node, const std::string &where, std::string_view expected) {
+  if (node.is_table()) return *node.as_table();
+  throw SettingsError(fmt::format("{}: is {}: expected {}", where, TypeText(node), expected));
+}
+
+// Reads the tables and settings of one file.
+class ConfigFile {
  public:
-  Entry(const std::string &path, std::string_view table, const toml::key &key, const toml::node &node)
-      : node_(node),
-        where_(fmt::format("{}:{}: {}{}", path, key.source().begin.line, table, Printable(key.str()))) {}
+  explicit ConfigFile(const std::string &path) : path_(path) {}
 
-  const std::string &where() const { return where_; }
-  const toml::node &node() const { return node_; }
-
-  [[noreturn]] void RefuseType(const toml::node &node, std::string_view expected) const {
-    throw SettingsError(fmt::format("{}: is {}: expected {}", where_, TypeText(node), expected));
-  }
-
-  std::string Integer() const {
-    if (!node_.is_integer()) RefuseType(node_, "an integer");
-    return std::to_string(**node_.as_integer());
-  }
-  std::string String() const {
-    if (!node_.is_string()) RefuseType(node_, "a string");
-    return **node_.as_string();
-  }
-  bool Truth() const {
-    if (!node_.is_boolean()) RefuseType(node_, "true or false");
-    return **node_.as_boolean();
-  }
-  std::string IntegerOrString(const toml::node &node) const {
-    if (node.is_integer()) return std::to_string(**node.as_integer());
-    if (!node.is_string()) RefuseType(node, "an integer or a string");
-    return **node.as_string();
-  }
-
-  // An array of strings, or a string with commas.
-  NameList Names() const {
-    if (node_.is_string()) return Split(**node_.as_string(), ',');
-    const toml::array *array = node_.as_array();
-    if (array == nullptr) RefuseType(node_, "an array of strings");
-    NameList names;
-    for (const toml::node &element : *array) {
-      if (!element.is_string()) RefuseType(element, "an array of strings");
-      names.push_back(**element.as_string());
+  Settings ReadTopLevel(const toml::table &table) const {
+    Settings settings;
+    for (const auto &[key, node] : table) {
+      if (key.str() == "objects") {
+        ReadObjects(Table(node, Where("", key), "tables [objects.NAME]"), &settings);
+      } else {
+        ReadSetting("", key, node, kTopLevel, &settings);
+      }
     }
-    return names;
-  }
-
-  Range Bounds() const {
-    const toml::array *array = node_.as_array();
-    if (array == nullptr) RefuseType(node_, "an array of two bounds, [LOW, HIGH]");
-    if (array->size() != 2) {
-      throw SettingsError(
-          fmt::format("{}: has {} elements: expected two bounds, [LOW, HIGH]", where_, array->size()));
-    }
-    return ReadRange(IntegerOrString(*array->get(0)), IntegerOrString(*array->get(1)), where_);
+    return settings;
   }
 
  private:
-  const toml::node &node_;
-  std::string where_;
+  void ReadObjects(const toml::table &tables, Settings *settings) const {
+    for (const auto &[name, table] : tables) {
+      Settings object;
+      object.name = {std::string(name.str()), Where("objects.", name)};
+      const std::string prefix = fmt::format("objects.{}.", Printable(name.str()));
+      for (const auto &[key, node] : Table(table, object.name.where, "a table")) {
+        ReadSetting(prefix, key, node, kObject, &object);
+      }
+      settings->tables.push_back(std::move(object));
+    }
+  }
+
+  void ReadSetting(std::string_view prefix, const toml::key &key, const toml::node &node, Place place,
+                   Settings *settings) const {
+    std::string where = Where(prefix, key);
+    const SettingRow *row = FindSetting(key.str(), place);
+    if (row == nullptr) throw SettingsError(fmt::format("{}: unknown key: expected {}", where, KeysOf(place)));
+    row->read({Parts(node, row->form, where), where}, *settings);
+  }
+
+  // For messages; the keys of a table begin with `prefix` there.
+  std::string Where(std::string_view prefix, const toml::key &key) const {
+    return fmt::format("{}:{}: {}{}", path_, key.source().begin.line, prefix, Printable(key.str()));
+  }
+
+  std::string path_;
 };
-
-// False for a key that is not one of the common ones.
-bool ReadCommon(const Entry &entry, std::string_view key, CommonSettings *settings) {
-  const std::string &where = entry.where();
-  if (key == "statistics") {
-    settings->statistics = {ReadStatistics(entry.Names(), where), where};
-  } else if (key == "buckets") {
-    settings->buckets = {ReadCount(entry.Integer(), where, 1, kLargestCount), where};
-  } else if (key == "range") {
-    settings->range = {entry.Bounds(), where};
-  } else if (key == "clear") {
-    settings->clear = {ReadClear(entry.IntegerOrString(entry.node()), where), where};
-  } else if (key == "instances") {
-    settings->instances = {ReadNames(entry.Names(), where), where};
-  } else {
-    return false;
-  }
-  return true;
-}
-
-ObjectSettings ReadObject(const std::string &path, const Entry &object, std::string_view name) {
-  ObjectSettings settings;
-  settings.name = {std::string(name), object.where()};
-  const toml::table *table = object.node().as_table();
-  if (table == nullptr) object.RefuseType(object.node(), "a table");
-  for (const auto &[key, node] : *table) {
-    const Entry entry(path, fmt::format("objects.{}.", name), key, node);
-    if (ReadCommon(entry, key.str(), &settings)) continue;
-    if (key.str() != "cumulative") {
-      throw SettingsError(fmt::format(
-          "{}: unknown key: expected statistics, buckets, range, clear, instances or cumulative", entry.where()));
-    }
-    settings.cumulative = {entry.Truth(), entry.where()};
-  }
-  return settings;
-}
-
-void ReadTopLevel(const std::string &path, const Entry &entry, std::string_view key, Settings *settings) {
-  const std::string &where = entry.where();
-  if (ReadCommon(entry, key, settings)) return;
-  if (key == "dg") {
-    settings->dg = {ReadDgName(entry.String(), where), where};
-  } else if (key == "interval") {
-    constexpr uint32_t kLongest = std::numeric_limits<uint32_t>::max();
-    settings->interval = {ReadCount(entry.Integer(), where, kShortestInterval, kLongest), where};
-  } else if (key == "percentile") {
-    settings->percentile = {ReadCount(entry.Integer(), where, 0, 100), where};
-  } else if (key == "headers") {
-    settings->headers = entry.Truth();
-  } else if (key == "report") {
-    settings->report = entry.Truth();
-  } else if (key == "cumulative") {
-    settings->cumulative = {ReadNames(entry.Names(), where), where};
-  } else if (key == "objects") {
-    const toml::table *objects = entry.node().as_table();
-    if (objects == nullptr) entry.RefuseType(entry.node(), "tables [objects.NAME]");
-    for (const auto &[name, node] : *objects) {
-      settings->tables.push_back(ReadObject(path, Entry(path, "objects.", name, node), name.str()));
-    }
-  } else {
-    throw SettingsError(
-        fmt::format("{}: unknown key: expected dg, statistics, buckets, range, clear, instances, cumulative, "
-                    "interval, headers, report, percentile or [objects.NAME]",
-                    where));
-  }
-}
 
 }  // namespace
 
@@ -170,11 +121,7 @@ Settings ReadConfigFile(const std::string &path) {
     throw SettingsError(
         fmt::format("{}:{}: not valid TOML: {}", path, error.source().begin.line, error.description()));
   }
-  Settings settings;
-  for (const auto &[key, node] : root) {
-    ReadTopLevel(path, Entry(path, "", key, node), key.str(), &settings);
-  }
-  return settings;
+  return ConfigFile(path).ReadTopLevel(root);
 }
 
 }  // namespace zorstat

@@ -7,10 +7,10 @@
 #include <CLI/CLI.hpp>
 #include <cctype>
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
-#include <limits>
 #include <map>
 #include <new>
 #include <optional>
@@ -31,7 +31,7 @@ namespace {
 
 constexpr int kFailure = 1;
 constexpr int kUsage = 2;
-constexpr uint32_t kDefaultInterval = 10;
+constexpr std::uint32_t kDefaultInterval = 10;
 
 constexpr const char *kRecordsFooter =
     "Records are lines of comma-separated fields: DG-summary, DG-percentile or\n"
@@ -66,110 +66,73 @@ constexpr const char *kRecordFooter =
     "Example: an hour of disk counters, a poll every 30 seconds:\n"
     "  zorstat record disk --interval 30 --count 120 -o disk.csv\n";
 
-struct TextOption {
-  const char *name;
-  const char *type;
-  const char *help;
-};
-
-constexpr TextOption kStatisticsOptions[] = {
-    {"statistics", "LIST", "summary, distribution, percentile, or baseline alone\n(default: summary,percentile)"},
-    {"buckets", "N", "buckets of a distribution, 1 to 65535 (default: 100)"},
-    {"range", "LOW:HIGH",
-     "values that the buckets cover, both included\n(default: all values of the column's type)"},
-    {"clear", "N|HOURSh",
-     "write records and start anew after this many polls, or\n"
-     "hours as in 2h (default: once, at the end, or after the\n"
-     "65535 polls that buckets can count); for a baseline: the\n"
-     "samples it learns from, and between records (default:\n2000)"},
-    {"objects", "LIST", "columns to count (default: all)"},
-    {"instances", "LIST", "keys to count (default: all)"},
-    {"dg", "NAME",
-     "data group, the first word of records (default: the file's\nname without its extension, or the"
-     " source)"},
-    {"percentile", "P", "report this percentile, 0 to 100, instead of the nine\nstandard ones; implies --report"},
-};
-
-// The options of one command, as given.
-class Options {
+// A command with its options.
+class Command {
  public:
-  explicit Options(CLI::App *app) : app_(app) {}
-
-  void AddText(const TextOption &option) {
-    app_->add_option(fmt::format("--{}", option.name), texts_[option.name], option.help)->type_name(option.type);
-  }
-  void AddStatistics() {
-    for (const TextOption &option : kStatisticsOptions) AddText(option);
-    app_->add_flag("--headers", headers_, "write each record kind's Schema-def header first");
-    app_->add_flag("--report", report_, "at the end, print the interval in progress");
-    app_->add_option("--config", config_, "settings in TOML")->type_name("FILE");
-    app_->add_option("-o,--output", output, "write records to this file (default: standard output)")
-        ->type_name("FILE");
-  }
-  void AddKernelSource() {
-    app_->add_option("SOURCE", source, "net (interfaces), disk (devices) or cpu (processors)")
-        ->required()
-        ->type_name("");
-    AddText({"interval", "SECONDS", "between polls, at least 10 (default: 10)"});
-    app_->add_option("--count", count_, "end after this many polls (default: at a signal)")->type_name("N");
-    app_->add_option("--proc", proc, "directory of the proc file system (default: /proc)")->type_name("DIR");
-  }
-
-  Settings ReadSettings() const {
-    Settings settings;
-    if (!config_.empty()) settings = ReadConfigFile(config_);
-    for (const auto &[name, text] : texts_) {
-      if (app_->count("--" + name) != 0) SetOption(name, text, &settings);
+  Command(CLI::App *app, Place place, const char *input_name, const char *input_help) : app_(app) {
+    app->add_option(input_name, input, input_help)->required()->type_name("");
+    for (const SettingRow &row : AllSettings()) {
+      if ((row.places & place) == 0) continue;
+      const std::string letter = row.letter == 0 ? "" : fmt::format("-{},", row.letter);
+      const std::string name = fmt::format("{}--{}", letter, row.name);
+      if (row.is_flag()) {
+        app->add_flag(name, texts_[row.name], row.help);
+      } else {
+        app->add_option(name, texts_[row.name], row.help)->type_name(row.type);
+      }
     }
-    settings.headers = settings.headers || headers_;
-    settings.report = settings.report || report_ || settings.percentile;
+  }
+
+  // Options go before the settings file that one of them may name.
+  Settings ReadSettings() const {
+    Settings settings = WithOptions({});
+    if (!settings.config.empty()) settings = WithOptions(ReadConfigFile(settings.config));
+    settings.report = settings.report || settings.percentile;
     return settings;
   }
 
-  std::optional<uint32_t> Count() const {
-    if (count_.empty()) return std::nullopt;
-    return ReadCount(count_, "--count", 1, std::numeric_limits<uint32_t>::max());
-  }
-
-  std::string file;
-  std::string source;
-  std::string output = "-";
-  std::string proc = "/proc";
+  std::string input;
 
  private:
+  Settings WithOptions(Settings settings) const {
+    for (const auto &[name, text] : texts_) {
+      if (app_->count("--" + name) != 0) SetOption(name, text, &settings);
+    }
+    return settings;
+  }
+
   CLI::App *app_;
-  std::map<std::string, std::string> texts_;
-  std::string count_;
-  std::string config_;
-  bool headers_ = false;
-  bool report_ = false;
+  std::map<std::string, std::string> texts_;  // of the options, by name
 };
 
-void Replay(const Options &options) {
-  const Settings settings = options.ReadSettings();
-  const bool lines_on_screen = options.output == "-" && isatty(STDOUT_FILENO) == 1;
-  FileSource source(options.file, !lines_on_screen);
-  if (options.output != "-" && IsSameFile(options.output, source.fd())) {
-    throw SettingsError(fmt::format("--output: '{}': expected another file than the input", options.output));
+void Replay(const Command &command) {
+  const Settings settings = command.ReadSettings();
+  const bool lines_on_screen = settings.output == "-" && isatty(STDOUT_FILENO) == 1;
+  FileSource source(command.input, !lines_on_screen);
+  if (settings.output != "-" && IsSameFile(settings.output, source.fd())) {
+    throw SettingsError(Refusal("--output", settings.output, "another file than the input"));
   }
-  const std::string stem = options.file == "-" ? "stdin" : std::filesystem::path(options.file).stem().string();
-  Count(&source, settings, stem, options.output, RecordTime::kOfPoll);
+  const std::string stem = command.input == "-" ? "stdin" : std::filesystem::path(command.input).stem().string();
+  Count(&source, settings, stem, settings.output, RecordTime::kOfPoll);
 }
 
-LiveSource KernelSource(const Options &options, const Settings &settings) {
-  const uint32_t interval = settings.interval ? settings.interval->value : kDefaultInterval;
-  return {options.source, options.proc, interval, options.Count()};
+LiveSource KernelSource(const Command &command, const Settings &settings) {
+  const std::uint32_t interval = settings.interval ? settings.interval->value : kDefaultInterval;
+  std::optional<std::uint32_t> count;
+  if (settings.count) count = settings.count->value;
+  return {command.input, settings.proc, interval, count};
 }
 
-void Live(const Options &options) {
-  const Settings settings = options.ReadSettings();
-  LiveSource source = KernelSource(options, settings);
-  Count(&source, settings, options.source, options.output, RecordTime::kNow);
+void Live(const Command &command) {
+  const Settings settings = command.ReadSettings();
+  LiveSource source = KernelSource(command, settings);
+  Count(&source, settings, command.input, settings.output, RecordTime::kNow);
 }
 
-void RecordPolls(const Options &options) {
-  LiveSource source = KernelSource(options, options.ReadSettings());
-  Record(&source, options.output);
+void RecordPolls(const Command &command) {
+  const Settings settings = command.ReadSettings();
+  LiveSource source = KernelSource(command, settings);
+  Record(&source, settings.output);
 }
 
 int Run(int argc, char **argv) {
@@ -185,27 +148,17 @@ int Run(int argc, char **argv) {
       "An output file is written beside the one that has its name and takes its place with\n"
       "its first lines (live, record) or when it is complete (replay).\n");
 
+  constexpr const char *kSourceHelp = "net (interfaces), disk (devices) or cpu (processors)";
   CLI::App *replay = app.add_subcommand("replay", "count the polls of a file");
-  Options replay_options(replay);
-  replay->add_option("FILE", replay_options.file, "poll file, or - for standard input")->required()->type_name("");
-  replay_options.AddText({"cumulative", "LIST",
-                          "columns that are counters, whose samples are the differences\n"
-                          "from poll to poll; or all (default: none)"});
-  replay_options.AddText({"interval", "SECONDS", "between polls, at least 10 (default: that of the first two)"});
-  replay_options.AddStatistics();
+  const Command replay_command(replay, kReplay, "FILE", "poll file, or - for standard input");
   replay->footer(std::string("\n") + kRecordsFooter + kReplayFooter);
 
   CLI::App *live = app.add_subcommand("live", "count the kernel's counters");
-  Options live_options(live);
-  live_options.AddKernelSource();
-  live_options.AddStatistics();
+  const Command live_command(live, kLive, "SOURCE", kSourceHelp);
   live->footer(std::string("\n") + kRecordsFooter + kLiveFooter);
 
   CLI::App *record = app.add_subcommand("record", "write the kernel's counters to a poll file");
-  Options record_options(record);
-  record_options.AddKernelSource();
-  record->add_option("-o,--output", record_options.output, "poll file (default: standard output)")
-      ->type_name("FILE");
+  const Command record_command(record, kRecord, "SOURCE", kSourceHelp);
   record->footer(kRecordFooter);
 
   try {
@@ -227,9 +180,9 @@ int Run(int argc, char **argv) {
     return kUsage;
   }
   CatchStopSignals();
-  if (replay->parsed()) Replay(replay_options);
-  if (live->parsed()) Live(live_options);
-  if (record->parsed()) RecordPolls(record_options);
+  if (replay->parsed()) Replay(replay_command);
+  if (live->parsed()) Live(live_command);
+  if (record->parsed()) RecordPolls(record_command);
   return 0;
 }
 

@@ -3,9 +3,12 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <limits>
 #include <set>
+#include <type_traits>
+#include <utility>
 
 #include "error.h"
 #include "text.h"
@@ -14,16 +17,14 @@
 namespace zorstat {
 namespace {
 
-constexpr uint32_t kDefaultBuckets = 100;
-constexpr uint16_t kDefaultStatistics = ZOR_PROCESS_FLAG_SUMMARY | ZOR_PROCESS_FLAG_PERCENTILE;
-constexpr uint32_t kSignedRange = ZOR_PROCESS_DATA_TYPE_INT64;
-constexpr uint32_t kUnsignedRange = ZOR_PROCESS_DATA_TYPE_UINT64;
+constexpr std::uint32_t kDefaultBuckets = 100;
+constexpr std::uint16_t kDefaultStatistics = ZOR_PROCESS_FLAG_SUMMARY | ZOR_PROCESS_FLAG_PERCENTILE;
 
-struct StatisticName {
+struct Statistic {
   std::string_view name;
-  uint16_t flag;  // cppcheck-suppress unusedStructMember  // used through a pointer whose type it does not see
+  std::uint16_t flag;  // cppcheck-suppress unusedStructMember  // used through a pointer whose type it does not see
 };
-constexpr StatisticName kStatistics[] = {
+constexpr Statistic kStatistics[] = {
     {"summary", ZOR_PROCESS_FLAG_SUMMARY},
     {"distribution", ZOR_PROCESS_FLAG_DISTRIBUTION},
     {"percentile", ZOR_PROCESS_FLAG_PERCENTILE},
@@ -34,7 +35,7 @@ constexpr StatisticName kStatistics[] = {
   throw SettingsError(Refusal(where, Printable(value), expected));
 }
 
-template <typename T>
+template <class T>
 const OptionalSetting<T> &FirstSet(const OptionalSetting<T> &own, const OptionalSetting<T> &common) {
   return own ? own : common;
 }
@@ -43,30 +44,10 @@ bool Contains(const NameList &names, const std::string &name) {
   return std::find(names.begin(), names.end(), name) != names.end();
 }
 
-// Bounds of signed type reach below zero, so unsigned columns take only bounds of unsigned type.
-bool Fits(const Range &range, zor_process_data_type_t type) {
-  if (range.type == kSignedRange) {
-    if (type == ZOR_PROCESS_DATA_TYPE_INT64) return true;
-    return type == ZOR_PROCESS_DATA_TYPE_INT32 &&
-           static_cast<int64_t>(range.bounds[0]) >= std::numeric_limits<int32_t>::min() &&
-           static_cast<int64_t>(range.bounds[1]) <= std::numeric_limits<int32_t>::max();
-  }
-  switch (type) {
-    case ZOR_PROCESS_DATA_TYPE_INT32:
-      return range.bounds[1] <= std::numeric_limits<int32_t>::max();
-    case ZOR_PROCESS_DATA_TYPE_UINT32:
-      return range.bounds[1] <= std::numeric_limits<uint32_t>::max();
-    case ZOR_PROCESS_DATA_TYPE_INT64:
-      return range.bounds[1] <= std::numeric_limits<int64_t>::max();
-    case ZOR_PROCESS_DATA_TYPE_UINT64:
-      return true;
-  }
-  return false;
-}
-
 std::string RangeText(const Range &range) {
-  if (range.type == kUnsignedRange) return fmt::format("{}:{}", range.bounds[0], range.bounds[1]);
-  return fmt::format("{}:{}", static_cast<int64_t>(range.bounds[0]), static_cast<int64_t>(range.bounds[1]));
+  if (range.type == ZOR_PROCESS_DATA_TYPE_UINT64) return fmt::format("{}:{}", range.bounds[0], range.bounds[1]);
+  return fmt::format("{}:{}", static_cast<std::int64_t>(range.bounds[0]),
+                     static_cast<std::int64_t>(range.bounds[1]));
 }
 
 void CheckColumns(const OptionalSetting<NameList> &names, const Table &table) {
@@ -74,19 +55,20 @@ void CheckColumns(const OptionalSetting<NameList> &names, const Table &table) {
   for (const std::string &name : names->value) {
     const auto same = [&](const Column &column) { return column.name == name; };
     if (std::any_of(table.columns.begin(), table.columns.end(), same)) continue;
-    std::string columns;
-    for (const Column &column : table.columns) columns += (columns.empty() ? "" : ", ") + column.name;
-    Refuse(names->where, name, "a column of the input: " + columns);
+    NameList columns;
+    for (const Column &column : table.columns) columns.push_back(column.name);
+    Refuse(names->where, name, "a column of the input: " + Joined(columns, ", "));
   }
 }
 
-bool IsCumulative(const Settings &settings, const ObjectSettings &object, const Column &column) {
-  if (object.cumulative) return object.cumulative->value;
-  if (!settings.cumulative) return column.cumulative;
-  return Contains(settings.cumulative->value, "all") || Contains(settings.cumulative->value, column.name);
+bool MeansAll(const NameList &columns) { return columns.size() == 1 && columns[0] == "all"; }
+
+bool IsCumulative(const Settings &settings, const Settings &object, const Column &column) {
+  const auto &columns = FirstSet(object.cumulative, settings.cumulative);
+  return columns ? MeansAll(columns->value) || Contains(columns->value, column.name) : column.cumulative;
 }
 
-ObjectPlan PlanObject(const Settings &settings, const ObjectSettings &object, const Column &column) {
+ObjectPlan PlanObject(const Settings &settings, const Settings &object, const Column &column) {
   ObjectPlan plan;
   const auto &statistics = FirstSet(object.statistics, settings.statistics);
   plan.statistics = statistics ? statistics->value : kDefaultStatistics;
@@ -103,12 +85,11 @@ ObjectPlan PlanObject(const Settings &settings, const ObjectSettings &object, co
   }
   if (object.clear) {
     throw SettingsError(
-        fmt::format("{}: only a baseline object has a clear of its own (the others share the "
-                    "top-level one)",
+        fmt::format("{}: only a baseline object has a clear of its own (the others share the top-level one)",
                     object.clear->where));
   }
   if (const auto &range = FirstSet(object.range, settings.range)) {
-    if (!Fits(range->value, column.type)) {
+    if (!range->value.fits(column.type)) {
       Refuse(range->where, RangeText(range->value),
              fmt::format("bounds that fit column {}, {}", column.name, TypeValues(column.type)));
     }
@@ -117,80 +98,172 @@ ObjectPlan PlanObject(const Settings &settings, const ObjectSettings &object, co
   return plan;
 }
 
-}  // namespace
-
-uint32_t ReadCount(const std::string &text, const std::string &where, uint32_t lowest, uint32_t highest) {
-  const auto number = ParseNumber<uint32_t>(text);
+template <std::uint32_t lowest, std::uint32_t highest>
+std::uint32_t ReadCount(const Given &given) {
+  const auto number = ParseNumber<std::uint32_t>(given.text());
   if (!number || *number < lowest || *number > highest) {
-    Refuse(where, text, fmt::format("a whole number from {} to {}", lowest, highest));
+    Refuse(given.where, given.text(), fmt::format("a whole number from {} to {}", lowest, highest));
   }
   return *number;
 }
 
-uint16_t ReadStatistics(const NameList &names, const std::string &where) {
+std::uint16_t ReadStatistics(const Given &given) {
+  NameList known;
+  for (const Statistic &statistic : kStatistics) known.emplace_back(statistic.name);
   unsigned flags = 0;
-  for (const std::string &name : names) {
-    const auto *known = std::find_if(std::begin(kStatistics), std::end(kStatistics),
-                                     [&](const StatisticName &statistic) { return statistic.name == name; });
-    if (known == std::end(kStatistics)) Refuse(where, name, "summary, distribution, percentile or baseline");
-    flags |= known->flag;
+  for (const std::string &name : given.parts) {
+    const auto at = std::find(known.begin(), known.end(), name);
+    if (at == known.end()) Refuse(given.where, name, Alternatives(known));
+    flags |= kStatistics[at - known.begin()].flag;
   }
+  if (flags == 0) Refuse(given.where, "", "at least one of " + Alternatives(known));
   if ((flags & ZOR_PROCESS_FLAG_BASELINE) != 0 && flags != ZOR_PROCESS_FLAG_BASELINE) {
-    Refuse(where, fmt::format("{}", fmt::join(names, ",")), "baseline alone, without other statistics");
+    Refuse(given.where, Joined(given.parts, ","), "baseline alone, without other statistics");
   }
-  if (flags == 0) Refuse(where, "", "at least one of summary, distribution, percentile, baseline");
-  return static_cast<uint16_t>(flags);
+  return static_cast<std::uint16_t>(flags);
 }
 
-Range ReadRange(const std::string &low, const std::string &high, const std::string &where) {
-  const auto read_unsigned = [&](const std::string &text) {
-    const auto number = ParseNumber<uint64_t>(text);
-    if (!number) Refuse(where, text, TypeValues(ZOR_PROCESS_DATA_TYPE_UINT64));
-    return *number;
-  };
-  const auto read_signed = [&](const std::string &text) {
-    const auto number = ParseNumber<int64_t>(text);
-    if (!number) Refuse(where, text, TypeValues(ZOR_PROCESS_DATA_TYPE_INT64));
-    return *number;
-  };
-  bool inverted;
-  Range range;
-  if (low.substr(0, 1) == "-") {
-    const int64_t bounds[] = {read_signed(low), read_signed(high)};
-    inverted = bounds[1] < bounds[0];
-    range = {kSignedRange, {static_cast<uint64_t>(bounds[0]), static_cast<uint64_t>(bounds[1])}};
-  } else {
-    const uint64_t lowest = read_unsigned(low);
-    inverted = high.substr(0, 1) == "-" && ParseNumber<int64_t>(high);
-    range = {kUnsignedRange, {lowest, inverted ? 0 : read_unsigned(high)}};
-    inverted = inverted || range.bounds[1] < lowest;
-  }
-  if (inverted) Refuse(where, low + ":" + high, "a low bound that is not above the high one");
+template <class Number>
+Number ReadBound(const std::string &text, const std::string &where) {
+  constexpr auto kType = std::is_signed_v<Number> ? ZOR_PROCESS_DATA_TYPE_INT64 : ZOR_PROCESS_DATA_TYPE_UINT64;
+  const auto number = ParseNumber<Number>(text);
+  if (!number) Refuse(where, text, TypeValues(kType));
+  return *number;
+}
+
+// Bounds share a type, which is a signed one if the low bound is below zero.
+Range ReadRange(const Given &given) {
+  const std::string text = Joined(given.parts, ":");
+  if (given.parts.size() != 2) Refuse(given.where, text, "two bounds, LOW:HIGH");
+  const auto natural = [&](std::size_t i) { return ReadBound<std::uint64_t>(given.parts[i], given.where); };
+  const auto whole = [&](std::size_t i) { return ReadBound<std::int64_t>(given.parts[i], given.where); };
+  const auto is_negative = [&](std::size_t i) { return given.parts[i].starts_with('-'); };
+  const Range range = is_negative(0)   ? Range(whole(0), whole(1))
+                      : is_negative(1) ? Range(natural(0), whole(1))
+                                       : Range(natural(0), natural(1));
+  if (range.type == 0) Refuse(given.where, text, "a low bound that is not above the high one");
   return range;
 }
 
-ClearInterval ReadClear(const std::string &text, const std::string &where) {
+Interval ReadClear(const Given &given) {
   constexpr double kLongest = 1e7;  // hours; far above what any poll interval allows
-  if (!text.empty() && text.back() == 'h') {
+  const std::string &text = given.text();
+  if (text.ends_with('h')) {
     const auto hours = ParseNumber<double>(std::string_view(text).substr(0, text.size() - 1));
     const double seconds = hours && *hours > 0 && *hours < kLongest ? std::round(*hours * 3600) : 0;
-    if (seconds < 1) Refuse(where, text, "hours above 0, as in 2h");
-    return {0, static_cast<uint64_t>(seconds)};
+    if (seconds < 1) Refuse(given.where, text, "hours above 0, as in 2h");
+    return std::chrono::seconds(static_cast<std::int64_t>(seconds));
   }
-  const auto polls = ParseNumber<uint32_t>(text);
+  const auto polls = ParseNumber<std::uint32_t>(text);
   if (!polls || *polls < 1 || *polls > kLargestCount) {
-    Refuse(where, text, fmt::format("polls from 1 to {}, or hours as in 2h", kLargestCount));
+    Refuse(given.where, text, fmt::format("polls from 1 to {}, or hours as in 2h", kLargestCount));
   }
-  return {*polls, 0};
+  return Interval::polls(*polls);
 }
 
-NameList ReadNames(NameList names, const std::string &where) {
+NameList ReadNames(const Given &given) {
   std::set<std::string> known;
-  for (const std::string &name : names) {
-    if (!IsName(name)) Refuse(where, name, kName);
-    if (!known.insert(name).second) Refuse(where, name, "each name only once");
+  for (const std::string &name : given.parts) {
+    if (!IsName(name)) Refuse(given.where, name, kName);
+    if (!known.insert(name).second) Refuse(given.where, name, "each name only once");
   }
-  return names;
+  return given.parts;
+}
+
+bool ReadTruth(const Given &given) { return given.text() == "true"; }
+NameList ReadAllOrNone(const Given &given) { return ReadTruth(given) ? NameList{"all"} : NameList{}; }
+std::string ReadText(const Given &given) { return given.text(); }
+std::string ReadDg(const Given &given) { return ReadDgName(given.text(), given.where); }
+
+// Keeps what `parse` makes of a value as the member, with its place or without.
+template <auto member, auto parse>
+void Set(const Given &given, Settings &settings) {
+  settings.*member = {parse(given), given.where};
+}
+template <auto member, auto parse>
+void SetPlain(const Given &given, Settings &settings) {
+  settings.*member = parse(given);
+}
+
+constexpr unsigned kCounting = kReplay | kLive;
+constexpr unsigned kForAll = kCounting | kTopLevel;
+
+constexpr Form kInteger{Form::kInteger, "an integer"};
+constexpr Form kIntegerOrText{Form::kInteger | Form::kString, "an integer or a string"};
+constexpr Form kText{Form::kString, "a string"};
+constexpr Form kTruth{Form::kTruth, "true or false"};
+constexpr Form kList{Form::kString, "an array of strings", ','};
+constexpr Form kBounds{Form::kInteger | Form::kString, "an array of two bounds, [LOW, HIGH]", ':'};
+
+constexpr auto kReadInterval =
+    Set<&Settings::interval, ReadCount<kShortestInterval, std::numeric_limits<std::uint32_t>::max()>>;
+
+constexpr SettingRow kSettings[] = {
+    {"cumulative", kReplay | kTopLevel, kList, "LIST",
+     "columns that are counters, whose samples are the differences\n"
+     "from poll to poll; or all (default: none)",
+     Set<&Settings::cumulative, ReadNames>},
+    {"cumulative", kObject, kTruth, "", "", Set<&Settings::cumulative, ReadAllOrNone>},
+    {"interval", kReplay | kTopLevel, kInteger, "SECONDS",
+     "between polls, at least 10 (default: that of the first two)", kReadInterval},
+    {"interval", kLive | kRecord, kInteger, "SECONDS", "between polls, at least 10 (default: 10)", kReadInterval},
+    {"count", kLive | kRecord, kInteger, "N", "end after this many polls (default: at a signal)",
+     Set<&Settings::count, ReadCount<1, std::numeric_limits<std::uint32_t>::max()>>},
+    {"proc", kLive | kRecord, kText, "DIR", "directory of the proc file system (default: /proc)",
+     SetPlain<&Settings::proc, ReadText>},
+    {"statistics", kForAll | kObject, kList, "LIST",
+     "summary, distribution, percentile, or baseline alone\n(default: summary,percentile)",
+     Set<&Settings::statistics, ReadStatistics>},
+    {"buckets", kForAll | kObject, kInteger, "N", "buckets of a distribution, 1 to 65535 (default: 100)",
+     Set<&Settings::buckets, ReadCount<1, kLargestCount>>},
+    {"range", kForAll | kObject, kBounds, "LOW:HIGH",
+     "values that the buckets cover, both included\n(default: all values of the column's type)",
+     Set<&Settings::range, ReadRange>},
+    {"clear", kForAll | kObject, kIntegerOrText, "N|HOURSh",
+     "write records and start anew after this many polls, or\n"
+     "hours as in 2h (default: once, at the end, or after the\n"
+     "65535 polls that buckets can count); for a baseline: the\n"
+     "samples it learns from, and between records (default:\n2000)",
+     Set<&Settings::clear, ReadClear>},
+    {"objects", kCounting, kList, "LIST", "columns to count (default: all)", Set<&Settings::objects, ReadNames>},
+    {"instances", kForAll | kObject, kList, "LIST", "keys to count (default: all)",
+     Set<&Settings::instances, ReadNames>},
+    {"dg", kForAll, kText, "NAME",
+     "data group, the first word of records (default: the file's\nname without its extension, or the source)",
+     Set<&Settings::dg, ReadDg>},
+    {"percentile", kForAll, kInteger, "P",
+     "report this percentile, 0 to 100, instead of the nine\nstandard ones; implies --report",
+     Set<&Settings::percentile, ReadCount<0, 100>>},
+    {"headers", kForAll, kTruth, "", "write each record kind's Schema-def header first",
+     SetPlain<&Settings::headers, ReadTruth>},
+    {"report", kForAll, kTruth, "", "at the end, print the interval in progress",
+     SetPlain<&Settings::report, ReadTruth>},
+    {"config", kCounting, kText, "FILE", "settings in TOML", SetPlain<&Settings::config, ReadText>},
+    {"output", kCounting, kText, "FILE", "write records to this file (default: standard output)",
+     SetPlain<&Settings::output, ReadText>, 'o'},
+    {"output", kRecord, kText, "FILE", "poll file (default: standard output)",
+     SetPlain<&Settings::output, ReadText>, 'o'},
+};
+
+}  // namespace
+
+NameList Form::Parts(const std::string &text) const {
+  return separator == 0 ? NameList{text} : Split(text, separator);
+}
+
+std::span<const SettingRow> AllSettings() { return kSettings; }
+
+const SettingRow *FindSetting(std::string_view name, Place place) {
+  const auto is_it = [&](const SettingRow &row) { return (row.places & place) != 0 && row.name == name; };
+  const auto found = std::find_if(std::begin(kSettings), std::end(kSettings), is_it);
+  return found == std::end(kSettings) ? nullptr : found;
+}
+
+void SetOption(std::string_view name, const std::string &text, Settings *settings) {
+  std::string where = fmt::format("--{}", name);
+  const SettingRow *row = FindSetting(name, kAnyCommand);
+  if (row == nullptr) throw SettingsError(fmt::format("{}: unknown option", where));
+  row->read({row->form.Parts(text), std::move(where)}, *settings);
 }
 
 std::string ReadDgName(const std::string &name, const std::string &where) {
@@ -200,54 +273,23 @@ std::string ReadDgName(const std::string &name, const std::string &where) {
   return name;
 }
 
-void SetOption(std::string_view option, const std::string &text, Settings *settings) {
-  std::string where = fmt::format("--{}", option);
-  const auto names = [&] { return ReadNames(Split(text, ','), where); };
-  if (option == "dg") {
-    settings->dg = {ReadDgName(text, where), where};
-  } else if (option == "statistics") {
-    settings->statistics = {ReadStatistics(Split(text, ','), where), where};
-  } else if (option == "buckets") {
-    settings->buckets = {ReadCount(text, where, 1, kLargestCount), where};
-  } else if (option == "range") {
-    const size_t colon = text.find(':');
-    if (colon == std::string::npos) Refuse(where, text, "LOW:HIGH");
-    settings->range = {ReadRange(text.substr(0, colon), text.substr(colon + 1), where), where};
-  } else if (option == "clear") {
-    settings->clear = {ReadClear(text, where), where};
-  } else if (option == "objects") {
-    settings->objects = {names(), where};
-  } else if (option == "instances") {
-    settings->instances = {names(), where};
-  } else if (option == "cumulative") {
-    settings->cumulative = {names(), where};
-  } else if (option == "interval") {
-    settings->interval = {ReadCount(text, where, kShortestInterval, std::numeric_limits<uint32_t>::max()), where};
-  } else if (option == "percentile") {
-    settings->percentile = {ReadCount(text, where, 0, 100), where};
-  } else {
-    throw SettingsError(fmt::format("{}: unknown option", where));
-  }
-}
-
 std::vector<ObjectPlan> PlanObjects(const Settings &settings, const Table &table) {
   CheckColumns(settings.objects, table);
-  if (settings.cumulative && settings.cumulative->value != NameList{"all"})
-    CheckColumns(settings.cumulative, table);
-  for (const ObjectSettings &object : settings.tables) {
+  if (settings.cumulative && !MeansAll(settings.cumulative->value)) CheckColumns(settings.cumulative, table);
+  for (const Settings &object : settings.tables) {
     CheckColumns(Setting<NameList>{{object.name.value}, object.name.where}, table);
   }
   if (settings.range && settings.statistics && settings.statistics->value == ZOR_PROCESS_FLAG_BASELINE) {
     Refuse(settings.range->where, RangeText(settings.range->value), "no range: a baseline learns its own");
   }
   std::vector<ObjectPlan> plans;
-  for (size_t i = 0; i < table.columns.size(); ++i) {
+  for (std::size_t i = 0; i < table.columns.size(); ++i) {
     const Column &column = table.columns[i];
     if (settings.objects && !Contains(settings.objects->value, column.name)) continue;
     const auto own = std::find_if(settings.tables.begin(), settings.tables.end(),
-                                  [&](const ObjectSettings &object) { return object.name.value == column.name; });
+                                  [&](const Settings &object) { return object.name.value == column.name; });
     if (own == settings.tables.end() && !settings.tables.empty()) continue;
-    plans.push_back(PlanObject(settings, own == settings.tables.end() ? ObjectSettings{} : *own, column));
+    plans.push_back(PlanObject(settings, own == settings.tables.end() ? Settings{} : *own, column));
     plans.back().column = i;
   }
   if (plans.empty()) {
@@ -257,14 +299,13 @@ std::vector<ObjectPlan> PlanObjects(const Settings &settings, const Table &table
   return plans;
 }
 
-uint32_t ClearPolls(const Setting<ClearInterval> &clear, uint32_t interval) {
-  const uint64_t seconds = clear.value.seconds;
-  const uint64_t polls = seconds == 0 ? clear.value.polls : (seconds + interval - 1) / interval;
+std::uint32_t ClearPolls(const Setting<Interval> &clear, std::uint32_t interval) {
+  const std::uint64_t polls = clear.value.in_polls_of(std::chrono::seconds(interval));
   if (polls > kLargestCount) {
-    throw SettingsError(fmt::format("{}: {} seconds are {} polls of {} seconds: expected at most {} polls",
-                                    clear.where, seconds, polls, interval, kLargestCount));
+    throw SettingsError(fmt::format("{}: is {} polls of {} seconds: expected at most {} polls", clear.where, polls,
+                                    interval, kLargestCount));
   }
-  return static_cast<uint32_t>(polls);
+  return static_cast<std::uint32_t>(polls);
 }
 
 }  // namespace zorstat

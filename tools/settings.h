@@ -2,98 +2,128 @@
 #ifndef ZORSTAT_SETTINGS_H_
 #define ZORSTAT_SETTINGS_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "table.h"
+#include "zor/process.hpp"
 
 namespace zorstat {
 
-inline constexpr uint32_t kShortestInterval = 10;  // seconds; the library takes no shorter one
-inline constexpr uint32_t kLargestCount = 65535;   // of buckets and of polls between clears
+inline constexpr std::uint32_t kShortestInterval = 10;  // seconds; the library takes no shorter one
+inline constexpr std::uint32_t kLargestCount = 65535;   // of buckets and of polls between clears
+
+using zor::process::Interval;
+using zor::process::Range;
 
 // Where a setting was made, for messages: "--buckets" or "FILE:LINE: buckets".
-template <typename T>
+template <class T>
 struct Setting {
   T value;
   std::string where;
 };
-template <typename T>
+template <class T>
 using OptionalSetting = std::optional<Setting<T>>;
 using NameList = std::vector<std::string>;
 
-// Bounds, both included, in 64 bits: signed when type is 3, else unsigned.
-struct Range {
-  uint32_t type = 0;
-  uint64_t bounds[2] = {0, 0};
-};
-
-// A number of polls (or of samples, for a baseline), or a duration that becomes one.
-struct ClearInterval {
-  uint64_t polls = 0;
-  uint64_t seconds = 0;
-};
-
-// Settings that can stand for all objects or for one.
-struct CommonSettings {
-  OptionalSetting<uint16_t> statistics;  // ZOR_PROCESS_FLAG_*
-  OptionalSetting<uint32_t> buckets;
+// What options and a settings file say, for all objects or in a table [objects.NAME] for one.
+struct Settings {
+  OptionalSetting<std::uint16_t> statistics;  // ZOR_PROCESS_FLAG_*
+  OptionalSetting<std::uint32_t> buckets;
   OptionalSetting<Range> range;
-  OptionalSetting<ClearInterval> clear;
+  OptionalSetting<Interval> clear;  // for a baseline, of samples
   OptionalSetting<NameList> instances;
-};
+  OptionalSetting<NameList> cumulative;  // columns; {"all"}: every one
 
-struct ObjectSettings : CommonSettings {
-  Setting<std::string> name;
-  OptionalSetting<bool> cumulative;
-};
-
-struct Settings : CommonSettings {
+  // Of all objects alone:
   OptionalSetting<std::string> dg;
   OptionalSetting<NameList> objects;
-  OptionalSetting<NameList> cumulative;  // {"all"}: every column
-  OptionalSetting<uint32_t> interval;    // seconds
-  OptionalSetting<uint32_t> percentile;  // whole percent
+  OptionalSetting<std::uint32_t> interval;    // seconds
+  OptionalSetting<std::uint32_t> percentile;  // whole percent
+  OptionalSetting<std::uint32_t> count;       // polls
   bool headers = false;
   bool report = false;
-  std::vector<ObjectSettings> tables;  // if there are any, these are the objects
+  std::string proc = "/proc";
+  std::string config;
+  std::string output = "-";
+  std::vector<Settings> tables;  // if there are any, these are the objects
+
+  Setting<std::string> name;  // of the one object
 };
+
+// Where a setting can be made: as an option of a command, at the top level of a settings file, in a table of it.
+enum Place : unsigned { kReplay = 1, kLive = 2, kRecord = 4, kAnyCommand = 7, kTopLevel = 8, kObject = 16 };
+
+// What a value looks like. In a settings file it, or each part of an array, has one of the types; in one text parts
+// are separated.
+struct Form {
+  enum Types : unsigned { kInteger = 1, kString = 2, kTruth = 4 };
+  unsigned types;
+  const char *expected;  // in a settings file
+  char separator = 0;    // a value without one has one part
+
+  NameList Parts(const std::string &text) const;
+};
+
+// A value as it was written, in parts.
+struct Given {
+  NameList parts;
+  std::string where;
+
+  const std::string &text() const { return parts.front(); }  // of a value with one part
+};
+
+// A setting: all that command line, settings files and messages know of it.
+struct SettingRow {
+  const char *name;
+  unsigned places;
+  Form form;
+  const char *type;  // of an option's value, for --help
+  const char *help;
+  void (*read)(const Given &given, Settings &settings);  // throws SettingsError
+  char letter = 0;                                       // of the option
+
+  bool is_flag() const { return form.types == Form::kTruth; }
+};
+
+// The settings in the order of --help. An option means the same to all commands that have it.
+std::span<const SettingRow> AllSettings();
+
+// The setting that has the name there, or null.
+const SettingRow *FindSetting(std::string_view name, Place place);
+
+// Sets what an option of this name, without its dashes, says.
+void SetOption(std::string_view name, const std::string &text, Settings *settings);
 
 // An object to count. Clear is that of a baseline; all else is cleared at the top-level interval.
 struct ObjectPlan {
-  size_t column = 0;
-  uint16_t statistics = 0;
-  uint32_t buckets = 0;
+  std::size_t column = 0;
+  std::uint16_t statistics = 0;
+  std::uint32_t buckets = 0;
   std::optional<Range> range;
   bool cumulative = false;
   std::optional<NameList> instances;
-  OptionalSetting<ClearInterval> clear;
+  OptionalSetting<Interval> clear;
 };
 
 // Whether the statistics count values in buckets over a range.
-inline bool HasBuckets(uint16_t statistics) {
+inline bool HasBuckets(std::uint16_t statistics) {
   return (statistics & (ZOR_PROCESS_FLAG_DISTRIBUTION | ZOR_PROCESS_FLAG_PERCENTILE)) != 0;
 }
 
-// Each reads a setting from text and throws SettingsError, naming `where`.
-uint32_t ReadCount(const std::string &text, const std::string &where, uint32_t lowest, uint32_t highest);
-uint16_t ReadStatistics(const NameList &names, const std::string &where);
-Range ReadRange(const std::string &low, const std::string &high, const std::string &where);
-ClearInterval ReadClear(const std::string &text, const std::string &where);
-NameList ReadNames(NameList names, const std::string &where);
+// Throws SettingsError, naming `where`.
 std::string ReadDgName(const std::string &name, const std::string &where);
-
-// Sets what an option of this name, without its dashes, says.
-void SetOption(std::string_view option, const std::string &text, Settings *settings);
 
 // The plans in the order of the columns. Throws SettingsError where settings and columns do not fit together.
 std::vector<ObjectPlan> PlanObjects(const Settings &settings, const Table &table);
 
-// Throws SettingsError when a duration is more polls than can be counted.
-uint32_t ClearPolls(const Setting<ClearInterval> &clear, uint32_t interval);
+// The polls of the interval, which is in seconds. Throws SettingsError where they are more than can be counted.
+std::uint32_t ClearPolls(const Setting<Interval> &clear, std::uint32_t interval);
 
 }  // namespace zorstat
 

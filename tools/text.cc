@@ -1,5 +1,7 @@
 #include "text.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
 #include <cctype>
@@ -21,11 +23,13 @@ constexpr std::array<TypeText, ZOR_PROCESS_NO_OF_DATA_TYPES> kTypes{{
     {"u64", "a number from 0 to 18446744073709551615"},
 }};
 
-const TypeText &Text(zor_process_data_type_t type) { return kTypes[static_cast<size_t>(type) - 1]; }
+const TypeText &Text(zor_process_data_type_t type) { return kTypes[static_cast<std::size_t>(type) - 1]; }
 
 // The length of the printable UTF-8 character that the text starts with, or 0.
-size_t CharacterLength(std::string_view text) {
-  const auto byte = [&](size_t i) -> unsigned { return i < text.size() ? static_cast<unsigned char>(text[i]) : 0; };
+std::size_t CharacterLength(std::string_view text) {
+  const auto byte = [&](std::size_t i) -> unsigned {
+    return i < text.size() ? static_cast<unsigned char>(text[i]) : 0;
+  };
   const unsigned first = byte(0);
   if (first < 0x80) return IsControl(text[0]) ? 0 : 1;
   if (first < 0xc2 || first > 0xf4) return 0;
@@ -34,8 +38,8 @@ size_t CharacterLength(std::string_view text) {
   const unsigned lowest = first == 0xc2 || first == 0xe0 ? 0xa0 : first == 0xf0 ? 0x90 : 0x80;
   const unsigned highest = first == 0xed ? 0x9f : first == 0xf4 ? 0x8f : 0xbf;
   if (byte(1) < lowest || byte(1) > highest) return 0;
-  const size_t length = first < 0xe0 ? 2 : first < 0xf0 ? 3 : 4;
-  for (size_t i = 2; i < length; ++i) {
+  const std::size_t length = first < 0xe0 ? 2 : first < 0xf0 ? 3 : 4;
+  for (std::size_t i = 2; i < length; ++i) {
     if ((byte(i) & 0xc0) != 0x80) return 0;
   }
   return length;
@@ -48,17 +52,26 @@ bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7
 std::vector<std::string> Split(std::string_view text, char separator) {
   std::vector<std::string> parts;
   for (;;) {
-    const size_t end = text.find(separator);
+    const std::size_t end = text.find(separator);
     parts.emplace_back(text.substr(0, end));
     if (end == std::string_view::npos) return parts;
     text.remove_prefix(end + 1);
   }
 }
 
+std::string Joined(const std::vector<std::string> &parts, std::string_view separator) {
+  return fmt::format("{}", fmt::join(parts, separator));
+}
+
+std::string Alternatives(const std::vector<std::string> &names) {
+  if (names.size() < 2) return Joined(names, "");
+  return Joined({names.begin(), names.end() - 1}, ", ") + " or " + names.back();
+}
+
 bool IsName(std::string_view text) {
   if (text.empty()) return false;
   while (!text.empty()) {
-    const size_t length = CharacterLength(text);
+    const std::size_t length = CharacterLength(text);
     if (length == 0 || text[0] == ',') return false;
     text.remove_prefix(length);
   }
@@ -68,7 +81,7 @@ bool IsName(std::string_view text) {
 std::string_view TypeName(zor_process_data_type_t type) { return Text(type).name; }
 
 std::optional<zor_process_data_type_t> TypeOfName(std::string_view name) {
-  for (size_t i = 0; i < kTypes.size(); ++i) {
+  for (std::size_t i = 0; i < kTypes.size(); ++i) {
     if (kTypes[i].name == name) return static_cast<zor_process_data_type_t>(i + 1);
   }
   return std::nullopt;
@@ -77,12 +90,12 @@ std::optional<zor_process_data_type_t> TypeOfName(std::string_view name) {
 std::string_view TypeValues(zor_process_data_type_t type) { return Text(type).values; }
 
 std::string Printable(std::string_view text) {
-  constexpr size_t kLimit = 60;
+  constexpr std::size_t kLimit = 60;
   std::string printable;
   while (!text.empty() && printable.size() < kLimit) {
-    const size_t length = CharacterLength(text);
+    const std::size_t length = CharacterLength(text);
     printable += length == 0 ? "?" : text.substr(0, length);
-    text.remove_prefix(std::max<size_t>(length, 1));
+    text.remove_prefix(std::max<std::size_t>(length, 1));
   }
   if (!text.empty()) printable += "...";
   return printable;

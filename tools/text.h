@@ -13,7 +13,7 @@
 namespace zorstat {
 
 // The whole text as a number, or nothing.
-template <typename Number>
+template <class Number>
 std::optional<Number> ParseNumber(std::string_view text) {
   Number number{};
   const char *end = text.data() + text.size();
@@ -23,6 +23,11 @@ std::optional<Number> ParseNumber(std::string_view text) {
 }
 
 std::vector<std::string> Split(std::string_view text, char separator);
+
+std::string Joined(const std::vector<std::string> &parts, std::string_view separator);
+
+// "a, b or c".
+std::string Alternatives(const std::vector<std::string> &names);
 
 bool IsControl(char c);
 

@@ -1,24 +1,29 @@
 # shellcheck shell=bash
-# Completion of zorstat in bash. Options are those that its --help lists.
+# Completion of zorstat in bash, from what its --help lists.
 
 _zorstat() {
-  local cur prev words cword command='' candidates='' i
+  local cur prev words cword command='' candidates='' help before i
   _init_completion || return
 
   for ((i = 1; i < cword; i++)); do
     case ${words[i]} in replay | live | record) command=${words[i]} ;; esac
   done
+  help=$("$1" ${command:+"$command"} --help 2>/dev/null)
 
-  case $prev in
-    --statistics) candidates='summary distribution percentile summary,percentile baseline' ;;
-    --cumulative) candidates=all ;;
-    --config) _filedir toml ;;
-    --proc) _filedir -d ;;
-    -o | --output) _filedir ;;
-    -*) [[ $("$1" ${command:+"$command"} --help 2>/dev/null) == *"$prev "[A-Z]* ]] && return ;; # a value of its own
+  case $prev,$help in
+    --statistics,*) # a list: what stands before the last comma stays
+      before=${cur%"${cur##*,}"}
+      candidates=$(sed -n "s/^ *$prev LIST *//; T; s/, or / /; s/ alone//; s/,//g; p" <<<"$help")
+      candidates=$before${candidates// / $before}
+      ;;
+    --cumulative,*) candidates=all ;;
+    --config,*) _filedir toml ;;
+    -o,* | -*,*"$prev FILE"*) _filedir ;;
+    -*,*"$prev DIR"*) _filedir -d ;;
+    -*,*"$prev "[A-Z]*) return ;; # a value of its own
   esac
   [[ -n $candidates || ${#COMPREPLY[@]} -gt 0 ]] || case $command,$cur in
-    *,-*) candidates=$(_parse_help "$1" "$command --help") ;;
+    *,-*) candidates=$(_parse_help - <<<"$help") ;;
     ,*) candidates='replay live record' ;;
     replay,*) _filedir csv ;;
     *) candidates='net disk cpu' ;;

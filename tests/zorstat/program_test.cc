@@ -3,154 +3,135 @@
 namespace zorstat {
 namespace {
 
-TEST_F(ProgramTest, RecordsCarryThePollsTimeAndAreTheSameEachTime) {
+constexpr Case kRuns[] = {
+    {"records carry the poll's time",
+     "head -n 7 f.csv | $Z replay - --cumulative rx --clear 2 --statistics summary --headers --dg ports",
+     "Schema-def ports-summary \"%u, %s, %s, %u, %u, %u, %f\"\r\n"
+     "       Epochtime Object Instance No-Of-Samples Min Max Average\r\n"
+     "ports-summary: 1700000010, rx, p1, 1, 100, 100, 100.000\r\n"
+     "ports-summary: 1700000010, rx, p2, 1, 1, 1, 1.000\r\n"
+     "ports-summary: 1700000010, level, p1, 2, -1, 0, -0.500\r\n"
+     "ports-summary: 1700000020, rx, p1, 1, 100, 100, 100.000\r\n"
+     "ports-summary: 1700000020, rx, p2, 1, 3, 3, 3.000\r\n"
+     "ports-summary: 1700000020, level, p1, 1, -2, -2, -2.000\r\n",
+     ""},
+    {"records are the same from standard input, and in a file",
+     "$Z replay f.csv --headers > r1; $Z replay - --headers --dg f < f.csv > r2; $Z replay f.csv --headers -o r3;"
+     " cmp r1 r2; cmp r1 r3; cut -d' ' -f1-2 r1 | grep Schema; wc -l < r1",
+     "Schema-def f-summary\nSchema-def f-percentile\n10\n", ""},
+    {"a bar shows on a terminal how much of a long file is read, and goes",
+     "script -qec \"$Z replay long.csv -o r.txt\" /dev/null | tr '\\r ' '\\n-' | sed -n '2p;$p'",
+     "[####------------------------------------]--12%\n-----------------------------------------------\n", ""},
+    {"the report is of the last interval though its clear leaves nothing after it",
+     "$Z replay f.csv --clear 5 --objects level --percentile 50 --statistics percentile --range=-10:0 --buckets 11"
+     " | grep -E '^f|^O|^N|^P.0' | cut -d, -f1-6",
+     "f-summary: 1700000040, level, p1, 5, -4, 0\nf-percentile: 1700000040, level, p1, 5, -4.000, -4.000\n"
+     ""
+     "Objectname       : level\nNumber of samples: 5\nP[050.000] = -2.000\n",
+     ""},
+    {"a bad line late in the file keeps the complete polls",
+     "(cat f.csv; echo 1700000050,p1,1,1; echo 1700000050,p2,many,1) > late.csv; $Z replay late.csv --objects level"
+     " --statistics summary --report > r.txt; echo $?; grep -E '^late|^O' r.txt",
+     "1\nlate-summary: 1700000040, level, p1, 5, -4, 0, -2.000\r\nObjectname       : level\n",
+     "zorstat: late.csv:13: rx: 'many': expected a number from 0 to 18446744073709551615\n"},
+    {"a refused value is counted and costs no other",
+     "$Z replay big.csv --statistics summary --instances x,y; echo $?",
+     "big-summary: 40, a, x, 2, 0, 18446744073709551615, 9223372036854775807.500\r\n"
+     "big-summary: 40, b, x, 4, 1, 4, 2.500\r\n0\n",
+     "zorstat: refused values: a 2 (not in the sum)\nzorstat: instance y: had no values\n"},
+    {"a refused value spoils percentiles", "$Z replay big.csv --report | grep ^Values",
+     "Values not in the sum: 2\n",
+     "zorstat: refused values: a 2 (not in the sum, so that percentiles do not hold)\n"},
+    {"a baseline learns, and reports in its place",
+     "$Z replay learn.csv --config learn.toml --report | cut -d, -f1-8 | grep -E '^(l|Obj|Ana|Max |Val)'",
+     "learn-baseline: 80, a, x, 4, 25.000, 25.000, 25.000, 25.000\n"
+     "learn-baseline: 120, a, x, 8, 25.000, 25.000, 25.000, 25.000\n"
+     "learn-baseline: 160, a, x, 12, 25.000, 25.000, 25.000, 25.000\n"
+     "learn-baseline: 190, a, x, 15, 25.000, 25.000, 25.000, 25.000\n"
+     "learn-summary: 190, b, x, 19, 1, 1, 1.000\r\n"
+     "Objectname       : a\nObject: a, Instance: x\nAnalyzer: Stage = Analyzing\nMax Exception Counter = 0\n"
+     "Max List length = 10\nValues without a bucket: 1\nObjectname       : b\n",
+     "zorstat: refused values: a 1 (without a bucket)\n"},
+    {"a baseline that has not learnt", "$Z replay learn.csv --objects a --statistics baseline --clear 30", "",
+     "zorstat: a: no baseline yet, 1 instance is still learning\n"},
+    {"an object's setting goes before an option, and that before the file's",
+     "$Z replay types.csv --config types.toml --buckets 2 --range 0:10 | grep -E '^t.*-|^Obj.*:|^(own|top) .* [23] "
+     "'",
+     "types-summary: 20, i32, top, 1, 1, 1, 1.000\r\n"
+     "types-summary: 20, u64, own, 2, 1, 18446744073709551614, 9223372036854775807.500\r\n"
+     "types-baseline: 30, i64, top, 1, 20.000, 20.000, 20.000, 20.000, 20.000, 20.000, 20.000, 20.000, 20.000\r\n"
+     "types-summary: 30, i32, top, 1, 11, 11, 11.000\r\ntypes-summary: 30, u64, own, 1, 5, 5, 5.000\r\n"
+     "Objectname       : i32\ntop          2        -2147483648         2147483647          \n"
+     "Objectname       : i64\nObject: i64, Instance: top\n"
+     "Objectname       : u64\nown          3        1                   18446744073709551615\n",
+     ""},
+    {"options choose objects, counters and instances",
+     "$Z replay types.csv --objects u64,i32 --clear 2 --cumulative u64 --statistics summary --instances top",
+     "types-summary: 20, i32, top, 2, -5, -4, -4.500\r\n"
+     "types-summary: 20, u64, top, 1, 18446744073709551614, 18446744073709551614, 18446744073709551614.000\r\n"
+     "types-summary: 30, i32, top, 1, 7, 7, 7.000\r\ntypes-summary: 30, u64, top, 1, 6, 6, 6.000\r\n",
+     ""},
+    {"kernels differ in columns; an alias has a colon in its name",
+     "for s in net disk cpu; do $Z record $s --proc . --count 1 -o $s.csv; tail -n +2 $s.csv | cut -d, -f2-; done;"
+     "$Z replay disk.csv --objects io_ms --statistics summary | cut -d' ' -f3-",
+     "lo,1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16\n"
+     "eth0:1,18446744073709551615,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16\n"
+     "sda,1,2,3,4,5,6,7,8,9,10,11,,,,,,\nvdb,1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17\n"
+     "cpu,1,2,3,4,5,6,7,8,9,10\ncpu0,1,2,3,4,,,,,,\n"
+     "io_ms, sda, 1, 10, 10, 10.000\r\nio_ms, vdb, 1, 10, 10, 10.000\r\n",
+     ""},
+    {"a kernel's table that cannot be read",
+     "mkdir p; printf 'cpu 1 2\\ncpu0 1 x\\n' > p/stat; $Z record cpu --proc p", "",
+     "zorstat: p/stat:2: nice: 'x': expected a number from 0 to 18446744073709551615\n"},
+    // The program opens the pipe for its first poll; so the signal comes while that is read or after it.
+    {"a signal ends a live run with its records",
+     "rm diskstats; mkfifo diskstats; for signal in TERM INT; do\n"
+     "  $Z live disk --proc . --objects reads,in_flight --statistics summary --report -o r.txt > report & pid=$!\n"
+     "  cat disks > diskstats; kill -$signal $pid; wait $pid; echo $?; cut -d, -f2- r.txt; grep -c '^sda ' report\n"
+     "done",
+     "0\n reads, sda, 0\r\n in_flight, sda, 1, 9, 9, 9.000\r\n2\n"
+     "0\n reads, sda, 0\r\n in_flight, sda, 1, 9, 9, 9.000\r\n2\n",
+     ""},
+    {"bash completes what --help lists", "bash complete.bash $Z",
+     "replay live record\nnet disk cpu\nsummary,percentile\n--count --clear --config\n--count\n\nf.csv\n", ""},
+};
+
+TEST_F(ProgramTest, WritesWhatItIsToWrite) {
   Write("f.csv", Polls(5));
-  const std::string options = " --cumulative rx --clear 2 --statistics summary --headers --dg ports";
-  const Outcome outcome = Run("$Z replay f.csv" + options);
-  EXPECT_EQ(outcome.status, 0);
-  EXPECT_EQ(outcome.error, "");
-  EXPECT_EQ(outcome.out,
-            "Schema-def ports-summary \"%u, %s, %s, %u, %u, %u, %f\"\r\n"
-            "       Epochtime Object Instance No-Of-Samples Min Max Average\r\n"
-            "ports-summary: 1700000010, rx, p1, 1, 100, 100, 100.000\r\n"
-            "ports-summary: 1700000010, rx, p2, 1, 1, 1, 1.000\r\n"
-            "ports-summary: 1700000010, level, p1, 2, -1, 0, -0.500\r\n"
-            "ports-summary: 1700000030, rx, p1, 2, 100, 100, 100.000\r\n"
-            "ports-summary: 1700000030, rx, p2, 2, 3, 5, 4.000\r\n"
-            "ports-summary: 1700000030, level, p1, 2, -3, -2, -2.500\r\n"
-            "ports-summary: 1700000040, rx, p1, 1, 100, 100, 100.000\r\n"
-            "ports-summary: 1700000040, rx, p2, 1, 7, 7, 7.000\r\n"
-            "ports-summary: 1700000040, level, p1, 1, -4, -4, -4.000\r\n");
-  EXPECT_EQ(Run("$Z replay - < f.csv" + options).out, outcome.out);
-  EXPECT_EQ(Run("$Z replay f.csv -o r.txt" + options).out, "");
-  EXPECT_EQ(Read("r.txt"), outcome.out);
+  Write("long.csv", Polls(40000));
+  Write("big.csv", "time,k,a,b\n10,x,18446744073709551615,1\n20,x,5,2\n30,x,0,3\n40,x,6,4\n");
+  Write("learn.csv",
+        "time,k,a,b\n10,x,10,1\n20,x,20,1\n30,x,30,1\n40,x,40,1\n50,x,25,1\n60,x,25,1\n70,x,25,1\n80,x,25,1\n90,x,"
+        "100,1\n"
+        "100,x,200,1\n110,x,300,1\n120,x,400,1\n130,x,500,1\n140,x,600,1\n150,x,700,1\n160,x,800,1\n170,x,900,1\n"
+        "180,x,1000,1\n190,x,1100,1\n");
+  Write("learn.toml", "[objects.a]\nstatistics = 'baseline'\nclear = 4\n[objects.b]\nstatistics = 'summary'\n");
+  Write("types.csv",
+        "time,k,i32:i32,u32:u32,i64:i64,u64\n10,top,-5,1,10,1\n10,own,-6,2,20,1\n"
+        "20,top,-4,3,30,18446744073709551615\n20,own,-3,4,40,18446744073709551614\n"
+        "30,top,7,5,50,5\n30,own,7,5,50,5\n");
+  Write("types.toml",
+        "buckets = 7\nstatistics = ['summary', 'distribution']\ncumulative = 'all'\nclear = '1.5h'\n"
+        "interval = 5399\ninstances = ['top']\nreport = true\n[objects.u64]\nbuckets = 3\n"
+        "range = [1, '18446744073709551615']\ncumulative = false\ninstances = ['own']\n"
+        "[objects.i32]\nrange = [-2147483648, 2147483647]\n[objects.i64]\nstatistics = 'baseline'\nclear = 1\n");
+  Write("net/dev",
+        "Inter-|   Receive\n face |bytes    packets\n    lo: 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16\n"
+        "eth0:1:18446744073709551615 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17\n");
+  Write("disks", "   8       0 sda 1 2 3 4 5 6 7 8 9 10 11\n");
+  Write("diskstats", Read("disks") + " 254      16 vdb 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18\n");
+  Write("stat", "cpu  1 2 3 4 5 6 7 8 9 10\ncpu0 1 2 3 4\nintr 99 1\nctxt 5\n");
+  Write("complete.bash", R"(. /usr/share/bash-completion/bash_completion; . ")" COMPLETION R"("
+complete_words() {
+  COMP_WORDS=("$@") COMP_CWORD=$(($# - 1)) COMP_LINE="$*" COMPREPLY=()
+  COMP_POINT=${#COMP_LINE}
+  _zorstat "$1"
+  echo "${COMPREPLY[*]}"
 }
-
-TEST_F(ProgramTest, TheReportShowsTheIntervalInProgress) {
-  Write("f.csv", Polls(6));
-  // The last poll ends with a clear, so nothing is left after it.
-  const Outcome outcome =
-      Run("$Z replay f.csv --clear 3 --objects level --percentile 50 --statistics percentile"
-          " --range=-10:0 --buckets 11");
-  EXPECT_EQ(outcome.status, 0);
-  const size_t report = outcome.out.find("\nObjectname       : level\n\nNumber of samples: 6\n");
-  ASSERT_NE(report, std::string::npos) << outcome.out;
-  EXPECT_NE(outcome.out.find("P[050.000] = -4.000", report), std::string::npos) << outcome.out;
-  EXPECT_NE(outcome.out.rfind("f-percentile: 1700000050, level, p1, 3, -5.000", report), std::string::npos)
-      << outcome.out;
-  EXPECT_EQ(outcome.out.find("f-percentile", report), std::string::npos);
-  EXPECT_EQ(outcome.out.find("level, p1, 0\r"), std::string::npos) << "records of nothing: " << outcome.out;
-}
-
-TEST_F(ProgramTest, ABadLineLateInTheFileKeepsTheCompletePolls) {
-  Write("f.csv", Polls(3) + "1700000030,p1,1,1\n1700000030,p2,many,1\n");
-  const Outcome outcome = Run("$Z replay f.csv --objects level --statistics summary --report");
-  EXPECT_EQ(outcome.status, 1);
-  EXPECT_EQ(outcome.error, "zorstat: f.csv:9: rx: 'many': expected a number from 0 to 18446744073709551615\n");
-  EXPECT_EQ(outcome.out.rfind("f-summary: 1700000020, level, p1, 3, -2, 0, -1.000\r\n", 0), 0u) << outcome.out;
-  EXPECT_NE(outcome.out.find("Objectname       : level"), std::string::npos);
-}
-
-TEST_F(ProgramTest, ARefusedValueIsCountedAndCostsNoOther) {
-  Write("f.csv", "time,k,a,b\n10,x,18446744073709551615,1\n20,x,5,2\n30,x,0,3\n40,x,6,4\n");
-  EXPECT_EQ(Run("$Z replay f.csv").error,
-            "zorstat: refused values: a 2 (not in the sum, so that percentiles do not hold)\n");
-  const Outcome outcome = Run("$Z replay f.csv --statistics summary --report");
-  EXPECT_EQ(outcome.status, 0);
-  EXPECT_EQ(outcome.error, "zorstat: refused values: a 2 (not in the sum)\n");
-  EXPECT_EQ(outcome.out.rfind("f-summary: 40, a, x, 2, 0, 18446744073709551615, 9223372036854775807.500\r\n"
-                              "f-summary: 40, b, x, 4, 1, 4, 2.500\r\n",
-                              0),
-            0u)
-      << outcome.out;
-  EXPECT_NE(outcome.out.find("\nValues not in the sum: 2\n"), std::string::npos);
-}
-
-TEST_F(ProgramTest, ABaselineLearnsAndReportsInItsPlace) {
-  std::string polls = "time,k,a,b\n";
-  int time = 0;
-  for (int value : {10, 20, 30, 40, 25, 25, 25, 25, 100, 200, 300, 400, 500, 600, 700, 800, 900, 1000, 1100}) {
-    polls += std::to_string(time += 10) + ",x," + std::to_string(value) + ",1\n";
-  }
-  Write("f.csv", polls);
-  Write("f.toml", "[objects.a]\nstatistics = 'baseline'\nclear = 4\n[objects.b]\nstatistics = 'summary'\n");
-  const Outcome outcome = Run("$Z replay f.csv --config f.toml --report");
-  EXPECT_EQ(outcome.status, 0);
-  EXPECT_EQ(outcome.error, "zorstat: refused values: a 1 (without a bucket)\n");
-  const std::string fourth =
-      "f-baseline: 80, a, x, 4, 25.000, 25.000, 25.000, 25.000, 25.000, 25.000, 25.000, 25.000, ";
-  size_t at = 0;
-  for (const std::string &expected :
-       {fourth, std::string("f-baseline: 120, a, x, 8, 25.000"), std::string("f-baseline: 160, a, x, 12, 25.000"),
-        std::string("f-baseline: 190, a, x, 15, 25.000"), std::string("f-summary: 190, b, x, 19, 1, 1, 1.000"),
-        std::string("\nObjectname       : a\n"),
-        std::string("Object: a, Instance: x\nAnalyzer: Stage = Analyzing\n"),
-        std::string("\nMax List length = 10\n"), std::string("\nValues without a bucket: 1\n"),
-        std::string("\nObjectname       : b\n")}) {
-    at = outcome.out.find(expected, at);
-    ASSERT_NE(at, std::string::npos) << expected << " in " << outcome.out;
-  }
-}
-
-TEST_F(ProgramTest, ExitStatusAndMessageTellWhatWentWrong) {
-  Write("f.csv", Polls(3));
-  Write("header.csv", "time,k,a\n");
-  const struct {
-    const char *command;
-    int status;
-    const char *error;
-  } cases[] = {
-      {"$Z replay f.csv -o /dev/full", 1, "zorstat: /dev/full: cannot write: no space left on device\n"},
-      {"$Z replay f.csv > /dev/full", 1, "zorstat: standard output: cannot write: no space left on device\n"},
-      {"$Z record cpu --count 1 -o /dev/full", 1, "zorstat: /dev/full: cannot write"},
-      {"$Z replay f.csv -o f.csv", 2, "zorstat: --output: 'f.csv': expected another file than the input\n"},
-      {"$Z replay none.csv", 1, "zorstat: none.csv: cannot open: no such file or directory\n"},
-      {"$Z replay .", 1, "zorstat: .: cannot read: is a directory\n"},
-      {"$Z replay header.csv", 1, "zorstat: header.csv: has no rows\n"},
-      {"$Z replay f.csv --objects tx", 2, "zorstat: --objects: 'tx': expected a column of the input: rx, level\n"},
-      {"$Z replay f.csv --buckets", 2, "zorstat: --buckets"},
-      {"$Z live disks", 2, "zorstat: source: 'disks': expected net, disk or cpu\n"},
-      {"$Z", 2, "zorstat: a subcommand is required"},
-      {"$Z live net --proc none", 1, "zorstat: none/net/dev: cannot open"},
-      {"$Z replay f.csv --instances p1,p3", 0, "zorstat: instance p3: had no values\n"},
-  };
-  for (const auto &expected : cases) {
-    const Outcome outcome = Run(expected.command);
-    EXPECT_EQ(outcome.status, expected.status) << expected.command;
-    EXPECT_EQ(outcome.error.rfind(expected.error, 0), 0u) << expected.command << ": " << outcome.error;
-  }
-  EXPECT_EQ(Read("f.csv"), Polls(3));
-  // A reader that goes away is no news to it.
-  Write("long.csv", Polls(20000));
-  const Outcome outcome = Run("(\"$Z\" replay long.csv --clear 1; echo $? >&2) | head -n 1");
-  EXPECT_EQ(outcome.error, "1\n");
-}
-
-TEST_F(ProgramTest, RecordedPollsAreReplayed) {
-  Write("proc/diskstats", "8 0 sda 11 12 13 14 15 16 17 18 3 20 21\n8 16 sdb 1 2 3 4 5 6 7 8 9 10 11\n");
-  ASSERT_EQ(Run("$Z record disk --proc proc --count 1 -o d.csv").status, 0);
-  const Outcome outcome =
-      Run("$Z replay d.csv --dg d --objects reads,in_flight --statistics summary | cut -d' ' -f3-");
-  EXPECT_EQ(outcome.out,
-            "reads, sda, 1, 11, 11, 11.000\r\nreads, sdb, 1, 1, 1, 1.000\r\n"
-            "in_flight, sda, 1, 3, 3, 3.000\r\nin_flight, sdb, 1, 9, 9, 9.000\r\n");
-}
-
-TEST_F(ProgramTest, ASignalEndsALiveRunWithItsRecords) {
-  Write("line", "8 0 sda 11 12 13 14 15 16 17 18 3 20 21\n");
-  // The program opens the pipe for its first poll; so the signal comes while that is read or after it.
-  for (const std::string signal : {"TERM", "INT"}) {
-    const Outcome outcome =
-        Run("mkdir -p proc; rm -f proc/diskstats; mkfifo proc/diskstats\n"
-            "$Z live disk --proc proc --objects reads,in_flight --statistics summary --report -o r.txt & pid=$!\n"
-            "cat line > proc/diskstats; kill -" +
-            signal + " $pid; wait $pid");
-    EXPECT_EQ(outcome.status, 0) << outcome.error;
-    EXPECT_NE(outcome.out.find("Objectname       : in_flight\n\nNumber of samples: 1\n"), std::string::npos);
-    const std::string records = Read("r.txt");
-    EXPECT_NE(records.find(", reads, sda, 0\r\n"), std::string::npos) << records;
-    EXPECT_NE(records.find(", in_flight, sda, 1, 3, 3, 3.000\r\n"), std::string::npos) << records;
-  }
+complete_words "$1" ''; complete_words "$1" live ''; complete_words "$1" live --statistics summary,p
+complete_words "$1" live net --c; complete_words "$1" record net --c; complete_words "$1" replay --clear ''
+complete_words "$1" replay --report f.)");
+  for (const Case &run : kRuns) Check(run);
 }
 
 }  // namespace

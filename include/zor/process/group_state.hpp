@@ -1,0 +1,181 @@
+/** @file
+ * @brief What the handles of a group share. */
+#ifndef ZOR_PROCESS_GROUP_STATE_HPP_
+#define ZOR_PROCESS_GROUP_STATE_HPP_
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "zor/entry.h"
+#include "zor/process/data_group.hpp"
+#include "zor/process/result.hpp"
+#include "zor/process/row.hpp"
+#include "zor/process/settings.hpp"
+
+namespace zor::process::detail {
+
+/** How the group was set up. */
+struct Setup {
+  GroupSettings settings;
+  std::uint64_t interval; /**< polls; 0: none was given */
+  std::vector<std::pair<std::string, std::optional<Range>>> objects = {};
+  Statistics statistics = Statistics::none; /**< of all objects together */
+
+  bool has_baselines() const { return overlap(statistics, Statistics::baseline); }
+  /** Counted here: after a failed clear the data group's own count runs past its interval. */
+  std::uint64_t polls_between_clears() const {
+    constexpr auto kNever = std::numeric_limits<std::uint64_t>::max();
+    if (interval != 0) return interval;
+    return overlap(statistics, Statistics::distribution) ? kLargestCount : kNever;
+  }
+};
+
+/** What has come of the polls so far. */
+struct Tally {
+  bool is_open = false;    /**< a poll is */
+  std::uint64_t polls = 0; /**< since the last clear */
+  std::uint64_t refused = 0;
+  std::uint64_t restarts = 0;
+  std::optional<Error> failure = std::nullopt; /**< the first that no end() has told yet */
+  std::string records = {};
+};
+
+struct GroupState {
+  GroupState(std::shared_ptr<zor_process_engine_t> engine, Name name, Setup given)
+      : dg(std::move(engine), name), setup(std::move(given)) {}
+
+  Status send_template(const std::shared_ptr<Columns> &columns) {
+    std::vector<zor_process_column_t> sent;
+    for (const auto &[column, type] : columns->infos) sent.push_back(column_of(column.c_str(), type));
+    std::vector<void *> pointers;
+    for (zor_process_column_t &column : sent) pointers.push_back(&column);
+    const std::uint32_t code = dg.send(ZOR_PROCESS_MSG_TEMPLATE, pointers.data(), pointers.size());
+    if (code != ZOR_PROCESS_SUCCESS) {
+      dg.set(ZOR_PROCESS_OPER_CLEAR, nullptr);  // else a part of the columns would stay, and take the place
+      return check(dg.place(), code);
+    }
+    row.set_columns(columns);
+    return Done{};
+  }
+
+  template <class Cells>
+  Status send_row(const Name &key, const Cells &cells) {
+    const char *wrong = row.fill(key, cells);
+    std::uint32_t code = ZOR_PROCESS_ERROR_INVALID_PARAMS;
+    if (!wrong) {
+      code = send_values();
+      if (code == ZOR_PROCESS_SUCCESS) return Done{};
+      wrong = code == ZOR_PROCESS_ERROR_IN_DATA ? "a sum is full, and the columns after it are not counted"
+                                                : zor_proc_get_error_string_list(code);
+    }
+    return note(Error{code, dg.place() + ", row '" + std::string(key) + "': " + wrong});
+  }
+
+  /** Ends the poll; what fails is kept for end(). */
+  void end_poll() {
+    tally.is_open = false;
+    note(check(dg.place(), dg.send(ZOR_PROCESS_MSG_END_OF_POLL)));
+    if (++tally.polls >= setup.polls_between_clears()) {
+      note(clear());
+    } else if (setup.has_baselines()) {
+      collect();
+    }
+  }
+  Status take_failure() {
+    if (!tally.failure) return Done{};
+    return *std::exchange(tally.failure, std::nullopt);
+  }
+
+  Status clear() {
+    Status status = render(kCleared, [](const auto &) { return true; });
+    if (status) tally.polls = 0;
+    return status;
+  }
+  /** Of a baseline without a sample since its last record it would be that record again. */
+  Status snapshot() {
+    return render(Statistics::baseline, [](const auto &entry) { return entry.sample_count != 0; });
+  }
+
+  DataGroup dg;
+  Setup setup;
+  RowMessage row;
+  Tally tally;
+
+ private:
+  static zor_process_column_t column_of(const char *name, std::uint32_t type) {
+    const bool is_signed = type == ZOR_PROCESS_DATA_TYPE_INT32 || type == ZOR_PROCESS_DATA_TYPE_INT64;
+    const bool is_wide = type == ZOR_PROCESS_DATA_TYPE_INT64 || type == ZOR_PROCESS_DATA_TYPE_UINT64;
+    if (type == kKeyType) return {name, ZOR_PROCESS_VALUE_STRING, 0, 0, ZOR_PROCESS_COLUMN_KEY};
+    return {name, is_signed ? std::uint32_t{ZOR_PROCESS_VALUE_SIGNED} : std::uint32_t{ZOR_PROCESS_VALUE_UNSIGNED},
+            0, is_wide ? 8U : 4U, 0};
+  }
+
+  /** Sends the row in one message. A refused value takes those after it in its message with it: as a baseline
+   * refuses often, there each value gets a message to itself. */
+  std::uint32_t send_values() {
+    if (setup.has_baselines()) return send_one_by_one();
+    const std::uint32_t code = dg.send(ZOR_PROCESS_MSG_ROW, row.whole());
+    if (code != ZOR_PROCESS_ERROR_IN_DATA) return code;
+    ++tally.refused;
+    return row.values() == 1 ? std::uint32_t{ZOR_PROCESS_SUCCESS} : code;
+  }
+
+  std::uint32_t send_one_by_one() {
+    std::uint32_t failure = ZOR_PROCESS_SUCCESS;
+    row.for_each_value([&](void **columns) {
+      errno = 0;
+      std::uint32_t code = dg.send(ZOR_PROCESS_MSG_ROW, columns);
+      // A baseline without memory refuses this value, or ignores all later ones: only malloc() tells the
+      // difference.
+      if (errno == ENOMEM) code = ZOR_PROCESS_ERROR_NO_MEMORY;
+      if (code == ZOR_PROCESS_ERROR_IN_DATA) {
+        ++tally.refused;
+      } else if (failure == ZOR_PROCESS_SUCCESS) {
+        failure = code;
+      }
+    });
+    return failure;
+  }
+
+  Status note(Status status) {
+    if (!status && !tally.failure) tally.failure = status.error();
+    return status;
+  }
+
+  template <class Wants>
+  Status render(Statistics mask, Wants wants) {
+    collect();  // a record left uncollected would be in the way
+    const std::uint32_t code = dg.clear(mask);
+    collect(wants);
+    return check(dg.place(), {{code != ZOR_PROCESS_SUCCESS,
+                               "the clear stopped half-way: what it did not reach is kept", code}});
+  }
+
+  /** Takes over the clear buffers of all instances, and drops what is not wanted. */
+  void collect() {
+    collect([](const auto &) { return true; });
+  }
+  template <class Wants>
+  void collect(Wants wants) {
+    dg.for_each_entry([&](const zor_process_object_oper_entry_t &column, void *entry) {
+      const std::uint32_t type = column.data_type - 1;
+      char *text = g_zor_poi_entry_get_clear_buffer_funcs[type](entry);
+      if (!text) return;
+      // Kept before it is taken, so that no failure loses it.
+      if (visit_entry(column, entry, wants)) tally.records += text;
+      g_zor_poi_entry_set_clear_buffer_funcs[type](entry, nullptr);
+      std::free(text);
+    });
+  }
+};
+
+}  // namespace zor::process::detail
+
+#endif /* ZOR_PROCESS_GROUP_STATE_HPP_ */
