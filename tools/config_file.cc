@@ -33,7 +33,7 @@ std::string_view TypeText(const toml::node &node) {
   }
 }
 
-std::string Text(const toml::node &node, const Form &form, const std::string &where) {
+std::string TextOf(const toml::node &node, const Form &form, const std::string &where) {
   const auto takes = [&](unsigned type) { return (form.types & type) != 0; };
   if (node.is_integer() && takes(Form::kInteger)) return std::to_string(**node.as_integer());
   if (node.is_string() && takes(Form::kString)) return **node.as_string();
@@ -41,11 +41,11 @@ std::string Text(const toml::node &node, const Form &form, const std::string &wh
   throw SettingsError(fmt::format("{}: is {}: expected {}", where, TypeText(node), form.expected));
 }
 
-NameList Parts(const toml::node &node, const Form &form, const std::string &where) {
+NameList PartsOf(const toml::node &node, const Form &form, const std::string &where) {
   const toml::array *array = form.separator == 0 ? nullptr : node.as_array();
-  if (array == nullptr) return form.Parts(Text(node, form, where));
+  if (array == nullptr) return form.Parts(TextOf(node, form, where));
   NameList parts;
-  for (const toml::node &element : *array) parts.push_back(Text(element, form, where));
+  for (const toml::node &element : *array) parts.push_back(TextOf(element, form, where));
   return parts;
 }
 
@@ -58,7 +58,7 @@ std::string KeysOf(Place place) {
   return Alternatives(keys);
 }
 
-const toml::table &Table(const toml::node &node, const std::string &where, std::string_view expected) {
+const toml::table &TableOf(const toml::node &node, const std::string &where, std::string_view expected) {
   if (node.is_table()) return *node.as_table();
   throw SettingsError(fmt::format("{}: is {}: expected {}", where, TypeText(node), expected));
 }
@@ -72,7 +72,7 @@ class ConfigFile {
     Settings settings;
     for (const auto &[key, node] : table) {
       if (key.str() == "objects") {
-        ReadObjects(Table(node, Where("", key), "tables [objects.NAME]"), &settings);
+        ReadObjects(TableOf(node, Where("", key), "tables [objects.NAME]"), &settings);
       } else {
         ReadSetting("", key, node, kTopLevel, &settings);
       }
@@ -86,7 +86,7 @@ class ConfigFile {
       Settings object;
       object.name = {std::string(name.str()), Where("objects.", name)};
       const std::string prefix = fmt::format("objects.{}.", Printable(name.str()));
-      for (const auto &[key, node] : Table(table, object.name.where, "a table")) {
+      for (const auto &[key, node] : TableOf(table, object.name.where, "a table")) {
         ReadSetting(prefix, key, node, kObject, &object);
       }
       settings->tables.push_back(std::move(object));
@@ -98,7 +98,7 @@ class ConfigFile {
     std::string where = Where(prefix, key);
     const SettingRow *row = FindSetting(key.str(), place);
     if (row == nullptr) throw SettingsError(fmt::format("{}: unknown key: expected {}", where, KeysOf(place)));
-    row->read({Parts(node, row->form, where), where}, *settings);
+    row->read({PartsOf(node, row->form, where), where}, *settings);
   }
 
   // For messages; the keys of a table begin with `prefix` there.

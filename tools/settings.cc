@@ -199,50 +199,48 @@ constexpr auto kReadInterval =
     Set<&Settings::interval, ReadCount<kShortestInterval, std::numeric_limits<std::uint32_t>::max()>>;
 
 constexpr SettingRow kSettings[] = {
-    {"cumulative", kReplay | kTopLevel, kList, "LIST",
+    {"cumulative", "LIST",
      "columns that are counters, whose samples are the differences\n"
      "from poll to poll; or all (default: none)",
-     Set<&Settings::cumulative, ReadNames>},
-    {"cumulative", kObject, kTruth, "", "", Set<&Settings::cumulative, ReadAllOrNone>},
-    {"interval", kReplay | kTopLevel, kInteger, "SECONDS",
-     "between polls, at least 10 (default: that of the first two)", kReadInterval},
-    {"interval", kLive | kRecord, kInteger, "SECONDS", "between polls, at least 10 (default: 10)", kReadInterval},
-    {"count", kLive | kRecord, kInteger, "N", "end after this many polls (default: at a signal)",
-     Set<&Settings::count, ReadCount<1, std::numeric_limits<std::uint32_t>::max()>>},
-    {"proc", kLive | kRecord, kText, "DIR", "directory of the proc file system (default: /proc)",
-     SetPlain<&Settings::proc, ReadText>},
-    {"statistics", kForAll | kObject, kList, "LIST",
-     "summary, distribution, percentile, or baseline alone\n(default: summary,percentile)",
-     Set<&Settings::statistics, ReadStatistics>},
-    {"buckets", kForAll | kObject, kInteger, "N", "buckets of a distribution, 1 to 65535 (default: 100)",
-     Set<&Settings::buckets, ReadCount<1, kLargestCount>>},
-    {"range", kForAll | kObject, kBounds, "LOW:HIGH",
-     "values that the buckets cover, both included\n(default: all values of the column's type)",
-     Set<&Settings::range, ReadRange>},
-    {"clear", kForAll | kObject, kIntegerOrText, "N|HOURSh",
+     kList, Set<&Settings::cumulative, ReadNames>, kReplay | kTopLevel},
+    {"cumulative", "", "", kTruth, Set<&Settings::cumulative, ReadAllOrNone>, kObject},
+    {"interval", "SECONDS", "between polls, at least 10 (default: that of the first two)", kInteger, kReadInterval,
+     kReplay | kTopLevel},
+    {"interval", "SECONDS", "between polls, at least 10 (default: 10)", kInteger, kReadInterval, kLive | kRecord},
+    {"count", "N", "end after this many polls (default: at a signal)", kInteger,
+     Set<&Settings::count, ReadCount<1, std::numeric_limits<std::uint32_t>::max()>>, kLive | kRecord},
+    {"proc", "DIR", "directory of the proc file system (default: /proc)", kText,
+     SetPlain<&Settings::proc, ReadText>, kLive | kRecord},
+    {"statistics", "LIST", "summary, distribution, percentile, or baseline alone\n(default: summary,percentile)",
+     kList, Set<&Settings::statistics, ReadStatistics>, kForAll | kObject},
+    {"buckets", "N", "buckets of a distribution, 1 to 65535 (default: 100)", kInteger,
+     Set<&Settings::buckets, ReadCount<1, kLargestCount>>, kForAll | kObject},
+    {"range", "LOW:HIGH",
+     "values that the buckets cover, both included\n(default: all values of the column's type)", kBounds,
+     Set<&Settings::range, ReadRange>, kForAll | kObject},
+    {"clear", "N|HOURSh",
      "write records and start anew after this many polls, or\n"
      "hours as in 2h (default: once, at the end, or after the\n"
      "65535 polls that buckets can count); for a baseline: the\n"
      "samples it learns from, and between records (default:\n2000)",
-     Set<&Settings::clear, ReadClear>},
-    {"objects", kCounting, kList, "LIST", "columns to count (default: all)", Set<&Settings::objects, ReadNames>},
-    {"instances", kForAll | kObject, kList, "LIST", "keys to count (default: all)",
-     Set<&Settings::instances, ReadNames>},
-    {"dg", kForAll, kText, "NAME",
+     kIntegerOrText, Set<&Settings::clear, ReadClear>, kForAll | kObject},
+    {"objects", "LIST", "columns to count (default: all)", kList, Set<&Settings::objects, ReadNames>, kCounting},
+    {"instances", "LIST", "keys to count (default: all)", kList, Set<&Settings::instances, ReadNames>,
+     kForAll | kObject},
+    {"dg", "NAME",
      "data group, the first word of records (default: the file's\nname without its extension, or the source)",
-     Set<&Settings::dg, ReadDg>},
-    {"percentile", kForAll, kInteger, "P",
-     "report this percentile, 0 to 100, instead of the nine\nstandard ones; implies --report",
-     Set<&Settings::percentile, ReadCount<0, 100>>},
-    {"headers", kForAll, kTruth, "", "write each record kind's Schema-def header first",
-     SetPlain<&Settings::headers, ReadTruth>},
-    {"report", kForAll, kTruth, "", "at the end, print the interval in progress",
-     SetPlain<&Settings::report, ReadTruth>},
-    {"config", kCounting, kText, "FILE", "settings in TOML", SetPlain<&Settings::config, ReadText>},
-    {"output", kCounting, kText, "FILE", "write records to this file (default: standard output)",
-     SetPlain<&Settings::output, ReadText>, 'o'},
-    {"output", kRecord, kText, "FILE", "poll file (default: standard output)",
-     SetPlain<&Settings::output, ReadText>, 'o'},
+     kText, Set<&Settings::dg, ReadDg>, kForAll},
+    {"percentile", "P", "report this percentile, 0 to 100, instead of the nine\nstandard ones; implies --report",
+     kInteger, Set<&Settings::percentile, ReadCount<0, 100>>, kForAll},
+    {"headers", "", "write each record kind's Schema-def header first", kTruth,
+     SetPlain<&Settings::headers, ReadTruth>, kForAll},
+    {"report", "", "at the end, print the interval in progress", kTruth, SetPlain<&Settings::report, ReadTruth>,
+     kForAll},
+    {"config", "FILE", "settings in TOML", kText, SetPlain<&Settings::config, ReadText>, kCounting},
+    {"output", "FILE", "write records to this file (default: standard output)", kText,
+     SetPlain<&Settings::output, ReadText>, kCounting, 'o'},
+    {"output", "FILE", "poll file (default: standard output)", kText, SetPlain<&Settings::output, ReadText>,
+     kRecord, 'o'},
 };
 
 }  // namespace
@@ -255,7 +253,7 @@ std::span<const SettingRow> AllSettings() { return kSettings; }
 
 const SettingRow *FindSetting(std::string_view name, Place place) {
   const auto is_it = [&](const SettingRow &row) { return (row.places & place) != 0 && row.name == name; };
-  const auto found = std::find_if(std::begin(kSettings), std::end(kSettings), is_it);
+  const auto *const found = std::find_if(std::begin(kSettings), std::end(kSettings), is_it);
   return found == std::end(kSettings) ? nullptr : found;
 }
 

@@ -81,12 +81,12 @@ struct Given {
 // A setting: all that command line, settings files and messages know of it.
 struct SettingRow {
   const char *name;
-  unsigned places;
-  Form form;
   const char *type;  // of an option's value, for --help
   const char *help;
+  Form form;
   void (*read)(const Given &given, Settings &settings);  // throws SettingsError
-  char letter = 0;                                       // of the option
+  unsigned places;
+  char letter = 0;  // of the option
 
   bool is_flag() const { return form.types == Form::kTruth; }
 };

@@ -25,6 +25,7 @@ constexpr Case kFaults[] = {
     {"help cannot be written", "$Z --help > /dev/full; echo $?", "1\n",
      "zorstat: standard output: cannot write: no space left on device\n"},
     {"no place for messages", "$Z replay none.csv 2> /dev/full; echo $?", "1\n", ""},
+    {"a message of any length is one line", "$Z live $(printf %05000d 0) 2>&1 | wc -lc", "      1    4096\n", ""},
     {"messages do not go to a file in the place of standard error",
      "$Z replay bad.csv --statistics summary -o r.txt 2>&-; echo $?; cat r.txt",
      "1\nbad-summary: 10, a, x, 1, 1, 1, 1.000\r\n", ""},

@@ -15,19 +15,20 @@ constexpr Case kRuns[] = {
      "ports-summary: 1700000020, rx, p2, 1, 3, 3, 3.000\r\n"
      "ports-summary: 1700000020, level, p1, 1, -2, -2, -2.000\r\n",
      ""},
-    {"records are the same from standard input, and in a file",
-     "$Z replay f.csv --headers > r1; $Z replay - --headers --dg f < f.csv > r2; $Z replay f.csv --headers -o r3;"
-     " cmp r1 r2; cmp r1 r3; cut -d' ' -f1-2 r1 | grep Schema; wc -l < r1",
-     "Schema-def f-summary\nSchema-def f-percentile\n10\n", ""},
+    {"records are the same from standard input and in a file, each header stands there once",
+     "printf '[objects.rx]\\n[objects.level]\\nstatistics = \"summary\"\\n' > f.toml; o='--headers --config f.toml "
+     "--dg f'; $Z replay f.csv $o > r1; $Z replay - $o < f.csv > r2; $Z replay f.csv $o -o r3; cmp r1 r2; cmp r1 "
+     "r3;"
+     " cut -d' ' -f1-2 r1 | grep Schema; wc -l < r1",
+     "Schema-def f-summary\nSchema-def f-percentile\n9\n", ""},
     {"a bar shows on a terminal how much of a long file is read, and goes",
      "script -qec \"$Z replay long.csv -o r.txt\" /dev/null | tr '\\r ' '\\n-' | sed -n '2p;$p'",
      "[####------------------------------------]--12%\n-----------------------------------------------\n", ""},
     {"the report is of the last interval though its clear leaves nothing after it",
-     "$Z replay f.csv --clear 5 --objects level --percentile 50 --statistics percentile --range=-10:0 --buckets 11"
-     " | grep -E '^f|^O|^N|^P.0' | cut -d, -f1-6",
+     "$Z replay f.csv --clear 5 --objects level --percentile 100 --interval 10 --statistics percentile "
+     "--range=-10:0 --buckets 11 | grep -E '^f|^O|^N|^P.1' | cut -d, -f1-6",
      "f-summary: 1700000040, level, p1, 5, -4, 0\nf-percentile: 1700000040, level, p1, 5, -4.000, -4.000\n"
-     ""
-     "Objectname       : level\nNumber of samples: 5\nP[050.000] = -2.000\n",
+     "Objectname       : level\nNumber of samples: 5\nP[100.000] = 0.000\n",
      ""},
     {"a bad line late in the file keeps the complete polls",
      "(cat f.csv; echo 1700000050,p1,1,1; echo 1700000050,p2,many,1) > late.csv; $Z replay late.csv --objects level"

@@ -52,7 +52,6 @@ TEST_F(RefusalsTest, NamesLineValueAndExpectationOfAPollFile) {
       {"time,k,a\n1,\xf4\x90\x80\x80,1\n", ":2: k: '?\?\?\?': expected"},
       {"time,k,a\n1,x,+1\n", ":2: a: '+1': expected a number from 0 to 18446744073709551615"},
       {"time,k,a:u32\n1,x,-1\n", ":2: a: '-1': expected a number from 0 to 4294967295"},
-      {"time,k,a:i32\n1,x,2147483648\n", ":2: a: '2147483648': expected a number from -2147483648 to 2147483647"},
       {"time,k,a:i64,b\n1,x,1,1\n2,x,1,1\n2,y,1e3,1\n", ":4: a: '1e3': expected a number", 1},
   };
   for (const Bad &bad : bad_files) {
@@ -66,7 +65,6 @@ TEST_F(RefusalsTest, TellsFailuresFromWrongUse) {
   const Bad bad_arguments[] = {
       {"replay none.csv", "none.csv: cannot open: no such file or directory\n", 1},
       {"replay .", ".: cannot read: is a directory\n", 1},
-      {"live net --proc none", "none/net/dev: cannot open", 1},
       {"live disks", "source: 'disks': expected net, disk or cpu\n", 2},
       {"record cpu --count 0", "--count: '0': expected a whole number from 1 to 4294967295\n", 2},
       {"", "a subcommand is required (see --help)\n", 2},
