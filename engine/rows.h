@@ -18,8 +18,8 @@ struct Column : zor_process_object_oper_entry_t {
   zor_process_object_t *object;
 };
 
-// A row that has instance entries. They stand right behind the record, so that they can be fetched from memory before
-// the record itself has arrived.
+// A row that has instance entries. They stand right behind the record, so that they can be fetched from memory
+// before the record itself has arrived.
 struct Row : kel_hashset_record_t {
   Row *follower;  // the row that came next, last time
 
