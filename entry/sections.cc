@@ -58,7 +58,8 @@ class TextBuilder {
   }
 
  private:
-  void AppendPiece(string_view piece) {
+  // Out of line, as the records of each type call it a dozen times.
+  [[gnu::noinline]] void AppendPiece(string_view piece) {
     if (piece.size() > capacity_ - size_ && !Grow(piece.size())) return;
     std::memcpy(chars_ + size_, piece.data(), piece.size());
     size_ += piece.size();

@@ -144,7 +144,7 @@ bool NarrowToExtremes(SubRange<V> &range, V min, V max) {
 template <class V>
 struct RangeWalk {
   const RangeCounters<V> &record;
-  const RankSearch<V> search;
+  const RankSearch<V> &search;
   std::uint32_t position = 0;  // sub-range; search.below counts the samples before it
 };
 
