@@ -24,6 +24,7 @@
 #include "settings.h"
 #include "source.h"
 #include "stop.h"
+#include "suggest.h"
 #include "zor/version.h"
 
 namespace zorstat {
@@ -65,6 +66,14 @@ constexpr const char *kRecordFooter =
     "\n"
     "Example: an hour of disk counters, a poll every 30 seconds:\n"
     "  zorstat record disk --interval 30 --count 120 -o disk.csv\n";
+
+constexpr const char *kSuggestFooter =
+    "\nRead what comes out before it is used: the kind of a column is guessed from its values,\n"
+    "and a range holds for what the file has seen.\n"
+    "\n"
+    "Example: settings for a recording, then its records:\n"
+    "  zorstat suggest polls.csv -o polls.toml\n"
+    "  zorstat replay polls.csv --config polls.toml\n";
 
 struct TextOption {
   const char *name;
@@ -131,7 +140,20 @@ class Options {
     return ReadCount(count_, "--count", 1, std::numeric_limits<uint32_t>::max());
   }
 
+  SuggestOptions ReadSuggestOptions() const {
+    SuggestOptions options;
+    if (const Settings settings = ReadSettings(); settings.clear) options.clear = *settings.clear;
+    if (!outside.empty()) options.outside = ReadOutside(outside);
+    return options;
+  }
+
+  void RefuseInputAsOutput(const FileSource &input) const {
+    if (output == "-" || !IsSameFile(output, input.fd())) return;
+    throw SettingsError(fmt::format("--output: '{}': expected another file than the input", output));
+  }
+
   std::string file;
+  std::string outside;
   std::string source;
   std::string output = "-";
   std::string proc = "/proc";
@@ -149,11 +171,19 @@ void Replay(const Options &options) {
   const Settings settings = options.ReadSettings();
   const bool lines_on_screen = options.output == "-" && isatty(STDOUT_FILENO) == 1;
   FileSource source(options.file, !lines_on_screen);
-  if (options.output != "-" && IsSameFile(options.output, source.fd())) {
-    throw SettingsError(fmt::format("--output: '{}': expected another file than the input", options.output));
-  }
+  options.RefuseInputAsOutput(source);
   const std::string stem = options.file == "-" ? "stdin" : std::filesystem::path(options.file).stem().string();
   Count(&source, settings, stem, options.output, RecordTime::kOfPoll);
+}
+
+void Suggest(const Options &options) {
+  const SuggestOptions suggest_options = options.ReadSuggestOptions();
+  FileSource source(options.file, true);
+  options.RefuseInputAsOutput(source);
+  const std::string settings = Suggest(&source, options.file, suggest_options);
+  Output output(options.output);
+  output.Write(settings);
+  output.Close();
 }
 
 LiveSource KernelSource(const Options &options, const Settings &settings) {
@@ -208,6 +238,21 @@ int Run(int argc, char **argv) {
       ->type_name("FILE");
   record->footer(kRecordFooter);
 
+  CLI::App *suggest = app.add_subcommand("suggest", "write settings that fit a poll file");
+  Options suggest_options(suggest);
+  suggest->add_option("FILE", suggest_options.file, "poll file, or - for standard input")
+      ->required()
+      ->type_name("");
+  suggest_options.AddText({"clear", "N|HOURSh", "polls, or hours as in 2h, between records (default: 60)"});
+  suggest
+      ->add_option(
+          "--outside", suggest_options.outside,
+          "per cent of the samples that a range may leave out where\nthe rare ones cost much (default: 0.1)")
+      ->type_name("PERCENT");
+  suggest->add_option("-o,--output", suggest_options.output, "settings file (default: standard output)")
+      ->type_name("FILE");
+  suggest->footer(kSuggestFooter);
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError &error) {
@@ -230,6 +275,7 @@ int Run(int argc, char **argv) {
   if (replay->parsed()) Replay(replay_options);
   if (live->parsed()) Live(live_options);
   if (record->parsed()) RecordPolls(record_options);
+  if (suggest->parsed()) Suggest(suggest_options);
   return 0;
 }
 

@@ -1,0 +1,26 @@
+// Settings that fit a poll file: which columns are counters, and the range and the buckets of each.
+#ifndef ZORSTAT_SUGGEST_H_
+#define ZORSTAT_SUGGEST_H_
+
+#include <string>
+
+#include "settings.h"
+#include "source.h"
+
+namespace zorstat {
+
+struct SuggestOptions {
+  Setting<ClearInterval> clear = {{60, 0}, "default of --clear"};
+  double outside = 0.1;  // per cent of the samples that a range may leave out
+};
+
+// Throws SettingsError, naming --outside.
+double ReadOutside(const std::string &text);
+
+// Reads all polls of the source and returns a settings file. Keeps 16 bytes for each value of the file and, one
+// column at a time, up to 24 for each of its samples. `input` names the file in the head.
+std::string Suggest(Source *source, const std::string &input, const SuggestOptions &options);
+
+}  // namespace zorstat
+
+#endif  // ZORSTAT_SUGGEST_H_
