@@ -35,41 +35,23 @@ constexpr double kEnough = 0.75;     // of the estimates are to be so close
 constexpr uint16_t kBuckets[] = {20, 50, 100, 200, 500, 1000};
 constexpr size_t kPoints[] = {4, 6};  // of the nine, 50 % and 97.72 %: where errors are told
 
-template <typename Number>
-Wide ValueOf(uint64_t bits) {
-  Number number;
-  std::memcpy(&number, &bits, sizeof number);
-  return number;
-}
-
-Wide ValueOf(zor_process_data_type_t type, uint64_t bits) {
-  switch (type) {
-    case ZOR_PROCESS_DATA_TYPE_INT32:
-      return ValueOf<int32_t>(bits);
-    case ZOR_PROCESS_DATA_TYPE_UINT32:
-      return ValueOf<uint32_t>(bits);
-    case ZOR_PROCESS_DATA_TYPE_INT64:
-      return ValueOf<int64_t>(bits);
-    case ZOR_PROCESS_DATA_TYPE_UINT64:
-      return ValueOf<uint64_t>(bits);
-  }
-  return 0;
-}
-
 struct Values {
   Wide low, high;  // both included
   Wide Width() const { return high - low + 1; }
-  bool Holds(Wide value) const { return low <= value && value <= high; }
 };
 
-bool IsNarrow(zor_process_data_type_t type) {
-  return type == ZOR_PROCESS_DATA_TYPE_INT32 || type == ZOR_PROCESS_DATA_TYPE_UINT32;
+Values AllValues(zor_process_data_type_t type) {
+  const bool is_narrow = type == ZOR_PROCESS_DATA_TYPE_INT32 || type == ZOR_PROCESS_DATA_TYPE_UINT32;
+  const bool is_signed = type == ZOR_PROCESS_DATA_TYPE_INT32 || type == ZOR_PROCESS_DATA_TYPE_INT64;
+  const Wide count = Wide{1} << (is_narrow ? 32 : 64);
+  return {is_signed ? -count / 2 : 0, (is_signed ? count / 2 : count) - 1};
 }
 
-Values AllValues(zor_process_data_type_t type) {
-  const Wide count = Wide{1} << (IsNarrow(type) ? 32 : 64);
-  const bool is_signed = type == ZOR_PROCESS_DATA_TYPE_INT32 || type == ZOR_PROCESS_DATA_TYPE_INT64;
-  return {is_signed ? -count / 2 : 0, (is_signed ? count / 2 : count) - 1};
+Wide ValueOf(const Values &all, uint64_t bits) {
+  uint32_t narrow;
+  std::memcpy(&narrow, &bits, sizeof narrow);
+  const Wide value = all.Width() >> 32 == 1 ? narrow : bits;
+  return value > all.high ? value - all.Width() : value;
 }
 
 struct Reading {
@@ -78,7 +60,7 @@ struct Reading {
 };
 
 struct History {
-  zor_process_data_type_t type;
+  Values all;                                   // of the column's type
   std::vector<std::vector<Reading>> instances;  // each in the order of time
 };
 
@@ -92,7 +74,7 @@ struct Recording {
 
 Recording ReadAll(Source *source) {
   Recording recording;
-  for (const Column &column : source->table().columns) recording.columns.push_back({column.type, {}});
+  for (const Column &column : source->table().columns) recording.columns.push_back({AllValues(column.type), {}});
   std::unordered_map<std::string, size_t> instances;
   Poll poll;
   for (; source->Next(&poll); ++recording.polls) {
@@ -119,7 +101,7 @@ void ForEachStep(const History &history, Visit visit) {
   for (uint32_t instance = 0; instance < history.instances.size(); ++instance) {
     const std::vector<Reading> &readings = history.instances[instance];
     for (size_t i = 1; i < readings.size(); ++i) {
-      visit(ValueOf(history.type, readings[i - 1].bits), ValueOf(history.type, readings[i].bits), instance,
+      visit(ValueOf(history.all, readings[i - 1].bits), ValueOf(history.all, readings[i].bits), instance,
             readings[i].poll);
     }
   }
@@ -128,15 +110,16 @@ void ForEachStep(const History &history, Visit visit) {
 enum Step { kStill, kRise, kWrap, kForeignWrap, kReset, kFall, kSteps };
 
 // What a step would be if the column were a counter: one that has wrapped has counted about as far as in another
-// step, one that was reset has not come far since. Differences go right over a wrap at the end of the type, but not
-// over one at 2^32 in a wider column.
-Step StepOf(Wide before, Wide after, Wide largest_rise, Wide largest_value) {
+// step, one that was reset has not come far since. Differences go right over a wrap at the end of an unsigned type,
+// but not over one at 2^32 in a wider one.
+Step StepOf(Wide before, Wide after, Wide largest_rise, const Values &all) {
   if (after >= before) return after == before ? kStill : kRise;
   const auto wraps_behind = [&](Wide last) {
     return before <= last && after + last + 1 - before <= 2 * largest_rise;
   };
-  if (wraps_behind(largest_value)) return kWrap;
-  if (wraps_behind(std::numeric_limits<uint32_t>::max())) return kForeignWrap;
+  constexpr Wide kLastNarrow = std::numeric_limits<uint32_t>::max();
+  if (all.low == 0 && wraps_behind(all.high)) return kWrap;
+  if (all.high > kLastNarrow && wraps_behind(kLastNarrow)) return kForeignWrap;
   return after <= std::max(2 * largest_rise, before / 10) ? kReset : kFall;
 }
 
@@ -156,17 +139,19 @@ struct Sample {
   uint32_t poll;
 };
 
-struct Kind {
+// A column as it is to be counted.
+struct Object {
+  Values all;
+  size_t instances;
   bool is_counter = false;
-  std::string reason;
-  std::vector<Sample> samples;  // by instance and then time
+  std::string reason{};
+  std::vector<Sample> samples{};  // by instance and then time
 };
 
 // A counter falls only where it wraps or is reset, which is rare: in a fifth of its moves at most, and reset in one
 // poll and one more of each hundred. The false difference of a reset is no sample.
-Kind KindOf(const History &history, uint32_t polls) {
-  Kind kind;
-  const Wide largest_value = AllValues(history.type).high;
+Object ObjectOf(const History &history, uint32_t polls) {
+  Object column{history.all, history.instances.size()};
   Wide largest_rise = 0;
   bool is_negative = false;
   ForEachStep(history, [&](Wide before, Wide after, uint32_t, uint32_t) {
@@ -176,37 +161,35 @@ Kind KindOf(const History &history, uint32_t polls) {
   size_t count[kSteps] = {};
   std::vector<bool> reset_polls(polls);
   ForEachStep(history, [&](Wide before, Wide after, uint32_t instance, uint32_t poll) {
-    const Step step = StepOf(before, after, largest_rise, largest_value);
+    const Step step = StepOf(before, after, largest_rise, history.all);
     ++count[step];
     if (step == kReset) reset_polls[poll] = true;
-    if (step == kWrap) before -= largest_value + 1;
-    if (step <= kWrap) kind.samples.push_back({after - before, instance, poll});
+    if (step == kWrap) before -= history.all.Width();
+    if (step <= kWrap) column.samples.push_back({after - before, instance, poll});
   });
   const size_t falls = count[kWrap] + count[kForeignWrap] + count[kReset] + count[kFall];
   const size_t moves = count[kRise] + falls;
   const auto resets = static_cast<size_t>(std::count(reset_polls.begin(), reset_polls.end(), true));
-  if (moves == 0) {
-    kind.reason = "constant: nothing tells a counter from a gauge";
-  } else if (is_negative) {
-    kind.reason = "gauge: has values below 0";
-  } else if (count[kFall] > 0 || falls * 5 > moves || resets > 1 + polls / 100) {
-    kind.reason = fmt::format("gauge: falls in {}", Percent(falls, moves, "move"));
-  } else {
-    kind.is_counter = true;
-    kind.reason = fmt::format("counter: rises in {}", Percent(count[kRise], moves + count[kStill], "step"));
-    if (count[kReset] > 0) kind.reason += ", " + Counted(count[kReset], "reset");
-    if (count[kWrap] > 0) kind.reason += ", " + Counted(count[kWrap], "wrap");
-    if (count[kForeignWrap] > 0) kind.reason += ", wraps at 2^32: give it the type u32";
-    if (moves < kFewMoves) kind.reason += ", too few to be sure";
-    return kind;
+  column.is_counter =
+      moves > 0 && !is_negative && count[kFall] == 0 && falls * 5 <= moves && resets <= 1 + polls / 100;
+  if (column.is_counter) {
+    column.reason = fmt::format("counter: rises in {}", Percent(count[kRise], moves + count[kStill], "step"));
+    if (count[kReset] > 0) column.reason += ", " + Counted(count[kReset], "reset");
+    if (count[kWrap] > 0) column.reason += ", " + Counted(count[kWrap], "wrap");
+    if (count[kForeignWrap] > 0) column.reason += ", wraps at 2^32: give it the type u32";
+    if (moves < kFewMoves) column.reason += ", too few to be sure";
+    return column;
   }
-  kind.samples.clear();
+  column.reason = moves == 0    ? "constant: nothing tells a counter from a gauge"
+                  : is_negative ? "gauge: has values below 0"
+                                : fmt::format("gauge: falls in {}", Percent(falls, moves, "move"));
+  column.samples.clear();
   for (uint32_t instance = 0; instance < history.instances.size(); ++instance) {
     for (const Reading &reading : history.instances[instance]) {
-      kind.samples.push_back({ValueOf(history.type, reading.bits), instance, reading.poll});
+      column.samples.push_back({ValueOf(history.all, reading.bits), instance, reading.poll});
     }
   }
-  return kind;
+  return column;
 }
 
 // 2, 5 or 10 times a power of ten of values, from 0 on where that does not double them, with a quarter of headroom
@@ -252,42 +235,28 @@ Values UsualRange(std::vector<Wide> values, double outside, const Values &all) {
                     std::max(high + all.low, at(values.size() - 1 - left_out)), all);
 }
 
-// A distribution over a range, told in distances from a base that no value lies below: all types can so be counted
-// as one.
-class Buckets {
- public:
-  Buckets(const Values &range, Wide base, uint16_t buckets) : base_(base) {
-    if (stats_range_counters_init_uint64(&counters_, Distance(range.low), Distance(range.high), buckets) != 0) {
-      throw std::bad_alloc();
-    }
+// Estimates the percentiles of samples, which ascend, as a record would; false where that shows nine zeros. Values
+// of all types are counted as those at the upper end of the widest one: the last value of a type is unlike the
+// others.
+bool Estimate(const std::vector<Wide> &samples, const Values &range, uint16_t buckets, const Values &all,
+              double (&estimates)[9]) {
+  const Wide base = all.high - std::numeric_limits<uint64_t>::max();
+  const auto offset = [&](Wide value) { return static_cast<uint64_t>(value - base); };
+  stats_range_counters_uint64_t counters;
+  if (stats_range_counters_init_uint64(&counters, offset(range.low), offset(range.high), buckets) != 0) {
+    throw std::bad_alloc();
   }
-  ~Buckets() { std::free(counters_.pu16_counters); }
-  Buckets(const Buckets &) = delete;
-  Buckets &operator=(const Buckets &) = delete;
-
-  // Estimates the percentiles of the samples, which ascend. False where a record would show nine zeros.
-  bool Estimate(const std::vector<Wide> &samples, double (&estimates)[9]) {
-    std::fill_n(counters_.pu16_counters, counters_.Nsc, uint16_t{0});
-    counters_.u16_no_of_samples = counters_.u16_min_exception_counter = counters_.u16_max_exception_counter = 0;
-    for (const Wide sample : samples) stats_range_counters_insert_uint64(&counters_, Distance(sample));
-    stats_fixed_point_uint64_t values[9];
-    if (stats_percentile_get_values_uint64(g_stats_percentile_1000, values, 9, Distance(samples.front()),
-                                           Distance(samples.back()), static_cast<uint32_t>(samples.size()),
-                                           stats_range_counters_find_Vk_Vk1_uint64, &counters_) != 0) {
-      return false;
-    }
-    for (size_t i = 0; i < 9; ++i) {
-      estimates[i] = static_cast<double>(values[i].int_part + base_) + values[i].thousandths / 1000.0;
-    }
-    return true;
+  for (const Wide sample : samples) stats_range_counters_insert_uint64(&counters, offset(sample));
+  stats_fixed_point_uint64_t values[9];
+  const uint32_t result = stats_percentile_get_values_uint64(
+      g_stats_percentile_1000, values, 9, offset(samples.front()), offset(samples.back()),
+      static_cast<uint32_t>(samples.size()), stats_range_counters_find_Vk_Vk1_uint64, &counters);
+  std::free(counters.pu16_counters);
+  for (size_t i = 0; i < 9 && result == 0; ++i) {
+    estimates[i] = static_cast<double>(values[i].int_part + base) + values[i].thousandths / 1000.0;
   }
-
- private:
-  uint64_t Distance(Wide value) const { return static_cast<uint64_t>(value - base_); }
-
-  Wide base_;
-  stats_range_counters_uint64_t counters_;
-};
+  return result == 0;
+}
 
 double ExactPercentile(const std::vector<Wide> &sorted, uint32_t point) {
   const double position = point / 1e5 * static_cast<double>(sorted.size() - 1);
@@ -305,38 +274,37 @@ struct Fit {
   std::vector<double> errors[2]{};  // per cent, at 50 % and 97.72 %, of each record whose samples differ
 
   double CloseShare() const {
-    size_t close = 0;
-    const auto is_close = [](double error) { return error <= kClose; };
-    for (const auto &point : errors)
-      close += static_cast<size_t>(std::count_if(point.begin(), point.end(), is_close));
-    return errors[0].empty() ? 1 : static_cast<double>(close) / static_cast<double>(2 * errors[0].size());
+    double close = 0;
+    for (const std::vector<double> &point : errors) {
+      for (const double error : point) close += error <= kClose ? 0.5 : 0;
+    }
+    const size_t records = errors[0].size() + failed;
+    return records == 0 ? 1 : close / static_cast<double>(records);
   }
 };
 
-Fit Try(const std::vector<Sample> &samples, const Values &range, uint16_t buckets, uint32_t clear,
-        const Values &all) {
+Fit Try(const Object &column, const Values &range, uint16_t buckets, uint32_t clear) {
   Fit fit{range, buckets};
-  Buckets distribution(range, all.low, buckets);
   std::vector<Wide> record;
-  for (size_t i = 0; i < samples.size();) {
-    const Sample &first = samples[i];
-    double sum = 0;  // without signs
+  for (auto sample = column.samples.begin(); sample != column.samples.end();) {
+    const auto ends = [&, first = *sample](const Sample &next) {
+      return next.instance != first.instance || next.poll / clear != first.poll / clear;
+    };
     record.clear();
-    for (; i < samples.size() && samples[i].instance == first.instance &&
-           samples[i].poll / clear == first.poll / clear;
-         ++i) {
-      record.push_back(samples[i].value);
-      sum += std::abs(static_cast<double>(samples[i].value));
+    double sum = 0;  // without signs
+    for (const auto end = std::find_if(sample, column.samples.end(), ends); sample != end; ++sample) {
+      record.push_back(sample->value);
+      sum += std::abs(static_cast<double>(sample->value));
     }
     std::sort(record.begin(), record.end());
     double estimates[9];
-    if (!distribution.Estimate(record, estimates)) {
+    if (!Estimate(record, range, buckets, column.all, estimates)) {
       ++fit.failed;
     } else if (record.front() != record.back()) {
-      for (size_t point = 0; point < 2; ++point) {
-        const double exact = ExactPercentile(record, g_stats_percentile_1000[kPoints[point]]);
-        fit.errors[point].push_back(100 * std::abs(estimates[kPoints[point]] - exact) /
-                                    std::max(std::abs(exact), sum / static_cast<double>(record.size())));
+      for (size_t i = 0; i < 2; ++i) {
+        const double exact = ExactPercentile(record, g_stats_percentile_1000[kPoints[i]]);
+        const double scale = std::max(std::abs(exact), sum / static_cast<double>(record.size()));
+        fit.errors[i].push_back(100 * std::abs(estimates[kPoints[i]] - exact) / scale);
       }
     }
   }
@@ -345,40 +313,40 @@ Fit Try(const std::vector<Sample> &samples, const Values &range, uint16_t bucket
 
 // The fewest buckets that bring enough estimates close, or else those that bring most. Buckets of the same width
 // are counted without rounding.
-Fit FitBuckets(const std::vector<Sample> &samples, const Values &range, size_t instances, uint32_t clear,
-               const Values &all) {
+Fit FitBuckets(const Object &column, const Values &range, uint32_t clear) {
   std::optional<Fit> best;
   for (const uint16_t buckets : kBuckets) {
-    const bool fits = range.Width() % buckets == 0 && 2 * buckets * instances <= kMemory;
-    if (!fits && best) continue;
-    Fit fit = Try(samples, range, buckets, clear, all);
+    const bool is_even = range.Width() % buckets == 0 || range.high == column.all.high;
+    const bool is_small = buckets <= range.Width() && 2 * buckets * column.instances <= kMemory;
+    if (best && !(is_even && is_small)) continue;
+    Fit fit = Try(column, range, buckets, clear);
     if (!best || fit.CloseShare() > best->CloseShare()) best = std::move(fit);
     if (best->CloseShare() >= kEnough) break;
   }
   return *best;
 }
 
-// All of them where that costs little, else the usual ones if no record fails, those of shorter intervals too.
-Fit FitRange(const Kind &kind, const Values &all, size_t instances, double outside, uint32_t clear,
-             std::string *seen) {
+// All samples in the range where that costs little, else the usual ones if no record fails, those of shorter
+// intervals too.
+Fit FitRange(const Object &column, double outside, uint32_t clear, std::string *seen) {
   std::vector<Wide> values;
-  values.reserve(kind.samples.size());
-  for (const Sample &sample : kind.samples) values.push_back(sample.value);
+  values.reserve(column.samples.size());
+  for (const Sample &sample : column.samples) values.push_back(sample.value);
   const auto [min, max] = std::minmax_element(values.begin(), values.end());
   *seen = fmt::format("samples {} to {}", *min, *max);
-  const Values whole = RoundRange(*min, *max, all);
-  const Values usual = UsualRange(values, outside, all);
+  const Values whole = RoundRange(*min, *max, column.all);
+  const Values usual = UsualRange(values, outside, column.all);
   if (whole.Width() > kTooWide * usual.Width()) {
-    const auto left_out =
-        std::count_if(values.begin(), values.end(), [&](Wide value) { return !usual.Holds(value); });
-    *seen += fmt::format(", {} of {} not in {} to {}", left_out, values.size(), usual.low, usual.high);
-    Fit fit = FitBuckets(kind.samples, usual, instances, clear, all);
+    const auto is_outside = [&](Wide value) { return value < usual.low || value > usual.high; };
+    const auto left_out = std::count_if(values.begin(), values.end(), is_outside);
+    *seen += fmt::format(", {} of {} outside {} to {}", left_out, values.size(), usual.low, usual.high);
+    Fit fit = FitBuckets(column, usual, clear);
     const auto holds_for = [&](uint32_t polls) {
-      return polls == 0 || Try(kind.samples, usual, fit.buckets, polls, all).failed == 0;
+      return polls == 0 || Try(column, usual, fit.buckets, polls).failed == 0;
     };
     if (fit.failed == 0 && holds_for(clear / 5) && holds_for(clear / 10)) return fit;
   }
-  return FitBuckets(kind.samples, whole, instances, clear, all);
+  return FitBuckets(column, whole, clear);
 }
 
 std::string ErrorText(std::vector<double> *errors) {
@@ -409,12 +377,12 @@ std::string Key(const std::string &name) {
 // An object's settings, each with a comment.
 using Lines = std::vector<std::pair<std::string, std::string>>;
 
-Lines Advise(const History &history, const Recording &recording, double outside, uint32_t clear) {
-  const Kind kind = KindOf(history, recording.polls);
-  Lines lines{{fmt::format("cumulative = {}", kind.is_counter), kind.reason}};
-  if (kind.samples.empty()) return lines;
+Lines Advise(const History &history, uint32_t polls, double outside, uint32_t clear) {
+  const Object column = ObjectOf(history, polls);
+  Lines lines{{fmt::format("cumulative = {}", column.is_counter), column.reason}};
+  if (column.samples.empty()) return lines;
   std::string seen;
-  Fit fit = FitRange(kind, AllValues(history.type), recording.instances, outside, clear, &seen);
+  Fit fit = FitRange(column, outside, clear, &seen);
   lines.push_back({fmt::format("range      = [{}, {}]", Bound(fit.range.low), Bound(fit.range.high)), seen});
   std::string errors = "exact: no record has different samples";
   if (!fit.errors[0].empty()) {
@@ -455,7 +423,7 @@ std::string Suggest(Source *source, const std::string &input, const SuggestOptio
   size_t width = 0;
   for (History &history : recording.columns) {
     if (!WaitUnlessStopped(-1, 0)) throw Error("interrupted");
-    objects.push_back(Advise(history, recording, options.outside, clear));
+    objects.push_back(Advise(history, recording.polls, options.outside, clear));
     history.instances = {};
     for (const auto &[setting, comment] : objects.back()) width = std::max(width, setting.size());
   }
