@@ -143,7 +143,7 @@ class Options {
   SuggestOptions ReadSuggestOptions() const {
     SuggestOptions options;
     if (const Settings settings = ReadSettings(); settings.clear) options.clear = *settings.clear;
-    if (!outside.empty()) options.outside = ReadOutside(outside);
+    if (app_->count("--outside") != 0) options.outside = ReadOutside(outside);
     return options;
   }
 

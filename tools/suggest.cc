@@ -196,7 +196,7 @@ Object ObjectOf(const History &history, uint32_t polls) {
 // at each end but 0.
 Values RoundRange(Wide min, Wide max, const Values &all) {
   if (min == max) (min > 0 ? min : max) = 0;
-  const bool from_zero = min >= 0 && min <= max / 2;
+  const bool from_zero = min >= 0 && (min <= max / 2 || max < 20);
   const Wide headroom = (max - (from_zero ? 0 : min)) / 4;
   const Wide lowest = min < 0 ? min - headroom : std::max(min - headroom, Wide{0});
   Wide low = 0, width = 0;
@@ -339,12 +339,14 @@ Fit FitRange(const Object &column, double outside, uint32_t clear, std::string *
   if (whole.Width() > kTooWide * usual.Width()) {
     const auto is_outside = [&](Wide value) { return value < usual.low || value > usual.high; };
     const auto left_out = std::count_if(values.begin(), values.end(), is_outside);
-    *seen += fmt::format(", {} of {} outside {} to {}", left_out, values.size(), usual.low, usual.high);
     Fit fit = FitBuckets(column, usual, clear);
     const auto holds_for = [&](uint32_t polls) {
       return polls == 0 || Try(column, usual, fit.buckets, polls).failed == 0;
     };
-    if (fit.failed == 0 && holds_for(clear / 5) && holds_for(clear / 10)) return fit;
+    const bool holds = fit.failed == 0 && holds_for(clear / 5) && holds_for(clear / 10);
+    const std::string rare = fmt::format("{} of {}", left_out, values.size());
+    *seen += holds ? ", " + rare + " outside" : ", wide because records would fail with " + rare + " outside";
+    if (holds) return fit;
   }
   return FitBuckets(column, whole, clear);
 }
@@ -402,8 +404,9 @@ std::string Head(const std::string &input, const Recording &recording, uint32_t 
       "# where that is larger, of the average.\n"
       "clear = {}  # polls\n"
       "statistics = [\"summary\", \"percentile\"]\n",
-      Printable(input), Counted(recording.polls, "poll"), recording.interval, fmt::gmtime(recording.first_time),
-      fmt::gmtime(recording.last_time), Counted(recording.instances, "instance"), clear);
+      input == "-" ? "standard input" : Printable(input), Counted(recording.polls, "poll"), recording.interval,
+      fmt::gmtime(recording.first_time), fmt::gmtime(recording.last_time), Counted(recording.instances, "instance"),
+      clear);
 }
 
 }  // namespace
@@ -420,17 +423,15 @@ std::string Suggest(Source *source, const std::string &input, const SuggestOptio
   Recording recording = ReadAll(source);
   const uint32_t clear = ClearPolls(options.clear, recording.interval);
   std::vector<Lines> objects;
-  size_t width = 0;
   for (History &history : recording.columns) {
     if (!WaitUnlessStopped(-1, 0)) throw Error("interrupted");
     objects.push_back(Advise(history, recording.polls, options.outside, clear));
     history.instances = {};
-    for (const auto &[setting, comment] : objects.back()) width = std::max(width, setting.size());
   }
   std::string text = Head(input, recording, clear);
   for (size_t i = 0; i < objects.size(); ++i) {
     text += fmt::format("\n[objects.{}]\n", Key(source->table().columns[i].name));
-    for (const auto &[setting, comment] : objects[i]) text += fmt::format("{:{}}  # {}\n", setting, width, comment);
+    for (const auto &[setting, comment] : objects[i]) text += fmt::format("{:27}  # {}\n", setting, comment);
   }
   return text;
 }

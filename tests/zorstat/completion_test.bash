@@ -24,7 +24,7 @@ expect() {
   status=1
 }
 
-expect 'zorstat ' replay live record
+expect 'zorstat ' replay live record suggest
 expect 'zorstat --v' --version
 expect 'zorstat live ' net disk cpu
 expect 'zorstat live --statistics b' baseline
