@@ -151,7 +151,7 @@ struct Object {
 // A counter falls only where it wraps or is reset, which is rare: in a fifth of its moves at most, and reset in one
 // poll and one more of each hundred. The false difference of a reset is no sample.
 Object ObjectOf(const History &history, uint32_t polls) {
-  Object column{history.all, history.instances.size()};
+  Object object{history.all, history.instances.size()};
   Wide largest_rise = 0;
   bool is_negative = false;
   ForEachStep(history, [&](Wide before, Wide after, uint32_t, uint32_t) {
@@ -165,31 +165,31 @@ Object ObjectOf(const History &history, uint32_t polls) {
     ++count[step];
     if (step == kReset) reset_polls[poll] = true;
     if (step == kWrap) before -= history.all.Width();
-    if (step <= kWrap) column.samples.push_back({after - before, instance, poll});
+    if (step <= kWrap) object.samples.push_back({after - before, instance, poll});
   });
   const size_t falls = count[kWrap] + count[kForeignWrap] + count[kReset] + count[kFall];
   const size_t moves = count[kRise] + falls;
   const auto resets = static_cast<size_t>(std::count(reset_polls.begin(), reset_polls.end(), true));
-  column.is_counter =
+  object.is_counter =
       moves > 0 && !is_negative && count[kFall] == 0 && falls * 5 <= moves && resets <= 1 + polls / 100;
-  if (column.is_counter) {
-    column.reason = fmt::format("counter: rises in {}", Percent(count[kRise], moves + count[kStill], "step"));
-    if (count[kReset] > 0) column.reason += ", " + Counted(count[kReset], "reset");
-    if (count[kWrap] > 0) column.reason += ", " + Counted(count[kWrap], "wrap");
-    if (count[kForeignWrap] > 0) column.reason += ", wraps at 2^32: give it the type u32";
-    if (moves < kFewMoves) column.reason += ", too few to be sure";
-    return column;
+  if (object.is_counter) {
+    object.reason = fmt::format("counter: rises in {}", Percent(count[kRise], moves + count[kStill], "step"));
+    if (count[kReset] > 0) object.reason += ", " + Counted(count[kReset], "reset");
+    if (count[kWrap] > 0) object.reason += ", " + Counted(count[kWrap], "wrap");
+    if (count[kForeignWrap] > 0) object.reason += ", wraps at 2^32: give it the type u32";
+    if (moves < kFewMoves) object.reason += ", too few to be sure";
+    return object;
   }
-  column.reason = moves == 0    ? "constant: nothing tells a counter from a gauge"
+  object.reason = moves == 0    ? "constant: nothing tells a counter from a gauge"
                   : is_negative ? "gauge: has values below 0"
                                 : fmt::format("gauge: falls in {}", Percent(falls, moves, "move"));
-  column.samples.clear();
+  object.samples.clear();
   for (uint32_t instance = 0; instance < history.instances.size(); ++instance) {
     for (const Reading &reading : history.instances[instance]) {
-      column.samples.push_back({ValueOf(history.all, reading.bits), instance, reading.poll});
+      object.samples.push_back({ValueOf(history.all, reading.bits), instance, reading.poll});
     }
   }
-  return column;
+  return object;
 }
 
 // 2, 5 or 10 times a power of ten of values, from 0 on where that does not double them, with a quarter of headroom
@@ -212,8 +212,8 @@ Values RoundRange(Wide min, Wide max, const Values &all) {
 }
 
 // The same for the samples that are left without the share that may lie outside, and without those that a baseline
-// would cut off.
-Values UsualRange(std::vector<Wide> values, double outside, const Values &all) {
+// would cut off. Changes the order of the values.
+Values UsualRange(std::vector<Wide> &values, double outside, const Values &all) {
   const size_t left_out = static_cast<size_t>(static_cast<double>(values.size() - 1) * outside / 200);
   const size_t stride = (values.size() - 1) / kLearnt + 1;
   stats_learner_uint64_t learner;
@@ -283,22 +283,22 @@ struct Fit {
   }
 };
 
-Fit Try(const Object &column, const Values &range, uint16_t buckets, uint32_t clear) {
+Fit Try(const Object &object, const Values &range, uint16_t buckets, uint32_t clear) {
   Fit fit{range, buckets};
   std::vector<Wide> record;
-  for (auto sample = column.samples.begin(); sample != column.samples.end();) {
+  for (auto sample = object.samples.begin(); sample != object.samples.end();) {
     const auto ends = [&, first = *sample](const Sample &next) {
       return next.instance != first.instance || next.poll / clear != first.poll / clear;
     };
     record.clear();
     double sum = 0;  // without signs
-    for (const auto end = std::find_if(sample, column.samples.end(), ends); sample != end; ++sample) {
+    for (const auto end = std::find_if(sample, object.samples.end(), ends); sample != end; ++sample) {
       record.push_back(sample->value);
       sum += std::abs(static_cast<double>(sample->value));
     }
     std::sort(record.begin(), record.end());
     double estimates[9];
-    if (!Estimate(record, range, buckets, column.all, estimates)) {
+    if (!Estimate(record, range, buckets, object.all, estimates)) {
       ++fit.failed;
     } else if (record.front() != record.back()) {
       for (size_t i = 0; i < 2; ++i) {
@@ -313,13 +313,13 @@ Fit Try(const Object &column, const Values &range, uint16_t buckets, uint32_t cl
 
 // The fewest buckets that bring enough estimates close, or else those that bring most. Buckets of the same width
 // are counted without rounding.
-Fit FitBuckets(const Object &column, const Values &range, uint32_t clear) {
+Fit FitBuckets(const Object &object, const Values &range, uint32_t clear) {
   std::optional<Fit> best;
   for (const uint16_t buckets : kBuckets) {
-    const bool is_even = range.Width() % buckets == 0 || range.high == column.all.high;
-    const bool is_small = buckets <= range.Width() && 2 * buckets * column.instances <= kMemory;
+    const bool is_even = range.Width() % buckets == 0 || range.high == object.all.high;
+    const bool is_small = buckets <= range.Width() && 2 * buckets * object.instances <= kMemory;
     if (best && !(is_even && is_small)) continue;
-    Fit fit = Try(column, range, buckets, clear);
+    Fit fit = Try(object, range, buckets, clear);
     if (!best || fit.CloseShare() > best->CloseShare()) best = std::move(fit);
     if (best->CloseShare() >= kEnough) break;
   }
@@ -328,27 +328,27 @@ Fit FitBuckets(const Object &column, const Values &range, uint32_t clear) {
 
 // All samples in the range where that costs little, else the usual ones if no record fails, those of shorter
 // intervals too.
-Fit FitRange(const Object &column, double outside, uint32_t clear, std::string *seen) {
+Fit FitRange(const Object &object, double outside, uint32_t clear, std::string *seen) {
   std::vector<Wide> values;
-  values.reserve(column.samples.size());
-  for (const Sample &sample : column.samples) values.push_back(sample.value);
-  const auto [min, max] = std::minmax_element(values.begin(), values.end());
-  *seen = fmt::format("samples {} to {}", *min, *max);
-  const Values whole = RoundRange(*min, *max, column.all);
-  const Values usual = UsualRange(values, outside, column.all);
+  values.reserve(object.samples.size());
+  for (const Sample &sample : object.samples) values.push_back(sample.value);
+  const auto [min, max] = std::ranges::minmax(values);
+  *seen = fmt::format("samples {} to {}", min, max);
+  const Values whole = RoundRange(min, max, object.all);
+  const Values usual = UsualRange(values, outside, object.all);
   if (whole.Width() > kTooWide * usual.Width()) {
     const auto is_outside = [&](Wide value) { return value < usual.low || value > usual.high; };
     const auto left_out = std::count_if(values.begin(), values.end(), is_outside);
-    Fit fit = FitBuckets(column, usual, clear);
+    Fit fit = FitBuckets(object, usual, clear);
     const auto holds_for = [&](uint32_t polls) {
-      return polls == 0 || Try(column, usual, fit.buckets, polls).failed == 0;
+      return polls == 0 || Try(object, usual, fit.buckets, polls).failed == 0;
     };
     const bool holds = fit.failed == 0 && holds_for(clear / 5) && holds_for(clear / 10);
     const std::string rare = fmt::format("{} of {}", left_out, values.size());
     *seen += holds ? ", " + rare + " outside" : ", wide because records would fail with " + rare + " outside";
     if (holds) return fit;
   }
-  return FitBuckets(column, whole, clear);
+  return FitBuckets(object, whole, clear);
 }
 
 std::string ErrorText(std::vector<double> *errors) {
@@ -380,11 +380,11 @@ std::string Key(const std::string &name) {
 using Lines = std::vector<std::pair<std::string, std::string>>;
 
 Lines Advise(const History &history, uint32_t polls, double outside, uint32_t clear) {
-  const Object column = ObjectOf(history, polls);
-  Lines lines{{fmt::format("cumulative = {}", column.is_counter), column.reason}};
-  if (column.samples.empty()) return lines;
+  const Object object = ObjectOf(history, polls);
+  Lines lines{{fmt::format("cumulative = {}", object.is_counter), object.reason}};
+  if (object.samples.empty()) return lines;
   std::string seen;
-  Fit fit = FitRange(column, outside, clear, &seen);
+  Fit fit = FitRange(object, outside, clear, &seen);
   lines.push_back({fmt::format("range      = [{}, {}]", Bound(fit.range.low), Bound(fit.range.high)), seen});
   std::string errors = "exact: no record has different samples";
   if (!fit.errors[0].empty()) {
