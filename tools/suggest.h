@@ -17,8 +17,8 @@ struct SuggestOptions {
 // Throws SettingsError, naming --outside.
 double ReadOutside(const std::string &text);
 
-// Reads all polls of the source and returns a settings file. Keeps 16 to 32 bytes for each value of the file and, one
-// column at a time, 48 to 80 for each of its samples. `input` names the file in the head.
+// Reads all polls of the source and returns a settings file. Keeps 16 to 32 bytes for each value of the file and,
+// one column at a time, 48 to 80 for each of its samples. `input` names the file in the head.
 std::string Suggest(Source *source, const std::string &input, const SuggestOptions &options);
 
 }  // namespace zorstat
