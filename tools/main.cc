@@ -24,6 +24,7 @@
 #include "settings.h"
 #include "source.h"
 #include "stop.h"
+#include "suggest.h"
 #include "zor/version.h"
 
 namespace zorstat {
@@ -66,6 +67,14 @@ constexpr const char *kRecordFooter =
     "Example: an hour of disk counters, a poll every 30 seconds:\n"
     "  zorstat record disk --interval 30 --count 120 -o disk.csv\n";
 
+constexpr const char *kSuggestFooter =
+    "\nRead what comes out before it is used: the kind of a column is guessed from its values,\n"
+    "and a range holds for what the file has seen.\n"
+    "\n"
+    "Example: settings for a recording, then its records:\n"
+    "  zorstat suggest polls.csv -o polls.toml\n"
+    "  zorstat replay polls.csv --config polls.toml\n";
+
 // A command with its options.
 class Command {
  public:
@@ -105,13 +114,16 @@ class Command {
   std::map<std::string, std::string> texts_;  // of the options, by name
 };
 
+void RefuseInputAsOutput(const FileSource &source, const Settings &settings) {
+  if (settings.output == "-" || !IsSameFile(settings.output, source.fd())) return;
+  throw SettingsError(Refusal("--output", settings.output, "another file than the input"));
+}
+
 void Replay(const Command &command) {
   const Settings settings = command.ReadSettings();
   const bool lines_on_screen = settings.output == "-" && isatty(STDOUT_FILENO) == 1;
   FileSource source(command.input, !lines_on_screen);
-  if (settings.output != "-" && IsSameFile(settings.output, source.fd())) {
-    throw SettingsError(Refusal("--output", settings.output, "another file than the input"));
-  }
+  RefuseInputAsOutput(source, settings);
   const std::string stem = command.input == "-" ? "stdin" : std::filesystem::path(command.input).stem().string();
   Count(&source, settings, stem, settings.output, RecordTime::kOfPoll);
 }
@@ -133,6 +145,16 @@ void RecordPolls(const Command &command) {
   const Settings settings = command.ReadSettings();
   LiveSource source = KernelSource(command, settings);
   Record(&source, settings.output);
+}
+
+void Suggest(const Command &command) {
+  const Settings settings = command.ReadSettings();
+  FileSource source(command.input, true);
+  RefuseInputAsOutput(source, settings);
+  const std::string suggested = Suggest(&source, command.input, settings);
+  Output output(settings.output);
+  output.Write(suggested);
+  output.Close();
 }
 
 int Run(int argc, char **argv) {
@@ -161,6 +183,10 @@ int Run(int argc, char **argv) {
   const Command record_command(record, kRecord, "SOURCE", kSourceHelp);
   record->footer(kRecordFooter);
 
+  CLI::App *suggest = app.add_subcommand("suggest", "write settings that fit a poll file");
+  const Command suggest_command(suggest, kSuggest, "FILE", "poll file, or - for standard input");
+  suggest->footer(kSuggestFooter);
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError &error) {
@@ -183,6 +209,7 @@ int Run(int argc, char **argv) {
   if (replay->parsed()) Replay(replay_command);
   if (live->parsed()) Live(live_command);
   if (record->parsed()) RecordPolls(record_command);
+  if (suggest->parsed()) Suggest(suggest_command);
   return 0;
 }
 

@@ -170,6 +170,12 @@ NameList ReadNames(const Given &given) {
   return given.parts;
 }
 
+double ReadOutside(const Given &given) {
+  const auto percent = ParseNumber<double>(given.text());
+  if (!percent || !(*percent >= 0 && *percent <= 50)) Refuse(given.where, given.text(), "a number from 0 to 50");
+  return *percent;
+}
+
 bool ReadTruth(const Given &given) { return given.text() == "true"; }
 NameList ReadAllOrNone(const Given &given) { return ReadTruth(given) ? NameList{"all"} : NameList{}; }
 std::string ReadText(const Given &given) { return given.text(); }
@@ -224,6 +230,11 @@ constexpr SettingRow kSettings[] = {
      "65535 polls that buckets can count); for a baseline: the\n"
      "samples it learns from, and between records (default:\n2000)",
      kIntegerOrText, Set<&Settings::clear, ReadClear>, kForAll | kObject},
+    {"clear", "N|HOURSh", "polls, or hours as in 2h, between records (default: 60)", kIntegerOrText,
+     Set<&Settings::clear, ReadClear>, kSuggest},
+    {"outside", "PERCENT",
+     "per cent of the samples that a range may leave out where\nthe rare ones cost much (default: 0.1)", kText,
+     SetPlain<&Settings::outside, ReadOutside>, kSuggest},
     {"objects", "LIST", "columns to count (default: all)", kList, Set<&Settings::objects, ReadNames>, kCounting},
     {"instances", "LIST", "keys to count (default: all)", kList, Set<&Settings::instances, ReadNames>,
      kForAll | kObject},
@@ -241,6 +252,8 @@ constexpr SettingRow kSettings[] = {
      SetPlain<&Settings::output, ReadText>, kCounting, 'o'},
     {"output", "FILE", "poll file (default: standard output)", kText, SetPlain<&Settings::output, ReadText>,
      kRecord, 'o'},
+    {"output", "FILE", "settings file (default: standard output)", kText, SetPlain<&Settings::output, ReadText>,
+     kSuggest, 'o'},
 };
 
 }  // namespace
