@@ -135,7 +135,7 @@ void Collector::Finish(std::string *records) {
   failure.Rethrow();
 }
 
-void Collector::FinishObject(Object &object, std::string *records) {
+void Collector::FinishObject(Object &object, std::string *records) const {
   const bool is_baseline = object.statistics == Statistics::baseline;
   if (!rest_ && !is_baseline) return;
   const zp::Status rendered = is_baseline ? object.group.snapshot() : object.group.clear();

@@ -52,7 +52,7 @@ class Collector {
   };
 
   Object MakeObject(const ObjectPlan &plan, const std::string &dg, std::uint32_t poll_interval) const;
-  void FinishObject(Object &object, std::string *records);
+  void FinishObject(Object &object, std::string *records) const;
   void InsertHeaders(std::size_t position, std::string *records);
 
   const Table &table_;

@@ -41,7 +41,7 @@ auto visit_entry(const zor_process_object_oper_entry_t &column, const void *entr
 class DataGroup {
  public:
   DataGroup(std::shared_ptr<zor_process_engine_t> engine, Name group)
-      : engine_(std::move(engine)), name_(group), place_("group '" + name_ + "'") {}
+      : engine_(std::move(engine)), name_(group.text), place_("group '" + name_ + "'") {}
   DataGroup(const DataGroup &) = delete;
   DataGroup &operator=(const DataGroup &) = delete;
   ~DataGroup() {

@@ -53,8 +53,10 @@ struct GroupState {
 
   Status send_template(const std::shared_ptr<Columns> &columns) {
     std::vector<zor_process_column_t> sent;
+    sent.reserve(columns->infos.size());
     for (const auto &[column, type] : columns->infos) sent.push_back(column_of(column.c_str(), type));
     std::vector<void *> pointers;
+    pointers.reserve(sent.size());
     for (zor_process_column_t &column : sent) pointers.push_back(&column);
     const std::uint32_t code = dg.send(ZOR_PROCESS_MSG_TEMPLATE, pointers.data(), pointers.size());
     if (code != ZOR_PROCESS_SUCCESS) {

@@ -39,9 +39,9 @@ class RowMessage {
   template <class Cells>
   const char *fill(const Name &key, const Cells &given) {
     if (!is_name(key)) return kBadName;
-    if (!key.is_terminated) key_ = key;
+    if (!key.is_terminated) key_ = key.text;
     std::fill(cells_.begin(), cells_.end(), zor_process_cell_t{});
-    cells_[0] = {ZOR_PROCESS_VALUE_STRING, 0, key.is_terminated ? key.data() : key_.c_str()};
+    cells_[0] = {ZOR_PROCESS_VALUE_STRING, 0, key.is_terminated ? key.text.data() : key_.c_str()};
     values_ = 0;
     for (const Cell &cell : given) {
       if (cell.columns != columns_.get() || cell.column >= cells_.size()) {

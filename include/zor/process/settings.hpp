@@ -19,14 +19,18 @@ namespace zor::process {
 
 /** A name, from any kind of string; the library copies it. One that is_name() refuses is refused where it is used.
  */
-struct Name : std::string_view {
+struct Name {
   Name(std::nullptr_t) = delete; /**< no name */
   /** @param name a C string, or null */
-  Name(const char *name) : std::string_view(name ? name : "") {}
+  Name(const char *name) : text(name ? name : "") {}
   /** @param name any string */
-  Name(const std::string &name) : std::string_view(name) {}
+  Name(const std::string &name) : text(name) {}
   /** @param name need not end with NUL, and is copied where it has to */
-  Name(std::string_view name) : std::string_view(name), is_terminated(false) {}
+  Name(std::string_view name) : text(name), is_terminated(false) {}
+  /** @return the name */
+  operator std::string_view() const { return text; }
+
+  std::string_view text;     /**< the name */
   bool is_terminated = true; /**< a NUL is behind it */
 };
 

@@ -115,7 +115,7 @@ class Template {
   std::size_t add(Name name, std::uint32_t type) {
     auto &[infos, status] = *columns_;
     const bool is_key = infos.empty();
-    const auto has_name = [&](const detail::ColumnInfo &info) { return info.name == name; };
+    const auto has_name = [&](const detail::ColumnInfo &info) { return info.name == name.text; };
     if (status) {
       status =
           detail::check("template", {{!is_name(name), detail::kBadName, ZOR_PROCESS_ERROR_IN_TEMPLATE},
@@ -124,7 +124,7 @@ class Template {
                                      {is_key != (type == detail::kKeyType) || type > ZOR_PROCESS_DATA_TYPE_UINT64,
                                       "no such data type", ZOR_PROCESS_ERROR_IN_TEMPLATE}});
     }
-    infos.push_back({std::string(name), type});
+    infos.push_back({std::string(name.text), type});
     return infos.size() - 1;
   }
   std::shared_ptr<detail::Columns> columns_ = std::make_shared<detail::Columns>();

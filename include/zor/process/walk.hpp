@@ -50,12 +50,8 @@ class Walk {
       current_ = is_over_ ? std::nullopt : next();
       return *this;
     }
-    /** Goes on. @return where it was */
-    iterator operator++(int) {
-      iterator before = *this;
-      ++*this;
-      return before;
-    }
+    /** Goes on. */
+    void operator++(int) { ++*this; }
     /** @param a a place @param b another, or the end @return whether both or neither is at the end */
     friend bool operator==(const iterator &a, const iterator &b) { return !a.current_ == !b.current_; }
     /** @param a a place @param b another, or the end @return whether one of them is at the end */
@@ -96,7 +92,7 @@ class Walk {
   /** Begins a walk. @return its first instance */
   iterator begin() const { return {group_, mode_}; }
   /** @return behind the last instance */
-  iterator end() const { return {}; }
+  static iterator end() { return {}; }
 
  private:
   friend class Group;
