@@ -1,4 +1,4 @@
-"""The man page has the options that --help has, with their values and defaults: man_page_test.py ZORSTAT MAN_PAGE"""
+"""The man page has the options of --help, with their values and defaults: man_page_test.py ZORSTAT MAN_PAGE"""
 
 import re
 import subprocess
