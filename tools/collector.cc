@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstring>
 #include <string_view>
 #include <utility>
 
@@ -45,27 +44,6 @@ zp::ObjectSettings SettingsOf(const ObjectPlan &plan, std::uint32_t poll_interva
   return settings;
 }
 
-template <class V>
-zp::Value Read(const Value &value) {
-  V read;
-  std::memcpy(&read, &value.bits, sizeof read);
-  return read;
-}
-
-zp::Value Read(const Value &value, zor_process_data_type_t type) {
-  switch (type) {
-    case ZOR_PROCESS_DATA_TYPE_INT32:
-      return Read<std::int32_t>(value);
-    case ZOR_PROCESS_DATA_TYPE_UINT32:
-      return Read<std::uint32_t>(value);
-    case ZOR_PROCESS_DATA_TYPE_INT64:
-      return Read<std::int64_t>(value);
-    case ZOR_PROCESS_DATA_TYPE_UINT64:
-      break;
-  }
-  return Read<std::uint64_t>(value);
-}
-
 }  // namespace
 
 Collector::Collector(const Table &table, const std::vector<ObjectPlan> &plans, const Settings &settings,
@@ -96,17 +74,17 @@ Collector::Object Collector::MakeObject(const ObjectPlan &plan, const std::strin
   zp::Template columns(table_.key);
   const auto values = columns.column(column.name, column.type);
   Check(group.start(columns), "template", column.name);
-  return {column.name, plan.column, column.type, StatisticsOf(plan), std::move(group), values};
+  return {column.name, plan.column, StatisticsOf(plan), std::move(group), values};
 }
 
 void Collector::AddRows(const Poll &poll, const std::string &source) {
   rest_ = true;
-  for (Object &object : objects_) {
-    object.poll.emplace(Take(object.group.poll(), source, object.name));
-    for (std::size_t row = 0; row < poll.rows(); ++row) {
+  for (Object &object : objects_) object.poll.emplace(Take(object.group.poll(), source, object.name));
+  for (std::size_t row = 0; row < poll.rows(); ++row) {
+    const zp::Name key = poll.key(row);
+    for (Object &object : objects_) {
       const Value &value = poll.values(row)[object.index];
-      if (!value.present) continue;
-      Check(object.poll->row(poll.key(row), {object.column(Read(value, object.type))}), source, object.name);
+      if (value) Check(object.poll->row(key, {object.column(*value)}), source, object.name);
     }
   }
 }

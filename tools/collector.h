@@ -43,7 +43,6 @@ class Collector {
   struct Object {
     std::string name;
     std::size_t index;  // of its column
-    zor_process_data_type_t type;
     zor::process::Statistics statistics;
     zor::process::Group group;
     zor::process::Column<zor::process::Value> column;

@@ -6,10 +6,10 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstring>
 #include <iterator>
 #include <limits>
 #include <set>
+#include <variant>
 
 #include "error.h"
 #include "file.h"
@@ -28,8 +28,7 @@ const char *ReadNumber(const char *position, const char *end, Value *value) {
   Number number;
   const auto [rest, error] = std::from_chars(position, end, number);
   if (error != std::errc()) return nullptr;
-  std::memcpy(&value->bits, &number, sizeof number);
-  value->present = true;
+  *value = number;
   return rest;
 }
 
@@ -47,25 +46,8 @@ const char *ReadValue(zor_process_data_type_t type, const char *position, const 
   return nullptr;
 }
 
-template <typename Number>
-void AppendNumber(uint64_t bits, std::string *text) {
-  Number number;
-  std::memcpy(&number, &bits, sizeof number);
-  fmt::format_to(std::back_inserter(*text), "{}", number);
-}
-
-void AppendValue(zor_process_data_type_t type, const Value &value, std::string *text) {
-  if (!value.present) return;
-  switch (type) {
-    case ZOR_PROCESS_DATA_TYPE_INT32:
-      return AppendNumber<int32_t>(value.bits, text);
-    case ZOR_PROCESS_DATA_TYPE_UINT32:
-      return AppendNumber<uint32_t>(value.bits, text);
-    case ZOR_PROCESS_DATA_TYPE_INT64:
-      return AppendNumber<int64_t>(value.bits, text);
-    case ZOR_PROCESS_DATA_TYPE_UINT64:
-      return AppendNumber<uint64_t>(value.bits, text);
-  }
+void AppendValue(const Value &value, std::string *text) {
+  if (value) std::visit([&](auto number) { fmt::format_to(std::back_inserter(*text), "{}", number); }, *value);
 }
 
 bool IsHeader(std::string_view line) { return line.substr(0, 5) == "time,"; }
@@ -293,7 +275,7 @@ void AppendPollLines(const Table &table, const Poll &poll, std::string *text) {
     }
     for (size_t i = 0; i < table.columns.size(); ++i) {
       text->push_back(',');
-      AppendValue(table.columns[i].type, poll.values(row)[i], text);
+      AppendValue(poll.values(row)[i], text);
     }
     text->push_back('\n');
   }

@@ -120,7 +120,7 @@ void ProcTable::Parse(std::string_view text, Poll *poll) const {
         throw Error(Refusal(fmt::format("{}:{}: {}", path_, number, table_.columns[i].name), Printable(word),
                             TypeValues(table_.columns[i].type)));
       }
-      values[i] = {*number_read, true};
+      values[i] = *number_read;
     }
   }
 }

@@ -58,7 +58,15 @@ struct Settings {
 };
 
 // Where a setting can be made: as an option of a command, at the top level of a settings file, in a table of it.
-enum Place : unsigned { kReplay = 1, kLive = 2, kRecord = 4, kSuggest = 8, kAnyCommand = 15, kTopLevel = 16, kObject = 32 };
+enum Place : unsigned {
+  kReplay = 1,
+  kLive = 2,
+  kRecord = 4,
+  kSuggest = 8,
+  kAnyCommand = 15,
+  kTopLevel = 16,
+  kObject = 32
+};
 
 // What a value looks like. In a settings file it, or each part of an array, has one of the types; in one text parts
 // are separated.

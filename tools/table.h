@@ -4,11 +4,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "zor/types.h"
+#include "zor/process/table.hpp"
 
 namespace zorstat {
 
@@ -23,11 +24,8 @@ struct Table {
   std::vector<Column> columns;
 };
 
-// A value of any of the four types. Its first bytes are the value in the type of its column.
-struct Value {
-  uint64_t bits = 0;
-  bool present = false;
-};
+// A value in the type of its column, or none.
+using Value = std::optional<zor::process::Value>;
 
 // Reused from poll to poll, so that reading allocates only while tables grow.
 class Poll {
@@ -39,7 +37,7 @@ class Poll {
   }
 
   // Returns the row's `columns` values, all absent; valid until the next row is added.
-  Value *AddRow(std::string_view key, size_t columns) {
+  Value *AddRow(std::string_view key, std::size_t columns) {
     columns_ = columns;
     key_starts_.push_back(keys_.size());
     keys_.append(key);
@@ -48,17 +46,17 @@ class Poll {
     return values_.data() + values_.size() - columns;
   }
 
-  size_t rows() const { return key_starts_.size(); }
-  const char *key(size_t row) const { return keys_.data() + key_starts_[row]; }
-  const Value *values(size_t row) const { return values_.data() + row * columns_; }
+  std::size_t rows() const { return key_starts_.size(); }
+  const char *key(std::size_t row) const { return keys_.data() + key_starts_[row]; }
+  const Value *values(std::size_t row) const { return values_.data() + row * columns_; }
 
-  int64_t time = 0;         // seconds since the epoch
-  uint64_t first_line = 0;  // of the file it was read from; each row is one line
+  std::int64_t time = 0;         // seconds since the epoch
+  std::uint64_t first_line = 0;  // of the file it was read from; each row is one line
 
  private:
-  size_t columns_ = 0;
+  std::size_t columns_ = 0;
   std::string keys_;
-  std::vector<size_t> key_starts_;
+  std::vector<std::size_t> key_starts_;
   std::vector<Value> values_;
 };
 
