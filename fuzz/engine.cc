@@ -59,27 +59,17 @@ struct State {
 };
 using States = std::map<std::pair<std::string, std::string>, State>;  // by column and key
 
-// Settings to hand over, some of them left out, and to be got back.
+// The settings of a data group or an object.
 struct Settings {
   explicit Settings(Input &in)
-      : flags(static_cast<std::uint16_t>(in.OneIn(8) ? in.Take<std::uint16_t>() : in.Below(16))),
-        buckets(in.OneIn(8) ? in.Value<std::uint32_t>() : in.Below(20)),
-        type(in.Below(4)),
-        interval(in.OneIn(8) ? in.Value<std::uint32_t>() : in.Below(8)),
-        present(in.OneIn(2) ? 15 : in.Below(16)) {}
-  zor_process_attr_t attr() {
-    return {present & 1 ? &flags : nullptr, present & 2 ? &buckets : nullptr, present & 4 ? &type : nullptr,
-            present & 8 ? &interval : nullptr};
+      : flags(in.OneIn(8) ? in.Take<std::uint16_t>() : static_cast<std::uint16_t>(in.Below(16))) {
+    for (std::uint32_t &value : values) value = in.OneIn(8) ? in.Value<std::uint32_t>() : in.Below(8);
   }
-  void RequireSameAs(const Settings &got) const {
-    ZOR_REQUIRE(!(present & 1) || got.flags == flags);  // which a set adds up
-    ZOR_REQUIRE(!(present & 2) || got.buckets == buckets);
-    ZOR_REQUIRE(!(present & 4) || got.type == type);
-    ZOR_REQUIRE((present & 12) != 12 || got.interval == interval);  // which comes with its type
-  }
+  zor_process_attr_t attr() { return {&flags, &values[0], &values[1], &values[2]}; }
+  bool operator==(const Settings &) const = default;
 
   std::uint16_t flags;
-  std::uint32_t buckets, type, interval, present;
+  std::uint32_t values[3];  // buckets, type and length of the clear interval
 };
 
 class Session {
@@ -88,22 +78,30 @@ class Session {
 
   ~Session() {
     for (const char *name : kNames) {
-      if (FindDg(name)) Walk(name, ZOR_PROCESS_OUTPUT_RECORD);
+      Walk(name);
       zor_process_engine_set_dg(&engine_, ZOR_PROCESS_OPER_DELETE, &name, nullptr);
     }
     kel_hashset_free(&engine_.dgs);
   }
 
   void Run() {
-    using S = Session;
-    constexpr void (S::*kSteps[])() = {&S::SetDg,       &S::SetObject,    &S::SetObject, &S::SetInstance,
-                                       &S::SetInterval, &S::SendTemplate, &S::SendRows,  &S::SendRows,
-                                       &S::SendRows,    &S::EndPolls,     &S::EndPolls,  &S::Clear,
-                                       &S::WalkOne,     &S::WalkOne,      &S::Report,    &S::LookUp};
-    while (!in_.empty()) (this->*kSteps[in_.Below(std::size(kSteps))])();
+    while (!in_.empty()) Step(in_.Below(16));
   }
 
  private:
+  void Step(std::uint32_t step) {
+    if (step == 0) return SetDg();
+    if (step < 3) return SetObject();
+    if (step == 3) return SetInstance();
+    if (step == 4) return zor_process_engine_set_poll_interval(&engine_, DgName(), 9 + in_.Below(100));
+    if (step == 5) return SendTemplate();
+    if (step < 9) return SendRows();
+    if (step < 11) return EndPolls();
+    if (step == 11) return Clear();
+    if (step < 14) return Walk(DgName());
+    step == 14 ? Report() : LookUp();
+  }
+
   const char *DgName() { return in_.OneIn(32) ? nullptr : kNames[in_.Below(3)]; }
   const char *Name() { return in_.OneIn(64) ? nullptr : kNames[in_.Below(std::size(kNames))]; }
   zor_process_dg_t *FindDg(const char *name) {
@@ -113,41 +111,33 @@ class Session {
   void SetDg() {
     const std::uint32_t operation = in_.Below(6);
     const char *name = DgName();
-    Settings settings(in_), got(settings);
+    Settings settings(in_), got(in_);
     zor_process_attr_t attr = settings.attr(), got_attr = got.attr();
     if (zor_process_engine_set_dg(&engine_, operation, &name, in_.OneIn(4) ? nullptr : &attr) != 0) return;
     if (operation != ZOR_PROCESS_OPER_SET) return;
-    got.flags = 0, got.buckets = got.type = got.interval = 7777777;
     ZOR_REQUIRE(zor_process_engine_set_dg(&engine_, ZOR_PROCESS_OPER_GET, &name, &got_attr) == 0);
-    settings.RequireSameAs(got);
+    ZOR_REQUIRE(got == settings);
   }
 
   void SetObject() {
-    struct Values {
-      std::uint32_t id, kind, type;
-      std::uint64_t range[2];
-    } values = {in_.Below(4), in_.Below(3), in_.Below(7), {in_.Value<std::uint64_t>(), in_.Value<std::uint64_t>()}};
     const std::uint32_t operation = in_.OneIn(3) ? in_.Below(6) : 0u, present = in_.OneIn(2) ? 31 : in_.Below(64);
     const char *dg = DgName(), *name = Name();
-    Settings settings(in_), got(settings);
-    Values got_values = {7, 7, 7, {}};
-    const auto record = [&](Values &v, zor_process_attr_t &common) -> zor_process_object_attr_t {
-      return {present & 1 ? &v.id : nullptr, present & 2 ? &common : nullptr, present & 4 ? &v.kind : nullptr,
-              present & 8 ? &v.type : nullptr, present & 16 ? v.range : nullptr};
-    };
+    Settings settings(in_), got(in_);
+    std::uint32_t values[] = {in_.Below(4), in_.Below(3), in_.Below(7)}, got_values[3];  // id, kind, type of range
+    std::uint64_t range[] = {in_.Value<std::uint64_t>(), in_.Value<std::uint64_t>()}, got_range[2];
     zor_process_attr_t common = settings.attr(), got_common = got.attr();
-    zor_process_object_attr_t attr = record(values, common), got_attr = record(got_values, got_common);
-    const bool without = present & 32;
-    if (zor_process_engine_set_object(&engine_, operation, dg, &name, without ? nullptr : &attr) != 0) return;
-    if (operation != ZOR_PROCESS_OPER_SET || without) return;
-    got.flags = 0, got.buckets = got.type = got.interval = 7777777;
+    zor_process_object_attr_t got_attr = {&got_values[0], &got_common, &got_values[1], &got_values[2], got_range};
+    zor_process_object_attr_t attr = {present & 1 ? &values[0] : nullptr, present & 2 ? &common : nullptr,
+                                      present & 4 ? &values[1] : nullptr, present & 8 ? &values[2] : nullptr,
+                                      present & 16 ? range : nullptr};
+    const bool with = present < 32;
+    if (zor_process_engine_set_object(&engine_, operation, dg, &name, with ? &attr : nullptr) != 0) return;
+    if (operation != ZOR_PROCESS_OPER_SET || !with) return;
     ZOR_REQUIRE(zor_process_engine_set_object(&engine_, ZOR_PROCESS_OPER_GET, dg, &name, &got_attr) == 0);
-    if (attr.common) settings.RequireSameAs(got);
-    ZOR_REQUIRE(!attr.id || (values.id != 0 && got_values.id == values.id));
-    ZOR_REQUIRE(!attr.value_kind || got_values.kind == values.kind);
-    ZOR_REQUIRE(!attr.range_type || got_values.type == values.type);
-    if (!attr.range_type || values.type == 0) return;
-    ZOR_REQUIRE(std::equal(values.range, values.range + 2, got_values.range));
+    ZOR_REQUIRE((!attr.id || (values[0] != 0 && got_values[0] == values[0])) && (!attr.common || got == settings));
+    ZOR_REQUIRE(!attr.value_kind || got_values[1] == values[1]);
+    ZOR_REQUIRE(!attr.range_type || got_values[2] == values[2]);
+    if (attr.range_type && values[2] != 0) ZOR_REQUIRE(std::equal(range, range + 2, got_range));
   }
 
   void SetInstance() {
@@ -158,11 +148,6 @@ class Session {
     };
     if (call(operation) != 0 || operation > ZOR_PROCESS_OPER_DELETE) return;
     ZOR_REQUIRE((call(ZOR_PROCESS_OPER_GET) == 0) == (operation == ZOR_PROCESS_OPER_SET));
-  }
-
-  void SetInterval() {
-    const std::uint32_t seconds = in_.OneIn(4) ? in_.Value<std::uint32_t>() : 10 + in_.Below(60);
-    zor_process_engine_set_poll_interval(&engine_, DgName(), seconds);
   }
 
   // Calls function(column, entry) for each instance of a data group.
@@ -284,14 +269,10 @@ class Session {
     }
   }
 
-  void WalkOne() {
-    const char *dg = DgName();
-    Walk(dg, in_.Below(16));
-  }
-
   // A walk meets all instances in order, up to a column whose object is gone. Some records are collected on the
   // way.
-  void Walk(const char *dg, std::uint32_t mode) {
+  void Walk(const char *dg) {
+    const std::uint32_t mode = in_.Below(16);
     std::vector<void *> met, expected;
     zor_process_data_cursor_t cursor = {dg, in_.OneIn(4) ? FindDg(dg) : nullptr, nullptr, nullptr, 0};
     for (;;) {
@@ -317,11 +298,11 @@ class Session {
   void Report() {
     const char *object = in_.OneIn(2) ? Name() : nullptr, *instance = in_.OneIn(2) ? Name() : nullptr;
     const std::uint32_t percentile = in_.Below(120), flags = in_.Below(16);
-    const zor_process_data_cursor_t cursor = {DgName(), nullptr, nullptr, nullptr, 0};
+    const zor_process_data_cursor_t dg = {DgName(), nullptr, nullptr, nullptr, 0};
     zor_process_print_handle_t handle = {zor_datalist_create(), 0, {}, nullptr, 0};
-    zor_process_engine_print_object_instance_data_with_handle(&engine_, &cursor, object, instance, &percentile,
-                                                              flags, &handle);
-    zor_process_engine_print_object_instance_data(&engine_, &cursor, object, instance, nullptr, flags);
+    zor_process_engine_print_object_instance_data_with_handle(&engine_, &dg, object, instance, &percentile, flags,
+                                                              &handle);
+    zor_process_engine_print_object_instance_data(&engine_, &dg, object, instance, nullptr, flags);
     ZOR_REQUIRE(zor_datalist_count(handle.datalist) == static_cast<std::uint32_t>(handle.buf_count));
     zor_datalist_free(handle.datalist);
   }
@@ -330,7 +311,6 @@ class Session {
     const char *dg = DgName();
     const std::uint32_t id = zor_process_object_get_id_byname(&engine_, dg, Name());
     ZOR_REQUIRE(id == 0 || zor_process_engine_get_object_name_byid(&engine_, dg, id) != nullptr);
-    ZOR_REQUIRE(zor_process_engine_process_data(&engine_, dg, nullptr) != 0);
     ZOR_REQUIRE(*zor_proc_get_error_string_list(in_.Value<std::uint32_t>()) != '\0');
   }
 

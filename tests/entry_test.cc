@@ -1,4 +1,4 @@
-#include <limits>
+// One instance: its records, headers and report, its baseline, and its operations through the tables.
 
 #include "engine_fixture.h"
 
@@ -81,50 +81,33 @@ TYPED_TEST(TypedEntryTest, RendersRecordsHeadersAndReport) {
               ::testing::IsSupersetOf({"0       0       0           ", "0.000\n", "No samples\n"}));
 }
 
-// Buckets whose width is no whole number, over negative values: bounds are exact in thousandths.
-TEST_F(EntryTest, PrintsBucketBoundsInThousandths) {
+// Bounds of buckets whose width is no whole number, over negative values, are exact in thousandths; and what is
+// asked for later than the data began is not kept.
+TEST_F(EntryTest, PrintsBoundsAndWhatIsNotKept) {
   MakeDg(0);
   ASSERT_EQ(MakeObject("drift", 2, 0, 3, static_cast<std::uint64_t>(-11), 88, 3), 0u);
   ASSERT_EQ(MakeObject("narrow", 2, 0, 3, 0, 9, 1), 0u);
-  ASSERT_EQ(Template({{"key", 0}, {"drift", 3}, {"narrow", 1}}), 0u);
-  for (std::int64_t v : {-11, 0, 88, -12, 89}) ASSERT_EQ(Row("a", {v, std::int32_t{1}}), 0u);
+  ASSERT_EQ(MakeObject("sum", 1), 0u);
+  ASSERT_EQ(Template({{"key", 0}, {"drift", 3}, {"narrow", 1}, {"sum", 4}}), 0u);
+  for (std::int64_t v : {-11, 0, 88, -12, 89}) ASSERT_EQ(Row("a", {v, std::int32_t{1}, std::nullopt}), 0u);
   const auto items = Report(2, "drift");
   EXPECT_EQ(items.size(), 14u);
   EXPECT_EQ(items[items.size() - 2], "1         -11.000        22.333        2\n");
   EXPECT_EQ(items.back(), "3         55.666        88.999        1\n");
-  // A single bucket has no table: only the object's headings.
-  EXPECT_EQ(Report(2, "narrow").size(), 4u);
-  // A summary asked for later is not kept.
-  ASSERT_EQ(MakeObject("drift", 1), 0u);
-  auto cursor = Cursor();
-  EXPECT_EQ(Next(cursor), "(null)");
-  EXPECT_NE(cursor.entry, nullptr);
-}
-
-TEST_F(EntryTest, RendersNegativeValuesAndAbsentStatistics) {
-  MakeDg(0);
-  ASSERT_EQ(MakeObject("balance", 1), 0u);
-  ASSERT_EQ(Template({{"key", 0}, {"balance", 1}}), 0u);
-  for (std::int32_t v : {-1, 0, 0}) ASSERT_EQ(Row("a", {v}), 0u);
-  auto cursor = Cursor();
-  EXPECT_EQ(WithoutTime(Next(cursor)), "ifstats-summary, balance, a, 3, -1, 0, -0.333\n");
-  EXPECT_THAT(Report(1), ::testing::IsSupersetOf({"-1      0       -1          ", "-0.333\n"}));
-  EXPECT_THAT(Report(6), ::testing::Contains("Not configured\n"));
-
-  // Asked for later than the data began: the instance is named by the cursor, and the walk goes on after it.
-  for (const std::uint16_t later : {ZOR_PROCESS_FLAG_BASELINE, ZOR_PROCESS_FLAG_PERCENTILE}) {
-    ASSERT_EQ(MakeObject("balance", later), 0u);
-    cursor = Cursor();
-    EXPECT_EQ(Next(cursor), "(null)");
+  EXPECT_EQ(Report(2, "narrow").size(), 4u);  // a single bucket has no table: only the object's headings
+  EXPECT_EQ(Row("a", {std::nullopt, std::nullopt, UINT64_MAX}), 0u);
+  EXPECT_EQ(Row("a", {std::nullopt, std::nullopt, std::uint64_t{1}}), 11u);  // the sum is full
+  EXPECT_THAT(Report(7), ::testing::IsSupersetOf({"18446744073709551615.000\n", "Not configured\n"}));
+  for (const std::uint16_t later : {1, 4, 8}) {
+    ASSERT_EQ(MakeObject("drift", later), 0u);
+    auto cursor = Cursor();
+    EXPECT_EQ(Next(cursor), "(null)");  // the cursor names the instance, and the walk goes on after it
     EXPECT_NE(cursor.entry, nullptr);
-    EXPECT_EQ(Next(cursor), "(null)");
-    EXPECT_EQ(cursor.entry, nullptr);
+    EXPECT_EQ(Next(cursor), "");
   }
-  // Without a handle the report goes to standard output.
-  const zor_process_data_cursor_t dg = Cursor();
-  EXPECT_THAT(
-      Printed([&] { zor_process_engine_print_object_instance_data(&engine, &dg, "balance", "a", nullptr, 4); }),
-      ::testing::EndsWith("Percentile Values: \nNot configured\n"));
+  const zor_process_data_cursor_t dg = Cursor();  // without a handle the report goes to standard output
+  EXPECT_THAT(Printed([&] { zor_process_engine_print_object_instance_data(&engine, &dg, "sum", "a", nullptr, 4); }),
+              ::testing::EndsWith("Percentile Values: \nNot configured\n"));
 }
 
 // The entry operations through the tables, as an outside caller may use them.
@@ -179,4 +162,80 @@ TYPED_TEST(TypedEntryTest, ServesThroughTheTables) {
   EXPECT_EQ(this->Take(g_zor_poi_entry_get_data_funcs[slot](4, "dg", "object", 2, nullptr, entry)), "");
   EXPECT_EQ(ended, 0u);
   g_zor_poi_entry_destroy_funcs[slot](entry);
+}
+
+// An instance's baseline through the engine: learning, records at the end of every period, the refusal to overwrite
+// one, the report, a refused outlier, and the restart after a count is full.
+TYPED_TEST(TypedEntryTest, LearnsABaseline) {
+  using V = TypeParam;
+  std::uint32_t type = 1, interval = 5;
+  std::uint16_t flags = ZOR_PROCESS_FLAG_BASELINE;
+  std::uint32_t buckets = 4;
+  const char *name = "rx";
+  this->MakeDg(0);
+  zor_process_attr_t common = {&flags, &buckets, &type, &interval};
+  zor_process_object_attr_t attr = {nullptr, &common, nullptr, nullptr, nullptr};
+  ASSERT_EQ(zor_process_engine_set_object(&this->engine, 0, "ifstats", &name, &attr), 0u);
+  ASSERT_EQ(this->Template({{"key", 0}, {"rx", Api<V>::kTypeCode}}), 0u);
+  const auto feed = [&](std::initializer_list<int> values) {
+    std::uint32_t code = 0;
+    for (int v : values) code = this->Row("a", {static_cast<V>(v)});
+    return code;
+  };
+  EXPECT_EQ(feed({10, 20, 30, 40}), 0u);
+  EXPECT_EQ(zor_process_engine_clear_dg_data(&this->engine, "ifstats", 15, 0), 0u);
+  EXPECT_EQ(this->Collect(), "");  // learning keeps no text
+  EXPECT_EQ(feed({50}), 0u);
+  EXPECT_EQ(this->Collect(), "");
+  auto cursor = this->Cursor();
+  EXPECT_EQ(
+      WithoutTime(this->Next(cursor, 6)),
+      "Schema-def ifstats-baseline \"%u, %s, %s, %u, %f, %f, %f, %f, %f, %f, %f, %f, %f\"\n"
+      "       Epochtime Object Instance No-Of-Samples <0.000> <0.013> <2.280> <15.870> <50.000> <84.130> <97.720> "
+      "<99.870> <100.000>\nifstats-baseline, rx, a, 0\n");
+  EXPECT_EQ(feed({30, 30, 30, 30}), 0u);
+  EXPECT_EQ(this->Collect(), "");
+  EXPECT_EQ(feed({30}), 0u);
+  EXPECT_EQ(WithoutTime(this->Collect()),
+            "ifstats-baseline, rx, a, 5, 30.000, 30.000, 30.000, 30.000, 30.000, 30.000, "
+            "30.000, 30.000, 30.000\n");
+  EXPECT_EQ(feed({30, 30, 30, 30, 30}), 0u);
+  EXPECT_EQ(feed({30, 30, 30, 30, 30}), 11u);  // the record of ten samples still stands
+  EXPECT_EQ(feed({30}), 11u);
+  EXPECT_THAT(WithoutTime(this->Collect()), ::testing::StartsWith("ifstats-baseline, rx, a, 10, "));
+  EXPECT_EQ(zor_process_engine_clear_dg_data(&this->engine, "ifstats", 0, 0), 0u);
+
+  cursor = this->Cursor();
+  const std::string console = Printed([&] { this->Next(cursor, ZOR_PROCESS_OUTPUT_CONSOLE); });
+  EXPECT_THAT(console, ::testing::StartsWith("Object: rx, Instance: a\nAnalyzer: Stage = Analyzing\nVmin = 30, "));
+
+  const auto *entry = static_cast<typename Api<V>::Entry *>(cursor.entry);
+  EXPECT_EQ(entry->analyzer->summary.u32_no_of_samples, 15u);
+  interval = 100;  // far outside: ten buckets, then refusals that latch the data group
+  for (int i = 0; i < 10; ++i) {
+    EXPECT_EQ(feed({1000 + 100 * i}), 0u);
+    std::free(zor_process_engine_get_clear_buffer(&cursor));
+    zor_process_engine_set_clear_buffer(&cursor, nullptr);
+  }
+  EXPECT_EQ(feed({9000}), 11u);
+  EXPECT_EQ(feed({30}), 11u);
+  EXPECT_EQ(zor_process_engine_clear_dg_data(&this->engine, "ifstats", 0, 0), 0u);
+  EXPECT_EQ(entry->analyzer->summary.Vmax, 9000);
+
+  const V value = 30;
+  std::uint32_t ended = 0;
+  for (int i = 15; i < 65535; ++i) {
+    g_zor_poi_entry_insert_funcs[Api<V>::kTypeCode - 1](cursor.entry, &value, &ended);
+    std::free(zor_process_engine_get_clear_buffer(&cursor));
+    zor_process_engine_set_clear_buffer(&cursor, nullptr);
+  }
+  EXPECT_EQ(entry->analyzer->summary.u32_no_of_samples, 65546u);
+  EXPECT_EQ(g_zor_poi_entry_insert_funcs[Api<V>::kTypeCode - 1](cursor.entry, &value, &ended), 0);
+  EXPECT_EQ(std::tuple(entry->analyzer->stage, entry->analyzer->summary.u32_no_of_samples, entry->sample_count),
+            std::tuple(1u, 0u, 0));
+  EXPECT_EQ(std::tuple(entry->analyzer->range_counters.Nsc, entry->analyzer->dynamic_counters.MaxNdc),
+            std::tuple(4, 10));
+  EXPECT_EQ(feed({31, 32, 33}), 0u);
+  EXPECT_EQ(std::tuple(entry->analyzer->summary.Vmin, entry->analyzer->summary.u32_no_of_samples),
+            std::tuple(V{31}, 3u));
 }
