@@ -293,10 +293,12 @@ TYPED_TEST(StatisticsFailureTest, TakesWholeStepsOnly) {
   using A = Api<V>;
   ForEachFailure([&] {
     typename A::SortedArray array = {};
-    EXPECT_EQ(Armed([&] { return A::ArrayInit(&array, 4); }), array.p_values ? 0u : 2u);
+    std::uint32_t code = Armed([&] { return A::ArrayInit(&array, 4); });
+    EXPECT_EQ(code, array.p_values ? 0u : 2u);
     A::ArrayUninit(&array);
     typename A::RangeCounters range = {};
-    EXPECT_EQ(Armed([&] { return A::RangeInit(&range, 0, 99, 10); }), range.pu16_counters ? 0u : 3u);
+    code = Armed([&] { return A::RangeInit(&range, 0, 99, 10); });
+    EXPECT_EQ(code, range.pu16_counters ? 0u : 3u);
     std::free(range.pu16_counters);
     typename A::Analyzer analyzer = {};
     bool taken = Armed([&] { return A::AnalyzerInit(&analyzer, 2, 10, 10); }) == 0;

@@ -112,7 +112,6 @@ TYPED_TEST(StatisticsTest, CountsAndFindsWithinTheRange) {
 
 // Where samples lie outside the range or the counts do not add up.
 TYPED_TEST(StatisticsTest, FindsOutsideTheRange) {
-  using V = TypeParam;
   const auto at = TestFixture::At;
   this->Count(50, 59, 10, this->kNoBuckets, {10, 20, 30, 40, 55, 56, 70, 80, 90});
   // Ranks 2 and 3 lie below Start, 5 in the range, 6 is the range's last sample, 7 and 8 lie above it.
