@@ -120,34 +120,30 @@ class Session {
   }
 
   void SetObject() {
-    const std::uint32_t operation = in_.OneIn(3) ? in_.Below(6) : 0u, present = in_.OneIn(2) ? 31 : in_.Below(64);
+    const std::uint32_t operation = in_.OneIn(3) ? in_.Below(6) : 0u, absent = in_.OneIn(2) ? 0 : in_.Below(6);
     const char *dg = DgName(), *name = Name();
     Settings settings(in_), got(in_);
     std::uint32_t values[] = {in_.Below(4), in_.Below(3), in_.Below(7)}, got_values[3];  // id, kind, type of range
     std::uint64_t range[] = {in_.Value<std::uint64_t>(), in_.Value<std::uint64_t>()}, got_range[2];
     zor_process_attr_t common = settings.attr(), got_common = got.attr();
     zor_process_object_attr_t got_attr = {&got_values[0], &got_common, &got_values[1], &got_values[2], got_range};
-    zor_process_object_attr_t attr = {present & 1 ? &values[0] : nullptr, present & 2 ? &common : nullptr,
-                                      present & 4 ? &values[1] : nullptr, present & 8 ? &values[2] : nullptr,
-                                      present & 16 ? range : nullptr};
-    const bool with = present < 32;
-    if (zor_process_engine_set_object(&engine_, operation, dg, &name, with ? &attr : nullptr) != 0) return;
-    if (operation != ZOR_PROCESS_OPER_SET || !with) return;
+    zor_process_object_attr_t attr = {&values[0], &common, &values[1], &values[2], absent == 1 ? nullptr : range};
+    if (absent == 2) attr.id = nullptr;
+    if (absent == 3) attr = {nullptr, &common, nullptr, nullptr, nullptr};
+    zor_process_object_attr_t *given = absent == 4 ? nullptr : &attr;
+    if (zor_process_engine_set_object(&engine_, operation, dg, &name, given) != 0) return;
+    if (operation != ZOR_PROCESS_OPER_SET || !given) return;
     ZOR_REQUIRE(zor_process_engine_set_object(&engine_, ZOR_PROCESS_OPER_GET, dg, &name, &got_attr) == 0);
-    ZOR_REQUIRE((!attr.id || (values[0] != 0 && got_values[0] == values[0])) && (!attr.common || got == settings));
-    ZOR_REQUIRE(!attr.value_kind || got_values[1] == values[1]);
-    ZOR_REQUIRE(!attr.range_type || got_values[2] == values[2]);
-    if (attr.range_type && values[2] != 0) ZOR_REQUIRE(std::equal(range, range + 2, got_range));
+    ZOR_REQUIRE(got == settings && (!attr.id || (values[0] != 0 && got_values[0] == values[0])));
+    if (!attr.value_kind) return;
+    ZOR_REQUIRE(got_values[1] == values[1] && got_values[2] == values[2]);
+    ZOR_REQUIRE(values[2] == 0 || std::equal(range, range + 2, got_range));
   }
 
   void SetInstance() {
     const std::uint32_t operation = in_.OneIn(3) ? in_.Below(6) : 0u;
     const char *dg = DgName(), *object = Name(), *name = Name();
-    const auto call = [&](std::uint32_t o) {
-      return zor_process_engine_set_object_instance(&engine_, o, dg, object, &name);
-    };
-    if (call(operation) != 0 || operation > ZOR_PROCESS_OPER_DELETE) return;
-    ZOR_REQUIRE((call(ZOR_PROCESS_OPER_GET) == 0) == (operation == ZOR_PROCESS_OPER_SET));
+    zor_process_engine_set_object_instance(&engine_, operation, dg, object, &name);
   }
 
   // Calls function(column, entry) for each instance of a data group.

@@ -87,91 +87,6 @@ void Summary(Input &in) {
   Api<V>::SummaryPrint(&summary);
 }
 
-template <class V>
-void SortedArray(Input &in) {
-  using A = Api<V>;
-  typename A::SortedArray array;
-  std::memset(&array, 0x55, sizeof array);  // the caller's storage holds anything
-  const std::uint32_t size = in.Below(40);
-  ZOR_REQUIRE(A::ArrayInit(&array, size) == (size == 0 ? 1u : 0u));
-  if (size == 0) return;
-  std::vector<V> held;
-  while (!in.empty()) {
-    const V value = in.Value<V>();
-    const std::uint32_t mode = in.Below(4);
-    const bool full = held.size() == size, moves = full && (mode == 1 || mode == 2);  // out at the top, the bottom
-    if (!full || moves) held.insert(std::upper_bound(held.begin(), held.end(), value), value);
-    const auto leaves = mode == 1 ? held.end() - 1 : held.begin();
-    const V expected = moves ? *leaves : V{9};
-    if (moves) held.erase(leaves);
-    std::uint32_t was_full = 9;
-    V out = 9;
-    const bool told = !in.OneIn(8);
-    const std::uint32_t code = A::ArrayInsert(&array, value, static_cast<std::int32_t>(mode),
-                                              told ? &was_full : nullptr, told ? &out : nullptr);
-    ZOR_REQUIRE(code == (full && (mode == 0 || (moves && expected == value)) ? 1u : 0u));
-    ZOR_REQUIRE(!told || (was_full == (moves ? 1u : 0u) && out == expected));
-    ZOR_REQUIRE(array.Size == size && array.Valid_Length == held.size());
-    ZOR_REQUIRE(std::equal(held.begin(), held.end(), array.p_values));
-  }
-  A::ArrayPrint(&array);
-  A::ArrayUninit(&array);
-  ZOR_REQUIRE(array.p_values == nullptr && array.Size == 0 && array.Valid_Length == 0);
-}
-
-// A rank lookup in plain samples.
-template <class V>
-struct Samples {
-  std::vector<V> sorted;
-  std::uint32_t code;
-};
-
-template <class V>
-std::uint32_t LookUp(void *context, const std::uint32_t *ranks, std::uint32_t total, V, V, V *vk, V *vk1,
-                     std::uint32_t *below, std::uint32_t count, std::uint32_t *cursor) {
-  const auto &samples = *static_cast<const Samples<V> *>(context);
-  ZOR_REQUIRE(*below == 0 && *cursor == 0);
-  for (std::uint32_t i = 0; i < count; ++i) {
-    ZOR_REQUIRE(ranks[i] >= 1 && ranks[i] <= total);
-    vk[i] = samples.sorted[ranks[i] - 1];
-    vk1[i] = ranks[i] == total ? V{0} : samples.sorted[ranks[i]];
-  }
-  return samples.code;
-}
-
-// Percentiles lie between the samples at their places, in thousandths.
-template <class V>
-void Percentiles(Input &in) {
-  Samples<V> samples = {{}, in.Below(3)};
-  std::vector<std::uint32_t> points(in.Below(12));
-  for (auto &point : points) point = in.OneIn(8) ? in.Value<std::uint32_t>() : in.Take<std::uint32_t>() % 100001;
-  std::sort(points.begin(), points.end());
-  const bool sorted = !in.OneIn(4);  // a next value below its own counts as equal
-  while (!in.empty()) samples.sorted.push_back(in.Value<V>());
-  if (sorted) std::sort(samples.sorted.begin(), samples.sorted.end());
-  const auto total = static_cast<std::uint32_t>(samples.sorted.size());
-  const V min = total ? samples.sorted.front() : V{3}, max = total ? samples.sorted.back() : V{4};
-  std::vector<typename Api<V>::FixedPoint> results(points.size(), {1, 1});
-  const auto count = static_cast<std::uint32_t>(points.size());
-  const std::uint32_t code =
-      Api<V>::GetValues(points.data(), results.data(), count, min, max, total, LookUp<V>, &samples);
-  const auto refused = std::find_if(points.begin(), points.end(), [](auto point) { return point > 100000; });
-  ZOR_REQUIRE(code == (total == 0 ? 4u : refused != points.end() ? 3u : samples.code == 2 ? 4u : 0u));
-  for (std::size_t i = 0; i < points.size(); ++i) {
-    Wide expected = code == 3 && &points[i] > &*refused ? 1001 : 0;  // untouched
-    if (code == 0) {
-      const std::uint64_t place = std::uint64_t{points[i]} * (total - 1), rank = place / 100000;  // from 0
-      const Wide low = points[i] == 0 ? min : rank + 1 == total ? max : samples.sorted[rank];
-      const bool between = points[i] != 0 && rank + 1 != total;
-      const Wide gap = between ? std::max(Wide{samples.sorted[rank + 1]} - low, Wide{0}) : 0;
-      expected = low * 1000 + Wide{place % 100000 / 100} * gap;
-    }
-    ZOR_REQUIRE(results[i].thousandths < 1000);
-    ZOR_REQUIRE(Wide{results[i].int_part} * 1000 + results[i].thousandths == expected);
-  }
-  Api<V>::PercentilePrint(points.data(), results.data(), count);
-}
-
 // A stream of samples, long ones from few bytes: stretches that spread over a range of values, and single ones
 // around two values where something begins and ends.
 template <class V, class Function>
@@ -237,9 +152,9 @@ void Learner(Input &in) {
 
 // All ranks of a distribution are found, in order, each in the bucket that its sample was counted in; the extremes
 // are exact. bucket_of gives the bounds of that bucket. One rank is looked for elsewhere: docs/percentiles.md,
-// "What surprises".
+// "What surprises". Where it comes to a stop, no later rank is found.
 template <class V, class Find, class BucketOf>
-void CheckRanks(Find find, void *record, std::vector<V> samples, bool is_dynamic, std::uint32_t elsewhere,
+void CheckRanks(Find find, void *record, std::vector<V> samples, bool is_dynamic, std::uint32_t elsewhere, bool all,
                 BucketOf bucket_of) {
   std::sort(samples.begin(), samples.end());
   const auto n = static_cast<std::uint32_t>(samples.size());
@@ -248,10 +163,12 @@ void CheckRanks(Find find, void *record, std::vector<V> samples, bool is_dynamic
   std::vector<V> vk(ranks.size()), vk1(ranks.size());
   std::uint32_t below = 0, cursor = 0;
   const auto count = static_cast<std::uint32_t>(ranks.size());
-  ZOR_REQUIRE(find(record, ranks.data(), n, samples.front(), samples.back(), vk.data(), vk1.data(), &below, count,
-                   &cursor) == 0);
-  ZOR_REQUIRE(cursor == count && vk[0] == samples.front() && (ranks.back() != n || vk.back() == samples.back()));
-  for (std::uint32_t i = 0; i < count; ++i) {
+  const V min = samples.front(), max = samples.back();
+  const std::uint32_t code = find(record, ranks.data(), n, min, max, vk.data(), vk1.data(), &below, count, &cursor);
+  ZOR_REQUIRE(cursor <= count && code == (cursor == count ? 0u : 2u) && (cursor == count || !all));
+  ZOR_REQUIRE(cursor == 0 || vk[0] == min);
+  ZOR_REQUIRE(cursor < count || ranks.back() != n || vk.back() == max);
+  for (std::uint32_t i = 0; i < cursor; ++i) {
     if (ranks[i] == elsewhere) continue;
     const auto [low, high] = bucket_of(samples[ranks[i] - 1]);
     const auto next = bucket_of(samples[std::min(ranks[i], n - 1)]);
@@ -313,21 +230,23 @@ void Distribution(Input &in) {
   ZOR_REQUIRE(kept == nodes && dynamic.min_list.length + dynamic.max_list.length == nodes.size());
   ZOR_REQUIRE(under == (is_dynamic ? dynamic.min_list.exceptions : range.u16_min_exception_counter));
   ZOR_REQUIRE(over == (is_dynamic ? dynamic.max_list.exceptions : range.u16_max_exception_counter));
-  // Exact bounds need the product of width and buckets; beyond the cap a side's samples may lie anywhere.
+  // Exact bounds need the product of width and buckets; beyond the cap exceptions lie outside all buckets.
   const bool exact = step <= kMax<V> && width * nsc <= kMax<typename A::Unsigned>;
-  if (!samples.empty() && exact && !(is_dynamic && under + over != 0)) {
+  const bool all = !is_dynamic || under + over == 0;
+  if (!samples.empty() && exact) {
     const auto bucket = [&](V v) -> std::pair<Wide, Wide> {
       if (v >= start && v < end) {  // its sub-range, or what rounding leaves beside it
         const auto at = static_cast<Wide>(index(v));
         return {start + at * width / nsc - 4, start + ((at + 1) * width + nsc - 1) / nsc + 1};
       }
+      if (!all) return {kMin<V>, kMax<V>};
       if (is_dynamic) return {node(v), std::min(node(v) + step - 1, kMax<V>)};
       return v < start ? std::pair(kMin<V>, Wide{start}) : std::pair(end, kMax<V>);
     };
     if (is_dynamic) {
-      CheckRanks<V>(A::DynamicFind, &dynamic, samples, true, 0, bucket);
+      CheckRanks<V>(A::DynamicFind, &dynamic, samples, true, 0, all, bucket);
     } else {
-      CheckRanks<V>(A::RangeFind, &range, samples, false, under, bucket);
+      CheckRanks<V>(A::RangeFind, &range, samples, false, under, true, bucket);
     }
   }
   A::RangePrint(&range);
@@ -338,8 +257,8 @@ void Distribution(Input &in) {
 
 template <class V>
 void RunOne(Input &in) {
-  constexpr void (*kFamilies[])(Input &) = {Bucket<V>,      Bucket<V>,  Summary<V>,      SortedArray<V>,
-                                            Percentiles<V>, Learner<V>, Distribution<V>, Distribution<V>};
+  constexpr void (*kFamilies[])(Input &) = {Bucket<V>,  Bucket<V>,       Summary<V>,
+                                            Learner<V>, Distribution<V>, Distribution<V>};
   kFamilies[in.Below(std::size(kFamilies))](in);
 }
 
