@@ -357,30 +357,3 @@ TEST_F(EngineTest, TurnsHoursIntoPolls) {
     }
   }
 }
-
-// Many rows, in their order and in another one: each comes to its own instances.
-TEST_F(EngineTest, ManyObjectsAndManyInstances) {
-  constexpr std::uint32_t kObjects = 30, kInstances = 3001;
-  MakeDg(ZOR_PROCESS_FLAG_SUMMARY);
-  std::vector<std::string> names(kObjects);
-  std::vector<Column> columns = {{"key", 0}};
-  std::string expected;
-  for (std::uint32_t i = 0; i < kObjects; ++i) {
-    names[i] = "object-" + std::to_string(i);
-    ASSERT_EQ(MakeObject(names[i].c_str(), 0), 0u);
-    columns.push_back({names[i].c_str(), ZOR_PROCESS_DATA_TYPE_UINT32});
-    for (std::uint32_t k = 0; k < kInstances; ++k) {
-      const std::string key = std::to_string(k);
-      expected += "ifstats-summary, " + names[i] + ", " + key + ", 2, " + key + ", " + key + ", " + key + ".000\n";
-    }
-  }
-  ASSERT_EQ(Template(columns), 0u);
-  for (const std::uint32_t step : {1, 7}) {
-    for (std::uint32_t i = 0; i < kInstances; ++i) {
-      const std::uint32_t key = i * step % kInstances;
-      ASSERT_EQ(Row(std::to_string(key).c_str(), std::vector<std::optional<Value>>(kObjects, key)), 0u);
-    }
-  }
-  ASSERT_EQ(Clear(1), 0u);
-  EXPECT_TRUE(WithoutTime(Collect()) == expected);
-}

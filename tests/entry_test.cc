@@ -106,8 +106,17 @@ TEST_F(EntryTest, PrintsBoundsAndWhatIsNotKept) {
     EXPECT_EQ(Next(cursor), "");
   }
   const zor_process_data_cursor_t dg = Cursor();  // without a handle the report goes to standard output
-  EXPECT_THAT(Printed([&] { zor_process_engine_print_object_instance_data(&engine, &dg, "sum", "a", nullptr, 4); }),
-              ::testing::EndsWith("Percentile Values: \nNot configured\n"));
+  EXPECT_THAT(
+      Printed([&] { zor_process_engine_print_object_instance_data(&engine, &dg, "drift", "a", nullptr, 4); }),
+      ::testing::EndsWith("Percentile Values: \nNot configured\n"));
+  // The number of a line is cut where its name has no room.
+  zor_process_print_handle_t handle = {zor_datalist_create(), 99998, {}, nullptr, 0};
+  zor_process_engine_print_object_instance_data_with_handle(&engine, &dg, "sum", "a", nullptr, 0, &handle);
+  pvg_prt_handle = nullptr;
+  zor_datalist_item_t item;
+  ASSERT_EQ(zor_datalist_get(handle.datalist, 1, &item), 0);
+  EXPECT_EQ(std::tuple(std::string(item.name), handle.buf_count), std::tuple("buf1000", 100000));
+  zor_datalist_free(handle.datalist);
 }
 
 // The operations through the tables, as an outside caller may use them.

@@ -42,6 +42,33 @@ TYPED_TEST(StatisticsTest, ServesTheWidestBuckets) {
   }
 }
 
+// Ranks just below a range, and in sub-ranges whose bounds are products that the type cannot hold.
+TYPED_TEST(StatisticsTest, FindsRanksAtTheEdges) {
+  using V = TypeParam;
+  using A = Api<V>;
+  constexpr V kHalf = static_cast<V>(std::numeric_limits<typename A::Unsigned>::max() / 2), kThird = kHalf / 3;
+  const auto find = [](V low, V high, const std::vector<V> &samples, std::uint32_t rank) {
+    typename A::RangeCounters range = {};
+    EXPECT_EQ(A::RangeInit(&range, low, high, 3), 0u);
+    for (const V v : samples) A::RangeInsert(&range, v);
+    V vk = 0, vk1 = 0;
+    std::uint32_t below = 0, cursor = 0;
+    EXPECT_EQ(A::RangeFind(&range, &rank, static_cast<std::uint32_t>(samples.size()), samples.front(),
+                           samples.back(), &vk, &vk1, &below, 1, &cursor),
+              0u);
+    std::free(range.pu16_counters);
+    return vk;
+  };
+  EXPECT_EQ(find(50, 59, {49, 49, 49, 49, 55}, 2), 49);
+  const std::vector<V> samples = {0,         kHalf / 2, kHalf / 2, kHalf / 2, kHalf / 2,
+                                  kHalf - 9, kHalf - 9, kHalf - 9, kHalf - 1};
+  for (const std::uint32_t rank : {2u, 5u, 8u}) {
+    EXPECT_THAT(find(0, kHalf, samples, rank),
+                rank == 8 ? ::testing::AllOf(::testing::Ge(kThird * 2), ::testing::Le(kHalf))
+                          : ::testing::AllOf(::testing::Ge(kThird), ::testing::Le(kThird * 2 + 2)));
+  }
+}
+
 TYPED_TEST(StatisticsTest, AnalyzerLearnsThenCounts) {
   using V = TypeParam;
   using A = Api<V>;
@@ -196,10 +223,30 @@ TEST(StatisticsPrint, ShowsDecimalValues) {
             "P[100.001] = 9223372036854775807.999\n");
   EXPECT_EQ(stats_percentile_get_values_int64(points, values, 0, 0, 0, 0, lookup, &next), 4u);
   EXPECT_EQ(stats_percentile_get_values_int64(points + 2, values, 2, 0, 0, 2, lookup, &next), 3u);
+}
+
+TEST(SortedArray, KeepsEitherTail) {
   stats_sorted_array_int32_t array = {};
+  EXPECT_EQ(stats_sorted_array_init_int32(&array, 0), 1u);
   ASSERT_EQ(stats_sorted_array_init_int32(&array, 3), 0u);
-  for (const int v : {5, -1}) stats_sorted_array_adv_insert_int32(&array, v, 0, nullptr, nullptr);
-  EXPECT_EQ(Printed([&] { stats_sorted_array_print_int32(&array); }),
-            "Sorted-Array => Size = 3, Valid-Length = 2\nSorted-Array-Content => [-1][5]\n");
+  std::uint32_t was_full = 7;
+  for (const int v : {5, -1, 3})
+    EXPECT_EQ(stats_sorted_array_adv_insert_int32(&array, v, 1, &was_full, nullptr), 0u);
+  EXPECT_EQ(was_full, 0u);
+  const struct {
+    std::int32_t value, mode;
+    std::uint32_t code, was_full;
+    std::int32_t out;
+    const char *contents;
+  } steps[] = {{4, 0, 1, 0, 99, "[-1][3][5]"}, {4, 3, 0, 0, 99, "[-1][3][5]"}, {4, 2, 0, 1, -1, "[3][4][5]"},
+               {3, 2, 1, 1, 3, "[3][4][5]"},   {2, 1, 0, 1, 5, "[2][3][4]"},   {4, 1, 1, 1, 4, "[2][3][4]"}};
+  for (const auto &[value, mode, code, full, leaving, contents] : steps) {
+    std::int32_t out = 99;
+    EXPECT_EQ(stats_sorted_array_adv_insert_int32(&array, value, mode, &was_full, &out), code);
+    EXPECT_EQ(std::tuple(was_full, out), std::tuple(full, leaving));
+    EXPECT_EQ(
+        Printed([&] { stats_sorted_array_print_int32(&array); }),
+        std::string("Sorted-Array => Size = 3, Valid-Length = 3\nSorted-Array-Content => ") + contents + "\n");
+  }
   stats_sorted_array_uninit_int32(&array);
 }
