@@ -221,7 +221,7 @@ class AllocationFailureTest : public EngineTest {
     EXPECT_EQ(Armed([&] { return Clear(0); }), 0u);
   }
 
-  // Items that there is no memory for are left out; those that arrive are whole, in order and numbered.
+  // Items that there is no memory for are left out; those that arrive are whole and in order.
   void CheckedReport() {
     const auto expected = Report(7);
     zor_process_print_handle_t handle = {Armed([] { return zor_datalist_create(); }), 0, {}, nullptr, 0};
@@ -231,17 +231,14 @@ class AllocationFailureTest : public EngineTest {
                                                                 &handle);
     });
     pvg_prt_handle = nullptr;
-    EXPECT_EQ(handle.buf, nullptr);
-    int last = 0;
     auto next = expected.begin();
     zor_datalist_item_t item;
     for (std::uint32_t i = 0; zor_datalist_get(handle.datalist, i, &item) == 0; ++i) {
-      const int number = std::stoi(item.name + 3);
-      EXPECT_LT(std::exchange(last, number), number);
       next = std::find(next, expected.end(), item.text);
       ASSERT_NE(next++, expected.end()) << item.text;
     }
-    EXPECT_LE(last, handle.buf_count);
+    EXPECT_LE(expected.size() - static_cast<std::size_t>(handle.buf_count),
+              heap.from_there_on ? expected.size() : 1u);
     zor_datalist_free(handle.datalist);
   }
 

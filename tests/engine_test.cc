@@ -335,24 +335,21 @@ TEST_F(EngineTest, ClearsOnlyWhatTheMaskSelects) {
 
 // An object's clear interval becomes a number of samples; seen in the entry that keeps it.
 TEST_F(EngineTest, TurnsHoursIntoPolls) {
-  const struct {
-    std::uint32_t type, interval, poll_interval;
-    std::uint16_t expected;
-  } cases[] = {{1, 7, 10, 7},    {2, 1, 60, 60},   {2, 1, 700, 6},   {2, 1, 900, 4},
-               {0, 0, 10, 2000}, {5, 9, 10, 2000}, {1, 65537, 10, 1}};
-  for (auto c : cases) {
+  std::uint32_t cases[][4] = {{1, 7, 10, 7},    {2, 1, 60, 60},   {2, 1, 700, 6},   {2, 1, 900, 4},
+                              {0, 0, 10, 2000}, {5, 9, 10, 2000}, {1, 65537, 10, 1}};
+  for (auto &[type, interval, poll_interval, expected] : cases) {
     for (const bool at_dg : {false, true}) {
-      if (!at_dg && c.type == 0) continue;
-      MakeDg(1, at_dg ? c.type : 9, c.interval);
-      zor_process_engine_set_poll_interval(&engine, "ifstats", c.poll_interval);
+      if (!at_dg && type == 0) continue;
+      MakeDg(1, at_dg ? type : 9, interval);
+      zor_process_engine_set_poll_interval(&engine, "ifstats", poll_interval);
       const char *name = "rx";
-      zor_process_attr_t common = {nullptr, nullptr, &c.type, &c.interval};
+      zor_process_attr_t common = {nullptr, nullptr, &type, &interval};
       zor_process_object_attr_t attr = {nullptr, at_dg ? nullptr : &common, nullptr, nullptr, nullptr};
       ASSERT_EQ(zor_process_engine_set_object(&engine, 0, "ifstats", &name, &attr), 0u);
       ASSERT_EQ((Codes{Template({{"key", 0}, {"rx", kUint64}}), Row("a", {std::uint64_t{1}})}), (Codes{0, 0}));
       auto cursor = Cursor();
       Next(cursor);
-      EXPECT_EQ(static_cast<Api<std::uint64_t>::Entry *>(cursor.entry)->clear_count, c.expected);
+      EXPECT_EQ(static_cast<Api<std::uint64_t>::Entry *>(cursor.entry)->clear_count, expected);
       SetDg(ZOR_PROCESS_OPER_DELETE, "ifstats");
     }
   }
