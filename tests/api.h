@@ -24,8 +24,6 @@ struct Api;
         (sizeof(value) == 8 ? 3 : 1) + static_cast<std::uint32_t>(value(-1) > 0);       \
     static constexpr auto ArrayInit = stats_sorted_array_init_##type;                   \
     static constexpr auto ArrayUninit = stats_sorted_array_uninit_##type;               \
-    static constexpr auto ArrayInsert = stats_sorted_array_adv_insert_##type;           \
-    static constexpr auto ArrayPrint = stats_sorted_array_print_##type;                 \
     static constexpr auto LearnerInit = stats_learner_init_##type;                      \
     static constexpr auto LearnerUninit = stats_learner_uninit_##type;                  \
     static constexpr auto LearnerLearn = stats_learner_learn_##type;                    \

@@ -163,7 +163,7 @@ TEST_F(EngineTest, RefusesTemplatesAndRowsThatDoNotFit) {
   auto cursor = Cursor();
   EXPECT_EQ(WithoutTime(Next(cursor)), "ifstats-summary, rx, late, 1, 1, 1, 1.000\n");
   EXPECT_TRUE(Ends(cursor));
-  const auto refused = [&](void **columns) { return std::pair(Send(1, 0, columns), Clear(0)); };
+  const auto refused = [&](void **columns) { return std::pair{Send(1, 0, columns), Clear(0)}; };
   constexpr std::pair<std::uint32_t, std::uint32_t> kWithoutKey = {10, 0};
   cells[3].type = 0;
   EXPECT_EQ(refused(row), kWithoutKey);

@@ -194,6 +194,8 @@ TYPED_TEST(StatisticsTest, RangesReachBothEndsOfTheType) {
 }
 
 TEST(StatisticsPrint, ShowsDecimalValues) {
+  EXPECT_THAT(g_stats_percentile_1000,
+              ::testing::ElementsAre(0, 130, 2280, 15870, 50000, 84130, 97720, 99870, 100000));
   const struct {
     std::int64_t total;
     std::uint32_t count;
