@@ -132,6 +132,7 @@ TEST_F(EngineTest, LatchesFailuresUntilTheDataIsReset) {
   EXPECT_EQ((Codes{EndOfPoll(), SetDg(ZOR_PROCESS_OPER_CLEAR, "ifstats")}), (Codes{0, 0}));
   EXPECT_EQ(Template({{"key", 0}, {"rx", kUint64}}), 0u);
   EXPECT_EQ(Row("a", {std::uint64_t{1}}), 0u);
+  EXPECT_EQ(Report(0).at(1), "\nNumber of samples: 1\n");
   EXPECT_EQ((Codes{Send(3), Row("a", {std::uint64_t{2}}), Clear(0), Send(4), Clear(1)}), (Codes{11, 11, 0, 12, 0}));
   EXPECT_EQ(WithoutTime(Collect()), "ifstats-summary, rx, a, 1, 1, 1, 1.000\n");
 }

@@ -1,6 +1,7 @@
 // What the statistics come to in figures, and at the ends of numbers. Against samples at random they are held by
 // fuzz/statistics.cc.
 
+#include <algorithm>
 #include <limits>
 
 #include "engine_fixture.h"
@@ -67,6 +68,37 @@ TYPED_TEST(StatisticsTest, FindsRanksAtTheEdges) {
                 rank == 8 ? ::testing::AllOf(::testing::Ge(kThird * 2), ::testing::Le(kHalf))
                           : ::testing::AllOf(::testing::Ge(kThird), ::testing::Le(kThird * 2 + 2)));
   }
+}
+
+// With buckets around the range: its start follows the last sample below it, the first bucket above the last one
+// inside, and the lowest bucket the last of the samples for which there was none.
+TYPED_TEST(StatisticsTest, FindsRanksAcrossBuckets) {
+  using V = TypeParam;
+  using A = Api<V>;
+  const auto find = [](std::uint16_t cap, const std::vector<V> &samples, const std::vector<V> &vk,
+                       const std::vector<V> &vk1) {
+    typename A::RangeCounters range = {};
+    typename A::DynamicCounters dynamic = {};
+    ASSERT_EQ(A::RangeInit(&range, 100, 110, 10), 0u);
+    A::DynamicInit(&dynamic, &range, cap);
+    for (const V v : samples) {
+      if (A::DynamicInsert(&dynamic, v) == -2) A::RangeInsert(&range, v);
+    }
+    const std::uint32_t ranks[] = {2, 3, 4, 5, 6, 7};
+    std::vector<V> found(6), next(6);
+    std::uint32_t cursor = 0;
+    const auto [min, max] = std::minmax_element(samples.begin(), samples.end());
+    for (const std::uint32_t code : {0u, 2u}) {  // then there is no rank left
+      EXPECT_EQ(A::DynamicFind(&dynamic, ranks, 8, *min, *max, found.data(), next.data(), nullptr, 6, &cursor),
+                code);
+    }
+    EXPECT_EQ(found, vk);
+    EXPECT_EQ(next, vk1);
+    A::DynamicUninit(&dynamic);
+    std::free(range.pu16_counters);
+  };
+  find(10, {80, 90, 99, 100, 105, 109, 115, 120}, {91, 99, 101, 105, 109, 115}, {98, 100, 105, 109, 115, 119});
+  find(2, {96, 116, 10, 20, 30, 200, 210, 220}, {80, 95, 97, 116, 117, 136}, {81, 96, 100, 117, 118, 137});
 }
 
 TYPED_TEST(StatisticsTest, AnalyzerLearnsThenCounts) {
