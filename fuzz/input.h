@@ -50,22 +50,13 @@ class Input {
       const U distance = Take<std::uint8_t>();
       return static_cast<V>(above ? static_cast<U>(value) + distance : static_cast<U>(value) - distance);
     };
-    switch (Below(8)) {
-      case 0:
-        return near(0, false);
-      case 1:
-        return static_cast<V>(Take<std::uint16_t>());
-      case 2:
-        return Take<V>();
-      case 3:
-        return near(std::numeric_limits<V>::max(), false);
-      case 4:
-        return near(std::numeric_limits<V>::min(), true);
-      case 5:
-        return static_cast<V>(U{1} << Below(sizeof(V) * 8));
-      default:
-        return near(0, true);
-    }
+    const std::uint32_t pick = Below(8);
+    if (pick == 1) return static_cast<V>(Take<std::uint16_t>());
+    if (pick == 2) return Take<V>();
+    if (pick == 3) return near(std::numeric_limits<V>::max(), false);
+    if (pick == 4) return near(std::numeric_limits<V>::min(), true);
+    if (pick == 5) return static_cast<V>(U{1} << Below(sizeof(V) * 8));
+    return near(0, pick != 0);
   }
 
  private:

@@ -1,5 +1,5 @@
 // What zorstat reads: poll files with settings, which are then counted, and the kernel's tables. Whatever is in
-// them, they are taken or refused with the errors meant for that.
+// them, they are taken or refused with the errors meant for that; what was read can be written, and read again.
 //
 // An input is a letter, then text: "n", "d" or "c" and a table of the kernel; or "p" and, with lines "===" between
 // them, a settings file, options as on the command line (one a line, "name=value") and a poll file.
@@ -8,18 +8,15 @@
 #include <unistd.h>
 
 #include <string>
-#include <vector>
 
 #include "input.h"
-#include "tools/clock.h"
-#include "tools/collector.h"
 #include "tools/config_file.h"
 #include "tools/error.h"
 #include "tools/poll_file.h"
 #include "tools/proc_table.h"
+#include "tools/session.h"
 #include "tools/settings.h"
 #include "tools/source.h"
-#include "tools/text.h"
 
 namespace zor_fuzz {
 namespace {
@@ -31,25 +28,13 @@ constexpr std::uint32_t kManyBuckets = 500;  // more cost time and memory and sh
 constexpr std::string_view kOptions[] = {"statistics", "buckets",    "range",    "clear",      "objects",
                                          "instances",  "cumulative", "interval", "percentile", "dg"};
 
-// A file in memory, which lasts as long as the process.
-class MemoryFile {
- public:
-  MemoryFile() : fd_(memfd_create("input", 0)), path_("/proc/self/fd/" + std::to_string(fd_)) {}
-
-  const std::string &With(std::string_view text) const {
-    ZOR_REQUIRE(ftruncate(fd_, 0) == 0);
-    ZOR_REQUIRE(pwrite(fd_, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size()));
-    return path_;
-  }
-
- private:
-  int fd_;
-  std::string path_;
-};
-
-const MemoryFile &TheFile() {
-  static const MemoryFile file;
-  return file;
+// Puts a text into a file in memory, which lasts as long as the process.
+const std::string &FileWith(std::string_view text) {
+  static const int fd = memfd_create("input", 0);
+  static const std::string path = "/proc/self/fd/" + std::to_string(fd);
+  ZOR_REQUIRE(ftruncate(fd, 0) == 0);
+  ZOR_REQUIRE(pwrite(fd, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size()));
+  return path;
 }
 
 // Takes a step that may be refused. Any other exception ends the run.
@@ -71,10 +56,10 @@ std::string_view TakeUntil(std::string_view *text, std::string_view separator) {
 }
 
 // What the reader made of a poll file, as a poll file.
-std::string Rewrite(const std::string &path) {
+std::string Rewrite(std::string_view lines) {
   std::string text;
   Takes<Error>([&] {
-    PollFileReader reader(path);
+    PollFileReader reader(FileWith(lines));
     text = PollFileHeader(reader.table());
     Poll poll;
     while (reader.Next(&poll)) {
@@ -85,47 +70,12 @@ std::string Rewrite(const std::string &path) {
   return text;
 }
 
-void CheckRecords(std::string_view records) {
-  while (!records.empty()) {
-    const std::size_t end = records.find("\r\n");
-    ZOR_REQUIRE(end != std::string_view::npos && end > 0);
-    ZOR_REQUIRE(std::find_if(records.begin(), records.begin() + end, IsControl) == records.begin() + end);
-    records.remove_prefix(end + 2);
-  }
-}
-
-// Counts a poll file as a replay does.
-void Count(const Settings &settings, const std::string &path) {
-  FileSource source(path, false);
-  std::vector<ObjectPlan> plans = PlanObjects(settings, source.table());
-  for (ObjectPlan &plan : plans) plan.buckets = std::min(plan.buckets, kManyBuckets);
-  Poll poll;
-  if (!source.Next(&poll)) return;
-  const std::uint32_t interval = settings.interval ? settings.interval->value : source.Interval(poll);
-  Collector collector(source.table(), plans, settings, settings.dg ? settings.dg->value : "dg", interval);
-  std::string records;
-  FirstFailure failure;
-  failure.Try([&] {
-    do {
-      SetRecordTime(poll.time);
-      collector.AddRows(poll, source.Place(poll));
-      if (settings.report && source.IsLast()) collector.Report();
-      collector.EndPoll(&records);
-    } while (source.Next(&poll));
-  });
-  failure.Try([&] { collector.Report(); });
-  failure.Try([&] { collector.Finish(&records); });
-  CheckRecords(records);
-  collector.Notes();
-  failure.Rethrow();
-}
-
 void ReadPolls(std::string_view text) {
   const std::string_view config = TakeUntil(&text, "\n===\n");
   std::string_view options = TakeUntil(&text, "\n===\n");
   Settings settings;
   const bool understood = Takes<SettingsError>([&] {
-    settings = ReadConfigFile(TheFile().With(config));
+    settings = ReadConfigFile(FileWith(config));
     while (!options.empty()) {
       std::string_view value = TakeUntil(&options, "\n");
       const std::string_view name = TakeUntil(&value, "=");
@@ -136,10 +86,17 @@ void ReadPolls(std::string_view text) {
       }
     }
   });
-  // What was taken is taken again, unchanged.
-  const std::string rewritten = Rewrite(TheFile().With(text));
-  ZOR_REQUIRE(Rewrite(TheFile().With(rewritten)) == rewritten);
-  if (understood) Takes<Error>([&] { Count(settings, TheFile().With(text)); });
+  const std::string rewritten = Rewrite(text);
+  ZOR_REQUIRE(Rewrite(rewritten) == rewritten);
+  if (!understood) return;
+  if (settings.buckets) settings.buckets->value = std::min(settings.buckets->value, kManyBuckets);
+  for (ObjectSettings &object : settings.tables) {
+    if (object.buckets) object.buckets->value = std::min(object.buckets->value, kManyBuckets);
+  }
+  Takes<Error>([&] {
+    FileSource source(FileWith(text), false);
+    Count(&source, settings, "dg", "-", RecordTime::kOfPoll);
+  });
 }
 
 void ReadKernelTable(std::string_view kind, std::string_view text) {
@@ -149,7 +106,7 @@ void ReadKernelTable(std::string_view kind, std::string_view text) {
   std::string lines = PollFileHeader(table.table());
   // A name that no poll file can hold is refused there.
   if (!Takes<Error>([&] { AppendPollLines(table.table(), poll, &lines); })) return;
-  ZOR_REQUIRE(Rewrite(TheFile().With(lines)) == lines);
+  ZOR_REQUIRE(Rewrite(lines) == lines);
 }
 
 }  // namespace
@@ -160,18 +117,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
   SilenceStandardOutput();
   if (size == 0) return 0;
   const std::string_view text(reinterpret_cast<const char *>(data) + 1, size - 1);
-  switch (data[0]) {
-    case 'n':
-      ReadKernelTable("net", text);
-      break;
-    case 'd':
-      ReadKernelTable("disk", text);
-      break;
-    case 'c':
-      ReadKernelTable("cpu", text);
-      break;
-    default:
-      ReadPolls(text);
+  const char letter = static_cast<char>(data[0]);
+  if (letter == 'n' || letter == 'd' || letter == 'c') {
+    ReadKernelTable(letter == 'n' ? "net" : letter == 'd' ? "disk" : "cpu", text);
+  } else {
+    ReadPolls(text);
   }
   return 0;
 }

@@ -16,16 +16,14 @@ struct Api;
     using RangeCounters = stats_range_counters_##type##_t;                              \
     using FixedPoint = stats_fixed_point_##type##_t;                                    \
     using Entry = zor_process_object_instance_entry_##type##_t;                         \
-    static constexpr std::uint32_t kTypeCode =                                          \
-        #type[0] == 'u' ? (sizeof(value) == 8 ? 4 : 2) : (sizeof(value) == 8 ? 3 : 1);  \
     using SortedArray = stats_sorted_array_##type##_t;                                  \
     using Learner = stats_learner_##type##_t;                                           \
     using DynamicCounters = stats_dynamic_counters_##type##_t;                          \
     using Analyzer = stats_analyzer_##type##_t;                                         \
+    static constexpr std::uint32_t kTypeCode =                                          \
+        (sizeof(value) == 8 ? 3 : 1) + static_cast<std::uint32_t>(value(-1) > 0);       \
     static constexpr auto ArrayInit = stats_sorted_array_init_##type;                   \
     static constexpr auto ArrayUninit = stats_sorted_array_uninit_##type;               \
-    static constexpr auto ArrayInsert = stats_sorted_array_adv_insert_##type;           \
-    static constexpr auto ArrayPrint = stats_sorted_array_print_##type;                 \
     static constexpr auto LearnerInit = stats_learner_init_##type;                      \
     static constexpr auto LearnerUninit = stats_learner_uninit_##type;                  \
     static constexpr auto LearnerLearn = stats_learner_learn_##type;                    \

@@ -2,13 +2,26 @@
 #ifndef ZOR_TESTS_ENGINE_FIXTURE_H_
 #define ZOR_TESTS_ENGINE_FIXTURE_H_
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include <cstring>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "typed_api.h"
+#include "api.h"
 #include "zor/datalist.h"
+
+using ValueTypes = ::testing::Types<std::int32_t, std::uint32_t, std::int64_t, std::uint64_t>;
+
+// What a function writes to standard output.
+template <class Function>
+std::string Printed(Function function) {
+  ::testing::internal::CaptureStdout();
+  function();
+  return ::testing::internal::GetCapturedStdout();
+}
 
 // Record lines without their second, which is the clock's.
 inline std::string WithoutTime(const std::string &records) {
@@ -40,9 +53,8 @@ class EngineTest : public ::testing::Test {
   ~EngineTest() override {
     const char *name = nullptr;
     zor_process_attr_t nothing = {};
-    while (zor_process_engine_set_dg(&engine, ZOR_PROCESS_OPER_GET, &name, &nothing) == 0) {
+    for (; zor_process_engine_set_dg(&engine, ZOR_PROCESS_OPER_GET, &name, &nothing) == 0; name = nullptr) {
       zor_process_engine_set_dg(&engine, ZOR_PROCESS_OPER_DELETE, &name, nullptr);
-      name = nullptr;
     }
     kel_hashset_free(&engine.dgs);
   }
@@ -70,24 +82,19 @@ class EngineTest : public ::testing::Test {
     return zor_process_engine_set_object_instance(&engine, ZOR_PROCESS_OPER_SET, "ifstats", object, &name);
   }
 
-  std::uint32_t Send(std::uint32_t kind, int count = 0, void **columns = nullptr) {
-    const zor_process_msg_t msg = {0, kind, count, columns};
+  std::uint32_t Send(std::uint32_t kind, std::size_t count = 0, void **columns = nullptr) {
+    const zor_process_msg_t msg = {0, kind, static_cast<std::int32_t>(count), columns};
     return zor_process_engine_process_data(&engine, "ifstats", &msg);
   }
 
   std::uint32_t Template(const std::vector<Column> &columns) {
     std::vector<zor_process_column_t> records;
-    for (const Column &c : columns) {
-      const bool is_signed = c.type_code == 1 || c.type_code == 3;
-      records.push_back({c.name,
-                         c.type_code == 0 ? 2u
-                         : is_signed      ? 1u
-                                          : 0u,
-                         0, c.type_code >= 3 ? 8u : 4u, c.type_code == 0 ? 1u : 0u});
+    for (const auto &[name, code] : columns) {
+      records.push_back({name, code == 0 ? 2u : code % 2, 0, code >= 3 ? 8u : 4u, code == 0 ? 1u : 0u});
     }
     std::vector<void *> pointers;
     for (auto &record : records) pointers.push_back(&record);
-    return Send(ZOR_PROCESS_MSG_TEMPLATE, static_cast<int>(pointers.size()), pointers.data());
+    return Send(ZOR_PROCESS_MSG_TEMPLATE, pointers.size(), pointers.data());
   }
 
   // The key in column 0, then the values; an absent value is an empty cell.
@@ -101,16 +108,16 @@ class EngineTest : public ::testing::Test {
 
   std::uint32_t EndOfPoll() { return Send(ZOR_PROCESS_MSG_END_OF_POLL); }
 
+  // A mask of 0 concerns nothing and lifts the latch.
+  std::uint32_t Clear(std::uint16_t mask) { return zor_process_engine_clear_dg_data(&engine, "ifstats", mask, 0); }
+
   zor_process_data_cursor_t Cursor() const { return {"ifstats", nullptr, nullptr, nullptr, 0}; }
 
   // A text that the library handed over; "(null)" for none. CR is left out of line ends.
   static std::string Take(char *text) {
-    if (!text) return "(null)";
-    std::string taken;
-    for (const char *c = text; *c; ++c) {
-      if (*c != '\r') taken += *c;
-    }
+    std::string taken = text ? text : "(null)";
     std::free(text);
+    std::erase(taken, '\r');
     return taken;
   }
 
@@ -118,18 +125,18 @@ class EngineTest : public ::testing::Test {
     return Take(zor_process_engine_get_next_object_instance_data(&engine, &cursor, mode));
   }
 
+  bool Ends(zor_process_data_cursor_t &cursor) { return Next(cursor) == "(null)" && !cursor.entry; }
+
   // All clear buffers in walking order, taken over.
   std::string Collect() {
     std::string records;
     zor_process_data_cursor_t cursor = Cursor();
-    for (;;) {
-      Next(cursor, 0);
-      if (!cursor.entry) return records;
-      if (char *text = zor_process_engine_get_clear_buffer(&cursor)) {
-        zor_process_engine_set_clear_buffer(&cursor, nullptr);
-        records += Take(text);
-      }
+    for (Next(cursor, 0); cursor.entry; Next(cursor, 0)) {
+      char *text = zor_process_engine_get_clear_buffer(&cursor);
+      zor_process_engine_set_clear_buffer(&cursor, nullptr);
+      if (text) records += Take(text);
     }
+    return records;
   }
 
   // The items that a report appends to a data list.

@@ -1,11 +1,10 @@
-#include <limits>
+// One instance: its records, headers and report, its baseline, and its operations through the tables.
 
 #include "engine_fixture.h"
 
 class EntryTest : public EngineTest {};
-
 template <class V>
-class TypedEntryTest : public EntryTest {};
+class TypedEntryTest : public EngineTest {};
 TYPED_TEST_SUITE(TypedEntryTest, ValueTypes);
 
 // One object over 0 to 99 in ten buckets, the twenty samples of a known distribution, in every kind of output.
@@ -81,56 +80,48 @@ TYPED_TEST(TypedEntryTest, RendersRecordsHeadersAndReport) {
               ::testing::IsSupersetOf({"0       0       0           ", "0.000\n", "No samples\n"}));
 }
 
-// Buckets whose width is no whole number, over negative values: bounds are exact in thousandths.
-TEST_F(EntryTest, PrintsBucketBoundsInThousandths) {
+// Bounds of buckets whose width is no whole number, over negative values, are exact in thousandths; and what is
+// asked for later than the data began is not kept.
+TEST_F(EntryTest, PrintsBoundsAndWhatIsNotKept) {
   MakeDg(0);
   ASSERT_EQ(MakeObject("drift", 2, 0, 3, static_cast<std::uint64_t>(-11), 88, 3), 0u);
   ASSERT_EQ(MakeObject("narrow", 2, 0, 3, 0, 9, 1), 0u);
-  ASSERT_EQ(Template({{"key", 0}, {"drift", 3}, {"narrow", 1}}), 0u);
-  for (std::int64_t v : {-11, 0, 88, -12, 89}) ASSERT_EQ(Row("a", {v, std::int32_t{1}}), 0u);
+  ASSERT_EQ(MakeObject("sum", 3, 0, 4, 0, 9, 2), 0u);
+  ASSERT_EQ(Template({{"key", 0}, {"drift", 3}, {"narrow", 1}, {"sum", 4}}), 0u);
+  for (std::int64_t v : {-11, 0, 88, -12, 89}) ASSERT_EQ(Row("a", {v, std::int32_t{1}, std::nullopt}), 0u);
   const auto items = Report(2, "drift");
   EXPECT_EQ(items.size(), 14u);
   EXPECT_EQ(items[items.size() - 2], "1         -11.000        22.333        2\n");
   EXPECT_EQ(items.back(), "3         55.666        88.999        1\n");
-  // A single bucket has no table: only the object's headings.
-  EXPECT_EQ(Report(2, "narrow").size(), 4u);
-  // A summary asked for later is not kept.
-  ASSERT_EQ(MakeObject("drift", 1), 0u);
-  auto cursor = Cursor();
-  EXPECT_EQ(Next(cursor), "(null)");
-  EXPECT_NE(cursor.entry, nullptr);
-}
-
-TEST_F(EntryTest, RendersNegativeValuesAndAbsentStatistics) {
-  MakeDg(0);
-  ASSERT_EQ(MakeObject("balance", 1), 0u);
-  ASSERT_EQ(Template({{"key", 0}, {"balance", 1}}), 0u);
-  for (std::int32_t v : {-1, 0, 0}) ASSERT_EQ(Row("a", {v}), 0u);
-  auto cursor = Cursor();
-  EXPECT_EQ(WithoutTime(Next(cursor)), "ifstats-summary, balance, a, 3, -1, 0, -0.333\n");
-  EXPECT_THAT(Report(1), ::testing::IsSupersetOf({"-1      0       -1          ", "-0.333\n"}));
-  EXPECT_THAT(Report(6), ::testing::Contains("Not configured\n"));
-
-  // Asked for later than the data began: the instance is named by the cursor, and the walk goes on after it.
-  for (const std::uint16_t later : {ZOR_PROCESS_FLAG_BASELINE, ZOR_PROCESS_FLAG_PERCENTILE}) {
-    ASSERT_EQ(MakeObject("balance", later), 0u);
-    cursor = Cursor();
-    EXPECT_EQ(Next(cursor), "(null)");
+  EXPECT_EQ(Report(2, "narrow").size(), 4u);  // a single bucket has no table: only the object's headings
+  EXPECT_EQ(Row("a", {std::nullopt, std::nullopt, UINT64_MAX}), 0u);
+  EXPECT_EQ(Row("a", {std::nullopt, std::nullopt, std::uint64_t{1}}), 11u);  // the sum is full
+  EXPECT_THAT(Report(7), ::testing::IsSupersetOf({"18446744073709551615.000\n",
+                                                  "1         0.000        5.000        1\n", "Not configured\n"}));
+  for (const std::uint16_t later : {1, 4, 8}) {
+    ASSERT_EQ(MakeObject("drift", later), 0u);
+    auto cursor = Cursor();
+    EXPECT_EQ(Next(cursor), "(null)");  // the cursor names the instance, and the walk goes on after it
     EXPECT_NE(cursor.entry, nullptr);
-    EXPECT_EQ(Next(cursor), "(null)");
-    EXPECT_EQ(cursor.entry, nullptr);
+    EXPECT_EQ(Next(cursor), "");
   }
-  // Without a handle the report goes to standard output.
-  const zor_process_data_cursor_t dg = Cursor();
+  const zor_process_data_cursor_t dg = Cursor();  // without a handle the report goes to standard output
   EXPECT_THAT(
-      Printed([&] { zor_process_engine_print_object_instance_data(&engine, &dg, "balance", "a", nullptr, 4); }),
+      Printed([&] { zor_process_engine_print_object_instance_data(&engine, &dg, "drift", "a", nullptr, 4); }),
       ::testing::EndsWith("Percentile Values: \nNot configured\n"));
+  // The number of a line is cut where its name has no room.
+  zor_process_print_handle_t handle = {zor_datalist_create(), 99998, {}, nullptr, 0};
+  zor_process_engine_print_object_instance_data_with_handle(&engine, &dg, "sum", "a", nullptr, 0, &handle);
+  pvg_prt_handle = nullptr;
+  zor_datalist_item_t item;
+  ASSERT_EQ(zor_datalist_get(handle.datalist, 1, &item), 0);
+  EXPECT_EQ(std::tuple(std::string(item.name), handle.buf_count), std::tuple("buf1000", 100000));
+  zor_datalist_free(handle.datalist);
 }
 
-// The entry operations through the tables, as an outside caller may use them.
+// The operations through the tables, as an outside caller may use them.
 TYPED_TEST(TypedEntryTest, ServesThroughTheTables) {
   using V = TypeParam;
-  using U = typename Api<V>::Unsigned;
   constexpr std::uint32_t slot = Api<V>::kTypeCode - 1;
   const V range[2] = {0, 9}, inverted[2] = {9, 0};
   const auto create = [&](std::uint32_t kind, std::uint32_t flags, const V *bounds, std::uint32_t buckets) {
@@ -139,16 +130,11 @@ TYPED_TEST(TypedEntryTest, ServesThroughTheTables) {
   };
   for (std::uint32_t flags : {9u, 10u, 12u, 15u}) EXPECT_EQ(create(0, flags, range, 5), nullptr);
   EXPECT_EQ(create(0, 2, inverted, 5), nullptr);
-  EXPECT_EQ(create(0, 2, range, 0), nullptr);
   EXPECT_EQ(create(0, 2, range, 65536), nullptr);  // the low 16 bits count
-
   auto *entry = create(1, 0x10004, nullptr, 0x10003);
   ASSERT_NE(entry, nullptr);
-  EXPECT_EQ(entry->range_counters->Nsc, 3);
-  EXPECT_EQ(entry->range_counters->Start, std::numeric_limits<V>::min());
-  EXPECT_EQ(entry->range_counters->End, std::numeric_limits<V>::max());
-  EXPECT_EQ(std::tuple(entry->clear_buffer, entry->sample_count, entry->clear_count), std::tuple(nullptr, 0, 5));
-
+  EXPECT_EQ(std::tuple(entry->range_counters->Nsc, entry->range_counters->Start, entry->clear_count),
+            std::tuple(3, std::numeric_limits<V>::min(), 5));
   // A counter that wraps: the first value primes, 150 to 20 is a step of 2^w - 130.
   std::uint32_t ended = 0;
   unsigned char unaligned[sizeof(V) + 1];
@@ -158,25 +144,72 @@ TYPED_TEST(TypedEntryTest, ServesThroughTheTables) {
     EXPECT_EQ(g_zor_poi_entry_insert_funcs[slot](entry, unaligned + 1, &ended), 0);
   }
   EXPECT_EQ(entry->summary->u32_no_of_samples, 2u);
-  EXPECT_EQ(std::is_signed_v<V> ? entry->summary->Vmin : entry->summary->Vmax, static_cast<V>(U{0} - U{130}));
-
+  EXPECT_EQ(std::is_signed_v<V> ? entry->summary->Vmin : entry->summary->Vmax, static_cast<V>(V{0} - V{130}));
   g_zor_poi_entry_clear_funcs[slot](2, entry, 0);
-  EXPECT_EQ(entry->summary->u32_no_of_samples, 2u);
-  EXPECT_EQ(entry->range_counters->u16_no_of_samples, 0);
-  EXPECT_EQ(entry->range_counters->pu16_counters[0] + entry->range_counters->pu16_counters[1], 0);
-  g_zor_poi_entry_clear_funcs[slot](1, entry, 0);
-  EXPECT_EQ(entry->summary->u32_no_of_samples, 0u);
+  EXPECT_EQ(std::tuple(entry->summary->u32_no_of_samples, entry->range_counters->u16_no_of_samples,
+                       entry->range_counters->pu16_counters[0] + entry->range_counters->pu16_counters[1]),
+            std::tuple(2u, 0, 0));
   g_zor_poi_entry_set_clear_buffer_funcs[slot](entry, strdup("held when destroyed"));
-  EXPECT_STREQ(g_zor_poi_entry_get_clear_buffer_funcs[slot](entry), "held when destroyed");
   g_zor_poi_entry_destroy_funcs[slot](entry);
-
   entry = create(0, 0, nullptr, 100);
-  ASSERT_NE(entry, nullptr);
-  EXPECT_EQ(entry->summary, nullptr);
   g_zor_poi_entry_clear_funcs[slot](3, entry, 0);  // it has nothing to clear
-  const V value = 1;
-  EXPECT_EQ(g_zor_poi_entry_insert_funcs[slot](entry, &value, &ended), 0);
+  EXPECT_EQ(g_zor_poi_entry_insert_funcs[slot](entry, range, &ended), 0);
   EXPECT_EQ(this->Take(g_zor_poi_entry_get_data_funcs[slot](4, "dg", "object", 2, nullptr, entry)), "");
-  EXPECT_EQ(ended, 0u);
   g_zor_poi_entry_destroy_funcs[slot](entry);
+}
+
+// A baseline through the engine: learning, a record at the end of every period, the refusal to overwrite one,
+// refused outliers, and the restart after a count is full.
+TYPED_TEST(TypedEntryTest, LearnsABaseline) {
+  using V = TypeParam;
+  std::uint32_t type = 1, interval = 5, buckets = 4;
+  std::uint16_t flags = ZOR_PROCESS_FLAG_BASELINE;
+  const char *name = "rx";
+  this->MakeDg(0);
+  zor_process_attr_t common = {&flags, &buckets, &type, &interval};
+  zor_process_object_attr_t attr = {nullptr, &common, nullptr, nullptr, nullptr};
+  ASSERT_EQ(zor_process_engine_set_object(&this->engine, 0, "ifstats", &name, &attr), 0u);
+  ASSERT_EQ(this->Template({{"key", 0}, {"rx", Api<V>::kTypeCode}}), 0u);
+  const auto feed = [&](std::initializer_list<int> values) {
+    std::uint32_t code = 0;
+    for (int v : values) code = this->Row("a", {static_cast<V>(v)});
+    return code;
+  };
+  EXPECT_EQ(feed({10, 20, 30, 40}), 0u);
+  EXPECT_EQ(this->Clear(15), 0u);
+  EXPECT_EQ(feed({50}), 0u);
+  EXPECT_EQ(this->Collect(), "");  // learning keeps no text
+  auto cursor = this->Cursor();
+  EXPECT_EQ(
+      WithoutTime(this->Next(cursor, 6)),
+      "Schema-def ifstats-baseline \"%u, %s, %s, %u, %f, %f, %f, %f, %f, %f, %f, %f, %f\"\n"
+      "       Epochtime Object Instance No-Of-Samples <0.000> <0.013> <2.280> <15.870> <50.000> <84.130> <97.720> "
+      "<99.870> <100.000>\nifstats-baseline, rx, a, 0\n");
+  EXPECT_EQ(feed({30, 30, 30, 30, 30}), 0u);
+  EXPECT_EQ(WithoutTime(this->Collect()),
+            "ifstats-baseline, rx, a, 5, 30.000, 30.000, 30.000, 30.000, 30.000, 30.000, 30.000, 30.000, 30.000\n");
+  EXPECT_EQ(feed({30, 30, 30, 30, 30}), 0u);
+  EXPECT_EQ(feed({30, 30, 30, 30, 30}), 11u);  // the record of ten samples still stands
+  EXPECT_THAT(WithoutTime(this->Collect()), ::testing::StartsWith("ifstats-baseline, rx, a, 10, "));
+  EXPECT_EQ(this->Clear(0), 0u);
+  cursor = this->Cursor();
+  EXPECT_THAT(Printed([&] { this->Next(cursor, ZOR_PROCESS_OUTPUT_CONSOLE); }),
+              ::testing::StartsWith("Object: rx, Instance: a\nAnalyzer: Stage = Analyzing\nVmin = 30, "));
+  for (int i = 0; i < 10; ++i) {  // far outside: ten buckets, then refusals that latch the data group
+    EXPECT_EQ(feed({1000 + 100 * i}), 0u);
+    this->Collect();
+  }
+  EXPECT_EQ(feed({9000}), 11u);
+  EXPECT_EQ(feed({30}), 11u);
+  EXPECT_EQ(this->Clear(0), 0u);
+  auto *entry = static_cast<typename Api<V>::Entry *>(cursor.entry);
+  EXPECT_EQ(std::tuple(entry->analyzer->summary.Vmax, entry->analyzer->summary.u32_no_of_samples),
+            std::tuple(V{9000}, 26u));
+  std::fill_n(entry->analyzer->range_counters.pu16_counters, 4, std::uint16_t{65535});
+  EXPECT_EQ(feed({30}), 0u);
+  EXPECT_EQ(std::tuple(entry->analyzer->stage, entry->analyzer->summary.u32_no_of_samples, entry->sample_count,
+                       entry->analyzer->range_counters.Nsc, entry->analyzer->dynamic_counters.MaxNdc),
+            std::tuple(1u, 0u, 0, 4, 10));
+  EXPECT_EQ(feed({31, 32, 33}), 0u);
+  EXPECT_EQ(entry->analyzer->summary.u32_no_of_samples, 3u);
 }

@@ -1,6 +1,5 @@
 #include "failing_heap.h"
 
-#include <cstdlib>
 #include <cstring>
 
 FailingHeap heap;
@@ -11,22 +10,14 @@ void *__real_calloc(std::size_t count, std::size_t size);
 void *__real_realloc(void *block, std::size_t size);
 void __real_free(void *block);
 
-void *__wrap_malloc(std::size_t size) {
-  if (heap.Refuses()) return nullptr;
-  ++heap.alive;
-  return __real_malloc(size);
-}
+void *__wrap_malloc(std::size_t size) { return heap.Refuses() ? nullptr : (++heap.alive, __real_malloc(size)); }
 
 void *__wrap_calloc(std::size_t count, std::size_t size) {
-  if (heap.Refuses()) return nullptr;
-  ++heap.alive;
-  return __real_calloc(count, size);
+  return heap.Refuses() ? nullptr : (++heap.alive, __real_calloc(count, size));
 }
 
 void *__wrap_realloc(void *block, std::size_t size) {
-  if (heap.Refuses()) return nullptr;
-  if (!block) ++heap.alive;
-  return __real_realloc(block, size);
+  return heap.Refuses() ? nullptr : (heap.alive += !block, __real_realloc(block, size));
 }
 
 void __wrap_free(void *block) {
@@ -35,8 +26,7 @@ void __wrap_free(void *block) {
 }
 
 char *__wrap_strdup(const char *text) {
-  const std::size_t size = std::strlen(text) + 1;
-  void *copy = __wrap_malloc(size);
-  return copy ? static_cast<char *>(std::memcpy(copy, text, size)) : nullptr;
+  void *copy = __wrap_malloc(std::strlen(text) + 1);
+  return copy ? std::strcpy(static_cast<char *>(copy), text) : nullptr;
 }
 }
