@@ -90,7 +90,7 @@ void ReadPolls(std::string_view text) {
   ZOR_REQUIRE(Rewrite(rewritten) == rewritten);
   if (!understood) return;
   if (settings.buckets) settings.buckets->value = std::min(settings.buckets->value, kManyBuckets);
-  for (ObjectSettings &object : settings.tables) {
+  for (Settings &object : settings.tables) {
     if (object.buckets) object.buckets->value = std::min(object.buckets->value, kManyBuckets);
   }
   Takes<Error>([&] {

@@ -12,6 +12,7 @@
 #include <optional>
 #include <unordered_map>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "error.h"
@@ -89,7 +90,9 @@ Recording ReadAll(Source *source) {
       for (std::size_t i = 0; i < recording.columns.size(); ++i) {
         recording.columns[i].instances.resize(instances.size());
         const Value &value = poll.values(row)[i];
-        if (value.present) recording.columns[i].instances[instance].push_back({value.bits, recording.polls});
+        if (!value) continue;
+        const auto bits = std::visit([](auto number) { return static_cast<std::uint64_t>(number); }, *value);
+        recording.columns[i].instances[instance].push_back({bits, recording.polls});
       }
     }
   }
@@ -97,7 +100,7 @@ Recording ReadAll(Source *source) {
   return recording;
 }
 
-template <typename Visit>
+template <class Visit>
 void ForEachStep(const History &history, Visit visit) {
   for (std::uint32_t instance = 0; instance < history.instances.size(); ++instance) {
     const std::vector<Reading> &readings = history.instances[instance];
