@@ -166,8 +166,8 @@ void CheckRanks(Find find, void *record, std::vector<V> samples, bool is_dynamic
   const V min = samples.front(), max = samples.back();
   const std::uint32_t code = find(record, ranks.data(), n, min, max, vk.data(), vk1.data(), &below, count, &cursor);
   ZOR_REQUIRE(cursor <= count && code == (cursor == count ? 0u : 2u) && (cursor == count || !all));
-  ZOR_REQUIRE(cursor == 0 || vk[0] == min);
-  ZOR_REQUIRE(cursor < count || ranks.back() != n || vk.back() == max);
+  ZOR_REQUIRE(cursor == 0 || (vk[0] == min && vk1[0] == min));
+  ZOR_REQUIRE(cursor < count || ranks.back() != n || n == 1 || (vk.back() == max && vk1.back() == max));
   for (std::uint32_t i = 0; i < cursor; ++i) {
     if (ranks[i] == elsewhere) continue;
     const auto [low, high] = bucket_of(samples[ranks[i] - 1]);

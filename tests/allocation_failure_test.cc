@@ -280,6 +280,22 @@ TEST_F(AllocationFailureTest, Engine) {
   });
 }
 
+// An instance takes memory for what it holds, and little more.
+TEST_F(AllocationFailureTest, BytesOfAnInstance) {
+  using A = Api<std::uint64_t>;
+  const std::size_t room = sizeof(A::Entry) + sizeof "key" + 24;
+  const std::pair<std::uint32_t, std::size_t> cases[] = {
+      {7, room + sizeof(A::Summary) + sizeof(A::RangeCounters) + 20}, {8, room + sizeof(A::Analyzer) + 32}};
+  for (const auto &[flags, most] : cases) {
+    heap = {0, false, false, 0, heap.alive};
+    void *entry = Armed([&, kind = flags] {
+      return zor_process_object_instance_entry_create_uint64("key", 0, kind, nullptr, 10, 2, nullptr);
+    });
+    EXPECT_LE(heap.bytes, most) << flags;
+    zor_process_object_instance_entry_destroy_uint64(entry);
+  }
+}
+
 template <class V>
 class StatisticsFailureTest : public ::testing::Test {};
 TYPED_TEST_SUITE(StatisticsFailureTest, ValueTypes);

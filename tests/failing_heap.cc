@@ -10,14 +10,14 @@ void *__real_calloc(std::size_t count, std::size_t size);
 void *__real_realloc(void *block, std::size_t size);
 void __real_free(void *block);
 
-void *__wrap_malloc(std::size_t size) { return heap.Refuses() ? nullptr : (++heap.alive, __real_malloc(size)); }
+void *__wrap_malloc(std::size_t size) { return heap.Refuses(size) ? nullptr : (++heap.alive, __real_malloc(size)); }
 
 void *__wrap_calloc(std::size_t count, std::size_t size) {
-  return heap.Refuses() ? nullptr : (++heap.alive, __real_calloc(count, size));
+  return heap.Refuses(count * size) ? nullptr : (++heap.alive, __real_calloc(count, size));
 }
 
 void *__wrap_realloc(void *block, std::size_t size) {
-  return heap.Refuses() ? nullptr : (heap.alive += !block, __real_realloc(block, size));
+  return heap.Refuses(size) ? nullptr : (heap.alive += !block, __real_realloc(block, size));
 }
 
 void __wrap_free(void *block) {

@@ -14,9 +14,12 @@ struct FailingHeap {
   long count = 0;
   long alive = 0;  // blocks not freed
 
-  bool Refuses() {
+  std::size_t bytes = 0;  // asked for
+
+  bool Refuses(std::size_t size) {
     if (!armed) return false;
     ++count;
+    bytes += size;
     return failing != 0 && (from_there_on ? count >= failing : count == failing);
   }
 };
