@@ -54,6 +54,7 @@ struct State {
   bool has_summary;                 // else nothing is seen of what it counts
   std::uint32_t counted, recorded;  // by the summary, and by that in the clear buffer
   std::string records;
+  bool operator==(const State &) const = default;
 };
 using States = std::map<std::pair<std::string, std::string>, State>;  // by column and key
 
@@ -93,6 +94,7 @@ class Session {
     if (step < 11) return EndPolls();
     if (step == 11) return Clear();
     if (step < 14) return Walk(DgName());
+    if (step == 14) return Remove();
     Report();
   }
 
@@ -256,6 +258,24 @@ class Session {
       ZOR_REQUIRE(state.counted == (recorded ? 0 : was.counted) && (recorded == 0 || recorded == was.counted));
       ZOR_REQUIRE(was.records == "none" || state.records == was.records);
     }
+  }
+
+  // The chosen ones are gone unless they hold records; the others are as they were.
+  void Remove() {
+    const char *dg = DgName();
+    std::uint32_t chosen = in_.Take<std::uint16_t>();
+    const auto is_chosen = [](const zor_process_data_cursor_t *instance, void *lengths) -> int {
+      return *static_cast<std::uint32_t *>(lengths) >>
+                 std::strlen(static_cast<EntryHead *>(instance->entry)->name) % 16 &
+             1;
+    };
+    States expected = StatesOf(dg);
+    std::erase_if(expected, [&](const auto &item) {
+      return chosen >> item.first.second.size() % 16 & 1 && item.second.records == "none";
+    });
+    const bool has_group = FindDg(dg) != nullptr;
+    ZOR_REQUIRE((zor_process_engine_remove_instances(&engine_, dg, is_chosen, &chosen) == 0) == has_group);
+    ZOR_REQUIRE(StatesOf(dg) == expected);
   }
 
   // A walk meets all instances in order, up to a column whose object is gone. Some records are collected on the
