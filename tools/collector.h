@@ -38,8 +38,9 @@ class Collector {
   std::vector<std::string> Notes() const;
 
  private:
-  // An object is a group of its own, so that a clear or a baseline that fails is its own affair; and for all groups
-  // to have the name that the user chose, each has an engine, which lives with it.
+  // An object is a group of its own, so that a clear or a baseline that fails is its own affair; beside other
+  // statistics of a column a baseline is another object. For all groups to have the name that the user chose, each
+  // has an engine, which lives with it.
   struct Object {
     std::string name;
     std::size_t index;  // of its column

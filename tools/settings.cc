@@ -19,6 +19,8 @@ namespace {
 
 constexpr std::uint32_t kDefaultBuckets = 100;
 constexpr std::uint16_t kDefaultStatistics = ZOR_PROCESS_FLAG_SUMMARY | ZOR_PROCESS_FLAG_PERCENTILE;
+constexpr std::uint16_t kBaseline = ZOR_PROCESS_FLAG_BASELINE;
+constexpr std::uint16_t kAllButBaseline = ZOR_PROCESS_FLAGS_ALL & ~ZOR_PROCESS_FLAG_BASELINE;
 
 struct Statistic {
   std::string_view name;
@@ -68,25 +70,28 @@ bool IsCumulative(const Settings &settings, const Settings &object, const Column
   return columns ? MeansAll(columns->value) || Contains(columns->value, column.name) : column.cumulative;
 }
 
-ObjectPlan PlanObject(const Settings &settings, const Settings &object, const Column &column) {
+void CheckRange(const OptionalSetting<Range> &range, std::uint16_t statistics) {
+  if (!range || statistics != kBaseline) return;
+  Refuse(range->where, RangeText(range->value), "no range: a baseline learns its own");
+}
+
+void CheckClear(const OptionalSetting<Interval> &clear, std::uint16_t statistics) {
+  if (!clear || (statistics & kBaseline) != 0) return;
+  throw SettingsError(fmt::format(
+      "{}: only a baseline object has a clear of its own (the others share the top-level one)", clear->where));
+}
+
+ObjectPlan PlanObject(const Settings &settings, const Settings &object, const Column &column,
+                      std::uint16_t statistics) {
   ObjectPlan plan;
-  const auto &statistics = FirstSet(object.statistics, settings.statistics);
-  plan.statistics = statistics ? statistics->value : kDefaultStatistics;
+  plan.statistics = statistics;
   const auto &buckets = FirstSet(object.buckets, settings.buckets);
   plan.buckets = buckets ? buckets->value : kDefaultBuckets;
   plan.cumulative = IsCumulative(settings, object, column);
   if (const auto &instances = FirstSet(object.instances, settings.instances)) plan.instances = instances->value;
-  if (plan.statistics == ZOR_PROCESS_FLAG_BASELINE) {
-    if (object.range) {
-      Refuse(object.range->where, RangeText(object.range->value), "no range: a baseline learns its own");
-    }
+  if (plan.statistics == kBaseline) {
     plan.clear = FirstSet(object.clear, settings.clear);
     return plan;
-  }
-  if (object.clear) {
-    throw SettingsError(
-        fmt::format("{}: only a baseline object has a clear of its own (the others share the top-level one)",
-                    object.clear->where));
   }
   if (const auto &range = FirstSet(object.range, settings.range)) {
     if (!range->value.fits(column.type)) {
@@ -96,6 +101,21 @@ ObjectPlan PlanObject(const Settings &settings, const Settings &object, const Co
     plan.range = range->value;
   }
   return plan;
+}
+
+// A baseline goes with no other statistic in the library: with others it is a plan of its own.
+void AppendPlans(const Settings &settings, const Settings &object, const Table &table, std::size_t column,
+                 std::vector<ObjectPlan> *plans) {
+  const auto &set = FirstSet(object.statistics, settings.statistics);
+  const std::uint16_t statistics = set ? set->value : kDefaultStatistics;
+  CheckRange(object.range, statistics);
+  CheckClear(object.clear, statistics);
+  for (const std::uint16_t kind : {kAllButBaseline, kBaseline}) {
+    const auto part = static_cast<std::uint16_t>(statistics & kind);
+    if (part == 0) continue;
+    plans->push_back(PlanObject(settings, object, table.columns[column], part));
+    plans->back().column = column;
+  }
 }
 
 template <std::uint32_t lowest, std::uint32_t highest>
@@ -117,9 +137,6 @@ std::uint16_t ReadStatistics(const Given &given) {
     flags |= kStatistics[at - known.begin()].flag;
   }
   if (flags == 0) Refuse(given.where, "", "at least one of " + Alternatives(known));
-  if ((flags & ZOR_PROCESS_FLAG_BASELINE) != 0 && flags != ZOR_PROCESS_FLAG_BASELINE) {
-    Refuse(given.where, Joined(given.parts, ","), "baseline alone, without other statistics");
-  }
   return static_cast<std::uint16_t>(flags);
 }
 
@@ -212,7 +229,7 @@ constexpr SettingRow kSettings[] = {
     {"proc", kLive | kRecord, kText, "DIR", "directory of the proc file system (default: /proc)",
      SetPlain<&Settings::proc, ReadText>},
     {"statistics", kForAll | kObject, kList, "LIST",
-     "summary, distribution, percentile, or baseline alone\n(default: summary,percentile)",
+     "summary, distribution, percentile, baseline\n(default: summary,percentile)",
      Set<&Settings::statistics, ReadStatistics>},
     {"buckets", kForAll | kObject, kInteger, "N", "buckets of a distribution, 1 to 65535 (default: 100)",
      Set<&Settings::buckets, ReadCount<1, kLargestCount>>},
@@ -279,9 +296,7 @@ std::vector<ObjectPlan> PlanObjects(const Settings &settings, const Table &table
   for (const Settings &object : settings.tables) {
     CheckColumns(Setting<NameList>{{object.name.value}, object.name.where}, table);
   }
-  if (settings.range && settings.statistics && settings.statistics->value == ZOR_PROCESS_FLAG_BASELINE) {
-    Refuse(settings.range->where, RangeText(settings.range->value), "no range: a baseline learns its own");
-  }
+  if (settings.statistics) CheckRange(settings.range, settings.statistics->value);
   std::vector<ObjectPlan> plans;
   for (std::size_t i = 0; i < table.columns.size(); ++i) {
     const Column &column = table.columns[i];
@@ -289,8 +304,7 @@ std::vector<ObjectPlan> PlanObjects(const Settings &settings, const Table &table
     const auto own = std::find_if(settings.tables.begin(), settings.tables.end(),
                                   [&](const Settings &object) { return object.name.value == column.name; });
     if (own == settings.tables.end() && !settings.tables.empty()) continue;
-    plans.push_back(PlanObject(settings, own == settings.tables.end() ? Settings{} : *own, column));
-    plans.back().column = i;
+    AppendPlans(settings, own == settings.tables.end() ? Settings{} : *own, table, i, &plans);
   }
   if (plans.empty()) {
     throw SettingsError(fmt::format("{}: no object is left (expected columns that have a table [objects.NAME])",

@@ -100,7 +100,8 @@ const SettingRow *FindSetting(std::string_view name, Place place);
 // Sets what an option of this name, without its dashes, says.
 void SetOption(std::string_view name, const std::string &text, Settings *settings);
 
-// An object to count. Clear is that of a baseline; all else is cleared at the top-level interval.
+// An object to count, or the part of it that is a baseline or the others. Clear is that of a baseline; all else is
+// cleared at the top-level interval.
 struct ObjectPlan {
   std::size_t column = 0;
   std::uint16_t statistics = 0;
@@ -119,7 +120,8 @@ inline bool HasBuckets(std::uint16_t statistics) {
 // Throws SettingsError, naming `where`.
 std::string ReadDgName(const std::string &name, const std::string &where);
 
-// The plans in the order of the columns. Throws SettingsError where settings and columns do not fit together.
+// The plans in the order of the columns, a baseline behind other statistics of its object. Throws SettingsError
+// where settings and columns do not fit together.
 std::vector<ObjectPlan> PlanObjects(const Settings &settings, const Table &table);
 
 // The polls of the interval, which is in seconds. Throws SettingsError where they are more than can be counted.

@@ -52,6 +52,11 @@ constexpr Case kRuns[] = {
      "Objectname       : a\nObject: a, Instance: x\nAnalyzer: Stage = Analyzing\nMax Exception Counter = 0\n"
      "Max List length = 10\nValues without a bucket: 1\nObjectname       : b\n",
      "zorstat: refused values: a 1 (without a bucket)\n"},
+    {"beside other statistics of its object a baseline is as it is alone",
+     "for s in summary baseline baseline,summary; do $Z replay learn.csv --statistics $s --clear 8 -o $s; done 2>notes;"
+     "grep summary: baseline,summary | cmp - summary; grep baseline: baseline,summary | cmp - baseline;"
+     "sed s/:.*// baseline,summary | sort | uniq -c",
+     "      4 learn-baseline\n      6 learn-summary\n", ""},
     {"a baseline that has not learnt", "$Z replay learn.csv --objects a --statistics baseline --clear 30", "",
      "zorstat: a: no baseline yet, 1 instance is still learning\n"},
     {"an object's setting goes before an option, and that before the file's",
