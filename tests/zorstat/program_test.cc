@@ -53,7 +53,8 @@ constexpr Case kRuns[] = {
      "Max List length = 10\nValues without a bucket: 1\nObjectname       : b\n",
      "zorstat: refused values: a 1 (without a bucket)\n"},
     {"beside other statistics of its object a baseline is as it is alone",
-     "for s in summary baseline baseline,summary; do $Z replay learn.csv --statistics $s --clear 8 -o $s; done 2>notes;"
+     "for s in summary baseline baseline,summary; do $Z replay learn.csv --statistics $s --clear 8 -o $s; done "
+     "2>notes;"
      "grep summary: baseline,summary | cmp - summary; grep baseline: baseline,summary | cmp - baseline;"
      "sed s/:.*// baseline,summary | sort | uniq -c",
      "      4 learn-baseline\n      6 learn-summary\n", ""},
