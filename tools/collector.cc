@@ -6,9 +6,12 @@
 #include <chrono>
 #include <cstring>
 #include <string_view>
+#include <unordered_set>
 #include <utility>
 
 #include "error.h"
+#include "notes.h"
+#include "text.h"
 
 namespace zorstat {
 namespace {
@@ -16,6 +19,9 @@ namespace {
 namespace zp = zor::process;
 using zp::Statistics;
 
+constexpr std::string_view kNineZeros = ", 0.000, 0.000, 0.000, 0.000, 0.000, 0.000, 0.000, 0.000, 0.000\r\n";
+constexpr std::string_view kOnlyZeros = ", 0, 0, 0.000\r\n";  // in a summary
+constexpr std::string_view kNoSamples = ", 0\r\n";
 constexpr Statistics kBuckets = Statistics::distribution | Statistics::percentile;
 
 Statistics StatisticsOf(const ObjectPlan &plan) { return static_cast<Statistics>(plan.statistics); }
@@ -32,6 +38,12 @@ template <class T>
 T Take(zp::Result<T> result, std::string_view where, std::string_view object) {
   if (!result) Check(result.error(), where, object);
   return *std::move(result);
+}
+
+// Of a record.
+std::uint32_t SamplesOf(std::string_view line) {
+  for (int i = 0; i < 3; ++i) line.remove_prefix(line.find(',') + 1);
+  return ParseNumber<std::uint32_t>(line.substr(1, line.find(',') - 1)).value_or(0);
 }
 
 zp::ObjectSettings SettingsOf(const ObjectPlan &plan, std::uint32_t poll_interval) {
@@ -70,7 +82,7 @@ zp::Value Read(const Value &value, zor_process_data_type_t type) {
 
 Collector::Collector(const Table &table, const std::vector<ObjectPlan> &plans, const Settings &settings,
                      const std::string &dg, std::uint32_t poll_interval)
-    : table_(table), headers_wanted_(settings.headers) {
+    : table_(table), dg_(dg), headers_wanted_(settings.headers) {
   const auto has_buckets = [](const ObjectPlan &plan) { return overlap(StatisticsOf(plan), kBuckets); };
   if (settings.clear) {
     clear_polls_ = ClearPolls(*settings.clear, poll_interval);
@@ -101,21 +113,39 @@ Collector::Object Collector::MakeObject(const ObjectPlan &plan, const std::strin
 
 void Collector::AddRows(const Poll &poll, const std::string &source) {
   rest_ = true;
+  any_row_ = any_row_ || poll.rows() != 0;
+  CountRepeats(poll);
   for (Object &object : objects_) {
     object.poll.emplace(Take(object.group.poll(), source, object.name));
     for (std::size_t row = 0; row < poll.rows(); ++row) {
       const Value &value = poll.values(row)[object.index];
       if (!value.present) continue;
+      object.has_value = true;
       Check(object.poll->row(poll.key(row), {object.column(Read(value, object.type))}), source, object.name);
     }
   }
+}
+
+void Collector::CountRepeats(const Poll &poll) {
+  // Most polls have the keys of the one before.
+  if (poll.keys() != repeats_.keys) {
+    repeats_.keys = poll.keys();
+    repeats_.count = 0;
+    std::unordered_set<std::string_view> known;
+    for (std::size_t row = 0; row < poll.rows(); ++row) {
+      if (known.insert(poll.key(row)).second) continue;
+      ++repeats_.count;
+      if (repeats_.first.empty()) repeats_.first = fmt::format("{} at {}", Printable(poll.key(row)), poll.time);
+    }
+  }
+  repeats_.total += repeats_.count;
 }
 
 void Collector::EndPoll(std::string *records) {
   const std::size_t start = records->size();
   for (Object &object : objects_) {
     const zp::Status ended = object.poll->end();
-    records->append(object.group.take_records());
+    TakeRecords(object, records);
     Check(ended, "end of poll", object.name);
   }
   if (clear_polls_ && ++polls_since_clear_ == *clear_polls_) {
@@ -139,9 +169,31 @@ void Collector::FinishObject(Object &object, std::string *records) {
   const bool is_baseline = object.statistics == Statistics::baseline;
   if (!rest_ && !is_baseline) return;
   const zp::Status rendered = is_baseline ? object.group.snapshot() : object.group.clear();
-  records->append(object.group.take_records());
+  TakeRecords(object, records);
   Check(rendered, "last records", object.name);
   object.learning = object.group.still_learning();
+}
+
+void Collector::TakeRecords(Object &object, std::string *records) const {
+  const std::string lines = object.group.take_records();
+  records->append(lines);
+  const std::string head = dg_ + "-percentile: ";
+  std::string_view summary;  // comes before the percentiles of its instance
+  for (std::string_view rest = lines; !rest.empty();) {
+    const std::string_view line = rest.substr(0, rest.find('\n') + 1);
+    rest.remove_prefix(line.size());
+    if (!line.starts_with(head)) {
+      summary = line;
+    } else if (!line.ends_with(kNoSamples)) {
+      ++object.percentiles;
+      if (line.ends_with(kNineZeros) && !summary.ends_with(kOnlyZeros)) {
+        // As long as all are counted, only samples outside the range make the estimate fail.
+        const bool is_full = object.group.refused() != object.refused || SamplesOf(line) > kLargestCount;
+        ++(is_full ? object.unknown_full : object.unknown_range);
+      }
+    }
+  }
+  if (!lines.empty()) object.refused = object.group.refused();
 }
 
 void Collector::InsertHeaders(std::size_t position, std::string *records) {
@@ -177,28 +229,66 @@ std::string Collector::Report() const {
 
 std::vector<std::string> Collector::Notes() const {
   std::vector<std::string> notes;
-  std::string refused;
+  NoteCounts(&notes);
+  NoteInput(&notes);
+  return notes;
+}
+
+// What came of the samples.
+void Collector::NoteCounts(std::vector<std::string> *notes) const {
+  SomeNotes learning("objects: no baseline yet", notes);
+  Items refused, unknown;
+  std::uint64_t percentiles = 0, all_unknown = 0;
+  const auto add_unknown = [&](const Object &object, std::uint64_t count, std::string_view reason) {
+    if (count != 0) unknown.Add(fmt::format("{} {} ({})", Printable(object.name), count, reason));
+    all_unknown += count;
+  };
   for (const Object &object : objects_) {
+    const std::string name = Printable(object.name);
     if (const std::uint64_t count = object.group.refused(); count != 0) {
-      refused +=
-          fmt::format("{}{} {} ({})", refused.empty() ? "" : ", ", object.name, count,
-                      object.statistics == Statistics::baseline ? "without a bucket"
-                      : overlap(object.statistics, kBuckets)    ? "not in the sum, so that percentiles do not hold"
-                                                                : "not in the sum");
+      refused.Add(fmt::format("{} {} ({})", name, count,
+                              object.statistics == Statistics::baseline ? "without a bucket"
+                              : overlap(object.statistics, kBuckets)
+                                  ? "not in the sum, so that percentiles do not hold"
+                                  : "not in the sum"));
     }
     if (object.learning != 0) {
-      notes.push_back(fmt::format("{}: no baseline yet, {} instance{} still learning", object.name, object.learning,
-                                  object.learning == 1 ? " is" : "s are"));
+      learning.Add(fmt::format("{}: no baseline yet, {} instance{} still learning", name, object.learning,
+                               object.learning == 1 ? " is" : "s are"));
     }
+    percentiles += object.percentiles;
+    add_unknown(object, object.unknown_range, "samples outside the range");
+    add_unknown(object, object.unknown_full, "a sum or a bucket was full");
   }
-  if (!refused.empty()) notes.push_back("refused values: " + refused);
+  learning.End();
+  if (!refused.empty()) notes->push_back("refused values: " + refused.text());
+  if (!unknown.empty()) {
+    notes->push_back(
+        fmt::format("percentiles unknown in {} of {} records: {}", all_unknown, percentiles, unknown.text()));
+  }
+}
+
+// What was strange in the polls.
+void Collector::NoteInput(std::vector<std::string> *notes) const {
+  if (repeats_.total != 0) {
+    notes->push_back(
+        fmt::format("keys that come twice in a poll: {} rows, first {}", repeats_.total, repeats_.first));
+  }
+  Items empty;
+  for (const Object &object : objects_) {
+    // A baseline beside other statistics is behind them.
+    const bool is_first = &object == objects_.data() || (&object)[-1].index != object.index;
+    if (!object.has_value && is_first) empty.Add(Printable(object.name));
+  }
+  if (!empty.empty() && any_row_) notes->push_back("columns without a value: " + empty.text());
+  SomeNotes missing("instances: had no values", notes);
   for (const std::string &instance : expected_instances_) {
     const auto has_it = [&](const Object &object) { return object.group.has_instance(instance); };
     if (std::none_of(objects_.begin(), objects_.end(), has_it)) {
-      notes.push_back(fmt::format("instance {}: had no values", instance));
+      missing.Add(fmt::format("instance {}: had no values", Printable(instance)));
     }
   }
-  return notes;
+  missing.End();
 }
 
 }  // namespace zorstat

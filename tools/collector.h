@@ -49,14 +49,32 @@ class Collector {
     zor::process::Group group;
     zor::process::Column<zor::process::Value> column;
     std::optional<zor::process::Poll> poll = std::nullopt;
-    std::size_t learning = 0;  // instances, at the end
+    bool has_value = false;           // or all cells of its column were empty
+    std::uint64_t refused = 0;        // values, up to its last records
+    std::uint64_t percentiles = 0;    // records of them with samples; unknown ones have nine zeros for other values
+    std::uint64_t unknown_full = 0;   // where counts were full, and refused a sample
+    std::uint64_t unknown_range = 0;  // where samples were outside the range
+    std::size_t learning = 0;         // instances, at the end
   };
 
   Object MakeObject(const ObjectPlan &plan, const std::string &dg, std::uint32_t poll_interval) const;
   void FinishObject(Object &object, std::string *records);
+  void TakeRecords(Object &object, std::string *records) const;
+  void CountRepeats(const Poll &poll);
+  void NoteCounts(std::vector<std::string> *notes) const;
+  void NoteInput(std::vector<std::string> *notes) const;
   void InsertHeaders(std::size_t position, std::string *records);
 
+  // Keys that come more than once in a poll.
+  struct Repeats {
+    std::string keys;         // of the last poll
+    std::uint64_t count = 0;  // in that poll
+    std::uint64_t total = 0;
+    std::string first;  // and where it was
+  };
+
   const Table &table_;
+  std::string dg_;
   std::vector<Object> objects_;
   std::optional<std::uint32_t> clear_polls_;
   std::optional<std::uint32_t> percentile_;
@@ -65,6 +83,8 @@ class Collector {
   std::set<std::string> headers_written_;
   std::uint32_t polls_since_clear_ = 0;
   bool rest_ = false;  // there is something since the last clear
+  bool any_row_ = false;
+  Repeats repeats_;
 };
 
 }  // namespace zorstat

@@ -77,6 +77,15 @@ constexpr Case kRuns[] = {
      "types-summary: 20, u64, top, 1, 18446744073709551614, 18446744073709551614, 18446744073709551614.000\r\n"
      "types-summary: 30, i32, top, 1, 7, 7, 7.000\r\ntypes-summary: 30, u64, top, 1, 6, 6, 6.000\r\n",
      ""},
+    {"what is strange about a run is told at its end", "$Z replay notes.csv --range 0:99 --clear 6 | wc -l", "6\n",
+     "zorstat: percentiles unknown in 1 of 3 records: rx 1 (samples outside the range)\n"
+     "zorstat: columns without a value: c1, c2, c3, c4, c5, c6, c7, c8 and 1 more\n"},
+    {"a bucket that is full", "(echo time,k,a; yes 1,x,1 | head -n 70000) | $Z replay - --range 0:9 | cut -c1-40",
+     "stdin-summary: 1, a, x, 70000, 1, 1, 1.0\nstdin-percentile: 1, a, x, 70000, 0.000,\n",
+     "zorstat: percentiles unknown in 1 of 1 records: a 1 (a sum or a bucket was full)\n"
+     "zorstat: keys that come twice in a poll: 69999 rows, first x at 1\n"},
+    {"kernels without rows", "$Z live cpu --proc bare --count 1; $Z record disk --proc bare --count 1 | cut -c1-23",
+     "time,device,reads,reads\n", "zorstat: bare/stat: had no rows\nzorstat: bare/diskstats: had no rows\n"},
     {"kernels differ in columns; an alias has a colon in its name",
      "for s in net disk cpu; do $Z record $s --proc . --count 1 -o $s.csv; tail -n +2 $s.csv | cut -d, -f2-; done;"
      "$Z replay disk.csv --objects io_ms --statistics summary | cut -d' ' -f3-",
@@ -121,6 +130,14 @@ TEST_F(ProgramTest, WritesWhatItIsToWrite) {
         "interval = 5399\ninstances = ['top']\nreport = true\n[objects.u64]\nbuckets = 3\n"
         "range = [1, '18446744073709551615']\ncumulative = false\ninstances = ['own']\n"
         "[objects.i32]\nrange = [-2147483648, 2147483647]\n[objects.i64]\nstatistics = 'baseline'\nclear = 1\n");
+  std::string notes = "time,port,rx,c1,c2,c3,c4,c5,c6,c7,c8,c9\n";
+  for (const int rx : {10, 20, 30, 40, 50, 100, 10, 20, 30, 40, 50, 99, 0, 0, 0, 0, 0, 0}) {
+    const std::string time = std::to_string(notes.size());
+    notes += time + ",p1," + std::to_string(rx) + ",,,,,,,,,\n";
+  }
+  Write("notes.csv", notes);
+  Write("bare/stat", "intr 99 1\n");
+  Write("bare/diskstats", "");
   Write("net/dev",
         "Inter-|   Receive\n face |bytes    packets\n    lo: 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16\n"
         "eth0:1:18446744073709551615 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17\n");
