@@ -15,11 +15,6 @@
 
 namespace zor {
 
-template <class U>
-constexpr U DivideUp(U dividend, U divisor) {
-  return static_cast<U>(dividend / divisor + (dividend % divisor != 0 ? 1 : 0));
-}
-
 // value + distance, stopping at the type's maximum.
 template <class V>
 constexpr V AdvanceWithin(V value, Unsigned<V> distance) {

@@ -29,7 +29,7 @@ ZOR_PROCESS_FOR_EACH_TYPE(ZOR_DEFINE_SUMMARY)
   std::uint32_t stats_range_counters_get_bounds_##type(const stats_range_counters_##type##_t *record,              \
                                                        std::uint16_t index, value *first, value *last) {           \
     if (index >= record->Nsc) return 1;                                                                            \
-    const zor::SubRange<value> bounds = zor::ValuesOf<value>(*record, index);                                      \
+    const zor::SubRange<value> bounds = zor::ValuesCountedIn<value>(*record, index);                                      \
     *first = bounds.first;                                                                                         \
     *last = bounds.last;                                                                                           \
     return 0;                                                                                                      \

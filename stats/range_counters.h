@@ -108,7 +108,33 @@ struct SubRange {
   V last;
 };
 
-// The values that SubRangeOf() puts into sub-range b.
+template <class U>
+constexpr U DivideUp(U dividend, U divisor) {
+  return static_cast<U>(dividend / divisor + (dividend % divisor != 0 ? 1 : 0));
+}
+
+// The first offset from Start that SubRangeOf() puts into sub-range b or one above: b * width / Nsc, rounded up,
+// where that formula counts.
+template <class V>
+Unsigned<V> EdgeOf(const RangeCounters<V> &record, std::uint32_t b) {
+  using U = Unsigned<V>;
+  const U width = Distance(record.Start, record.End);
+  const std::uint32_t nsc = record.Nsc;
+  if (b >= nsc) return width;
+  const U step = width / nsc;
+  const U edge = static_cast<U>(b * step + DivideUp(b * static_cast<std::uint32_t>(width % nsc), nsc));
+  const U exact_end = Distance(record.Start, record.Vexact_end);
+  return edge < exact_end ? edge : std::max(exact_end, static_cast<U>(b * step));
+}
+
+// The values that are counted in sub-range b; inverted where it holds none.
+template <class V>
+SubRange<V> ValuesCountedIn(const RangeCounters<V> &record, std::uint32_t b) {
+  return {Advance(record.Start, EdgeOf<V>(record, b)),
+          Advance(record.Start, static_cast<Unsigned<V>>(EdgeOf<V>(record, b + 1) - 1))};
+}
+
+// The values that percentiles take to lie in sub-range b.
 template <class V>
 SubRange<V> ValuesOf(const RangeCounters<V> &record, std::uint32_t b) {
   using U = Unsigned<V>;

@@ -1,6 +1,8 @@
 // The C++ header: what it refuses, and that what it takes comes out as by C calls. zorstat stands on it, so that
 // its tests are those of groups of one object.
 #include <functional>
+#include <numeric>
+#include <random>
 
 #include "engine_fixture.h"
 #include "failing_heap.h"
@@ -232,6 +234,85 @@ TEST(ProcessHppTest, CountsEverySampleOnceWithoutMemory) {
     }
     EXPECT_EQ(heap.alive, alive) << "leaked at allocation " << failing;
   }
+}
+
+__extension__ using Wide = __int128;
+
+Wide WideOf(zp::Number n) { return n.is_negative() ? -Wide{0 - n.bits()} : Wide{n.bits()}; }
+Wide ThousandthsOf(const zp::Decimal &d) { return WideOf(d.whole) * 1000 + d.thousandths; }
+
+// A reading of a range or a baseline against the samples themselves.
+void ExpectReads(const zp::Reading &reading, const std::vector<Wide> &samples) {
+  ASSERT_EQ(reading.samples, samples.size());
+  ASSERT_EQ(reading.points.has_value(), !samples.empty());
+  const zp::Distribution &distribution = reading.distribution.value();
+  const auto counted = [&](Wide first, Wide last) {
+    const auto is_inside = [&](Wide s) { return s >= first && s <= last; };
+    return static_cast<std::uint64_t>(std::count_if(samples.begin(), samples.end(), is_inside));
+  };
+  Wide next = WideOf(distribution.start);
+  EXPECT_EQ(distribution.below, counted(INT64_MIN, next - 1));
+  for (const zp::Bucket &bucket : distribution.buckets) {
+    ASSERT_TRUE(WideOf(bucket.first) == next && next <= WideOf(bucket.last));
+    ASSERT_EQ(bucket.count, counted(next, WideOf(bucket.last))) << bucket.first.text();
+    next = WideOf(bucket.last) + 1;
+  }
+  EXPECT_EQ(WideOf(distribution.last), next - 1);
+  EXPECT_EQ(distribution.above, counted(next, UINT64_MAX));
+  if (samples.empty()) return;
+  const auto [min, max] = std::minmax_element(samples.begin(), samples.end());
+  const Wide sum = std::accumulate(samples.begin(), samples.end(), Wide{0});
+  EXPECT_TRUE(WideOf(reading.min) == *min && WideOf(reading.max) == *max && WideOf(reading.sum) == sum);
+  EXPECT_EQ(ThousandthsOf(reading.average), sum * 1000 / static_cast<Wide>(samples.size()));
+  EXPECT_TRUE(std::is_sorted(reading.points->begin(), reading.points->end()));
+  EXPECT_EQ(ThousandthsOf(reading.points->front()), *min * 1000);
+  EXPECT_EQ(ThousandthsOf(reading.points->back()), *max * 1000);
+}
+
+// Random samples in random ranges and, once the baseline has learnt, beyond them.
+template <class V>
+void ReadsWhatWasSampled() {
+  std::mt19937_64 random;
+  const auto below = [&](std::uint64_t end) { return random() % std::max<std::uint64_t>(end, 1); };
+  constexpr auto kMost = std::uint64_t{std::numeric_limits<V>::max() >> (sizeof(V) == 8 ? 8 : 0)};  // sums fit
+  for (int round = 0; round < 200 && !::testing::Test::HasFailure(); ++round) {
+    SCOPED_TRACE(round);
+    const std::uint64_t width = 1 + below(kMost >> below(sizeof(V) * 7)), low = below(kMost - width);
+    const auto start = static_cast<V>(std::is_signed_v<V> && round % 2 ? 0 - low - width : low);
+    const auto inside = [&](std::uint64_t offset) { return static_cast<V>(static_cast<V>(offset) + start); };
+    std::optional<Range> range = Range(start, inside(width - 1));
+    if (round % 10 == 0) range = std::nullopt;
+    const auto buckets = static_cast<std::uint32_t>(1 + below(round % 4 ? 200 : 2000));
+    zp::Engine engine;
+    zp::Group group = *engine.group("g", {.clear = Interval::polls(40), .keep_readings = true});
+    ASSERT_TRUE(group.object("r", {.statistics = kPercentile, .range = range, .buckets = buckets}));
+    ASSERT_TRUE(group.object("b", {.statistics = kBaseline, .buckets = buckets}));
+    zp::Template table("key");
+    const auto r = table.column<V>("r"), b = table.column<V>("b");
+    ASSERT_TRUE(group.readings().empty() && group.start(table));
+    std::vector<Wide> interval, learnt;
+    for (std::uint64_t i = 0, polls = 41 + below(100); i < polls; ++i) {
+      const std::uint64_t spike = round % 5 == 0 ? kMost : below(kMost);
+      const bool is_spike = i >= 40 && below(9) == 0, is_low = std::is_signed_v<V> && below(2) == 0;
+      const V value = is_spike ? static_cast<V>(is_low ? 0 - spike : spike) : inside(below(width));
+      zp::Poll poll = *group.poll();
+      ASSERT_TRUE(poll.row("x", {r(value), b(value)}) && poll.end());
+      interval.push_back(value);
+      if (i >= 40) learnt.push_back(value);
+      const std::vector<zp::Reading> ended = group.take_readings(), going = group.readings();
+      ASSERT_EQ(ended.size(), i % 40 == 39 ? 2u : 0u);
+      if (!ended.empty()) ExpectReads(ended[0], std::exchange(interval, {}));
+      ExpectReads(going[0], interval);
+      if (i >= 39) ExpectReads(going[1], learnt);
+    }
+  }
+}
+
+TEST(ProcessHppTest, ReadsWhatWasSampled) {
+  ReadsWhatWasSampled<std::int32_t>();
+  ReadsWhatWasSampled<std::uint32_t>();
+  ReadsWhatWasSampled<std::int64_t>();
+  ReadsWhatWasSampled<std::uint64_t>();
 }
 
 }  // namespace

@@ -40,13 +40,12 @@ extern "C" {
       @return -1 when it lies below Start, 0 when it was counted in a sub-range, 1 when it lies at or above       \
               End; 3 when its counter is full (nothing changes) */                                                \
   ZOR_API int32_t stats_range_counters_insert_##type(stats_range_counters_##type##_t *record, value sample);      \
-  /** The values that a sub-range holds, as percentiles take them. They are those that are counted in it as long  \
-     as (End - Start) * (index + 1) fits the unsigned type; beyond, sub-ranges count in steps of a whole number,         \
-     and the last one what is left over.                                                                                  \
+  /** The values that are counted in a sub-range. Constant time.                                                  \
       @param record  the record                                                                                   \
       @param index   the sub-range, 0 to Nsc - 1                                                                  \
       @param first   written: its smallest value                                                                  \
-      @param last    written: its largest value                                                                   \
+      @param last    written: its largest value; the one before first where no value is counted in it, as where   \
+                     there are more sub-ranges than values                                                        \
       @return 0; 1, writing nothing, when there is no such sub-range */                                           \
   ZOR_API uint32_t stats_range_counters_get_bounds_##type(const stats_range_counters_##type##_t *record,          \
                                                           uint16_t index, value *first, value *last);             \

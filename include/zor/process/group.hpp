@@ -17,6 +17,7 @@
 
 #include "zor/process/data_group.hpp"
 #include "zor/process/group_state.hpp"
+#include "zor/process/readings.hpp"
 #include "zor/process/report.hpp"
 #include "zor/process/result.hpp"
 #include "zor/process/settings.hpp"
@@ -138,6 +139,16 @@ class Group {
 
   /** @return the record lines since the last call */
   [[nodiscard]] std::string take_records() { return std::exchange(state_->tally.records, {}); }
+
+  /** The statistics of every instance, for the interval in progress. At any time; linear in the buckets.
+   * @return in the order of a walk; nothing before the template */
+  [[nodiscard]] std::vector<Reading> readings() const { return state_->readings(); }
+
+  /** The readings of the intervals that have ended, each taken just before its instance was cleared, as its record
+   * was: when a clear stops half-way, what it did not reach is read at the next one. Baselines, which no clear
+   * resets, are read when a clear has reached all.
+   * @return those since the last call; nothing unless GroupSettings::keep_readings is set */
+  [[nodiscard]] std::vector<Reading> take_readings() { return std::exchange(state_->tally.readings, {}); }
 
   /** The Schema-def headers of the records of those objects that have an instance. Linear in the objects.
    * @return a text of two lines for each kind of record */

@@ -3,9 +3,12 @@
 #ifndef ZOR_PROCESS_GROUP_STATE_HPP_
 #define ZOR_PROCESS_GROUP_STATE_HPP_
 
+#include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <iterator>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -15,6 +18,7 @@
 
 #include "zor/entry.h"
 #include "zor/process/data_group.hpp"
+#include "zor/process/readings.hpp"
 #include "zor/process/result.hpp"
 #include "zor/process/row.hpp"
 #include "zor/process/settings.hpp"
@@ -45,6 +49,7 @@ struct Tally {
   std::uint64_t restarts = 0;
   std::optional<Error> failure = std::nullopt; /**< the first that no end() has told yet */
   std::string records = {};
+  std::vector<Reading> readings = {};
 };
 
 struct GroupState {
@@ -94,13 +99,33 @@ struct GroupState {
   }
 
   Status clear() {
-    Status status = render(kCleared, [](const auto &) { return true; });
-    if (status) tally.polls = 0;
-    return status;
+    collect();  // a record left uncollected would be in the way
+    const std::size_t kept = keep_readings();
+    const std::uint32_t code = dg.clear(kCleared);
+    if (code == ZOR_PROCESS_SUCCESS) {
+      tally.polls = 0;
+    } else {
+      drop_readings_in_progress(kept);
+    }
+    collect();
+    return whole(code);
   }
   /** Of a baseline without a sample since its last record it would be that record again. */
   Status snapshot() {
-    return render(Statistics::baseline, [](const auto &entry) { return entry.sample_count != 0; });
+    collect();
+    const std::uint32_t code = dg.clear(Statistics::baseline);
+    collect([](const auto &entry) { return entry.sample_count != 0; });
+    return whole(code);
+  }
+
+  /** The statistics in progress, in the order of a walk. */
+  std::vector<Reading> readings() const {
+    std::vector<Reading> all;
+    dg.for_each_entry([&](const zor_process_object_oper_entry_t &column, const void *entry) {
+      all.push_back(visit_entry(column, entry, [](const auto &typed) { return read(typed); }));
+      all.back().object = column.name;
+    });
+    return all;
   }
 
   DataGroup dg;
@@ -149,13 +174,30 @@ struct GroupState {
     return status;
   }
 
-  template <class Wants>
-  Status render(Statistics mask, Wants wants) {
-    collect();  // a record left uncollected would be in the way
-    const std::uint32_t code = dg.clear(mask);
-    collect(wants);
+  Status whole(std::uint32_t code) const {
     return check(dg.place(), {{code != ZOR_PROCESS_SUCCESS,
                                "the clear stopped half-way: what it did not reach is kept", code}});
+  }
+
+  /** Keeps what a clear is about to reset. Returns how many readings were kept before. */
+  std::size_t keep_readings() {
+    const std::size_t kept = tally.readings.size();
+    if (!setup.settings.keep_readings) return kept;
+    std::vector<Reading> read = readings();
+    tally.readings.insert(tally.readings.end(), std::make_move_iterator(read.begin()),
+                          std::make_move_iterator(read.end()));
+    return kept;
+  }
+  /** Of a clear that stopped half-way, the readings are those of the instances that have a clear buffer. The others
+   * go on, and are read again. */
+  void drop_readings_in_progress(std::size_t kept) {
+    if (kept == tally.readings.size()) return;
+    auto read = tally.readings.begin() + static_cast<std::ptrdiff_t>(kept), end = read;
+    dg.for_each_entry([&](const zor_process_object_oper_entry_t &column, void *entry) {
+      if (g_zor_poi_entry_get_clear_buffer_funcs[column.data_type - 1](entry)) std::iter_swap(end++, read);
+      ++read;
+    });
+    tally.readings.erase(end, tally.readings.end());
   }
 
   /** Takes over the clear buffers of all instances, and drops what is not wanted. */

@@ -25,14 +25,16 @@
 
 namespace zor::process {
 
-/** A whole number of any of the value types, in full. Numbers of one reading compare by value. */
-class Number {
+/** A whole number of any of the value types, in full. Takes 12 bytes, as readings consist of little else. */
+class [[gnu::packed, gnu::aligned(4)]] Number {
  public:
   /** Zero. */
   constexpr Number() = default;
   /** @param value of any integer type */
   template <class V, class = std::enable_if_t<std::is_integral_v<V>>>
-  constexpr Number(V value) : bits_(static_cast<std::uint64_t>(value)), is_negative_(value < V{}) {}
+  constexpr Number(V value)
+      : bits_(static_cast<std::uint64_t>(value)),
+        is_negative_(std::is_signed_v<V> && static_cast<std::int64_t>(value) < 0) {}
 
   /** Whether it is below zero. */
   constexpr bool is_negative() const { return is_negative_; }
@@ -45,7 +47,7 @@ class Number {
   /** @return its digits */
   std::string text() const {
     char digits[20];
-    const char *end = std::to_chars(digits, digits + sizeof digits, is_negative_ ? 0 - bits_ : bits_).ptr;
+    char *end = std::to_chars(digits, digits + sizeof digits, is_negative_ ? 0 - bits_ : bits_).ptr;
     return (is_negative_ ? "-" : "") + std::string(digits, end);
   }
   /** @param a a number @param b another @return whether they are the same */
@@ -92,11 +94,13 @@ struct Bucket {
 
 /** How the samples spread. Those of a baseline are the ones since it has learnt. */
 struct Distribution {
-  Number start;                /**< the first value of the range */
-  Number last;                 /**< its last one */
-  std::uint32_t below = 0;     /**< samples below the range */
-  std::uint32_t above = 0;     /**< samples above it */
-  std::vector<Bucket> buckets; /**< of the range, ascending, empty ones too */
+  Number start; /**< the first value of the range */
+  Number last;  /**< its last one: below start where the range is nothing but the type's largest value, which counts
+                     as above */
+  std::uint64_t below = 0;     /**< samples below the range */
+  std::uint64_t above = 0;     /**< samples above it */
+  std::vector<Bucket> buckets; /**< of the range, ascending, without gaps; those that hold no value, where there are
+                                    more buckets than values, are left out */
 };
 
 /** The stage of a baseline, STATS_ANALYZER_*. */
@@ -111,14 +115,15 @@ using Points = std::array<Decimal, 9>;
 
 /** The statistics of an instance, for the samples since the last clear; for a baseline, since it has learnt. */
 struct Reading {
-  std::string name;                         /**< the instance's */
-  std::uint32_t samples = 0;                /**< the fields up to average mean something when it is not 0 */
-  Number min;                               /**< smallest sample */
-  Number max;                               /**< largest sample */
-  Number sum;                               /**< exact */
-  Decimal average;                          /**< sum / samples, cut to thousandths towards zero */
-  std::optional<Points> points;             /**< of the samples counted in the distribution; none without one */
-  std::optional<Distribution> distribution; /**< none unless one is kept (or, for a baseline, before it has learnt) */
+  std::string object;           /**< the object */
+  std::string name;             /**< of the instance */
+  std::uint32_t samples = 0;    /**< of the summary, or of the baseline; without any the next four are 0 */
+  Number min;                   /**< smallest sample */
+  Number max;                   /**< largest sample */
+  Number sum;                   /**< exact */
+  Decimal average;              /**< sum / samples, cut to thousandths towards zero */
+  std::optional<Points> points; /**< where a sample is in the summary and in the distribution, or in the baseline */
+  std::optional<Distribution> distribution; /**< where one is kept; of a baseline, when it has learnt */
   std::optional<Stage> baseline;            /**< of a baseline, whose learnt range is that of the distribution */
   std::uint64_t refused = 0;                /**< values that were not counted, since the last clear */
   std::uint64_t resets = 0;                 /**< times the counter began anew, since the last clear */
@@ -126,31 +131,38 @@ struct Reading {
 
 namespace detail {
 
-// high - low, for high >= low.
+/** high - low, for high >= low. */
 template <class V>
 std::uint64_t distance(V low, V high) {
-  return static_cast<std::make_unsigned_t<V>>(static_cast<std::make_unsigned_t<V>>(high) -
-                                              static_cast<std::make_unsigned_t<V>>(low));
+  using U = std::make_unsigned_t<V>;
+  return static_cast<U>(static_cast<U>(high) - static_cast<U>(low));
 }
+/** value + distance, in the width of the value. */
 template <class V>
 V advance(V value, std::uint64_t distance) {
   return static_cast<V>(static_cast<std::uint64_t>(value) + distance);
 }
 
-// Samples whose values are known by their ends alone, and how many there are before them.
+/** Samples of which only the smallest and largest possible value are known. */
 template <class V>
 struct Segment {
   V first, last;
-  std::uint64_t before, count;
+  std::uint64_t before; /**< samples of the segments below */
+  std::uint64_t count;
 };
 
-// All samples of a distribution as segments that ascend.
+/** All samples of a distribution, as segments that ascend, and percentiles of them.
+ *
+ * Sample k of n, counted from 0, is taken to stand at first + (last - first) * (i + 1/2) / count, where i counts it
+ * in its segment: in the middle of its part. The samples 0 and n - 1 stand at the extremes. They take half a part
+ * of their segments, whose ends the extremes are; it is shared out to the others. A point p lies between the
+ * samples on both sides of p * (n - 1), by linear interpolation. */
 template <class V>
 class Segments {
  public:
-  Segments(V min, V max) : min_(min), max_(max) {}
+  Segments(V min, V max, std::size_t most) : min_(min), max_(max) { list_.reserve(most); }
 
-  // Values beyond the extremes hold no sample, so a segment is cut to them.
+  /** There are no samples beyond the extremes: the segment is cut to them. */
   void add(V first, V last, std::uint64_t count) {
     if (count == 0) return;
     const V low = std::clamp(first, min_, max_);
@@ -158,50 +170,49 @@ class Segments {
     total_ += count;
   }
 
-  // The value at each point by linear interpolation between the samples on both sides of its position,
-  // point * (total - 1). The samples of a segment are taken to stand in the middle of equal parts of it; but the
-  // first and the last of all, which stand at the extremes.
-  Points points() const {
-    Points points{};
+  std::optional<Points> points() const {
+    if (total_ == 0) return std::nullopt;
+    Points points;
     for (std::size_t i = 0; i < points.size(); ++i) {
       const std::uint64_t position = g_stats_percentile_1000[i] * (total_ - 1);
       points[i] = between(position / 100000, static_cast<double>(position % 100000) / 100000);
     }
-    std::sort(points.begin(), points.end());
+    std::sort(points.begin(), points.end());  // of 64 bits, not all values are doubles
     return points;
   }
-  bool empty() const { return total_ == 0; }
 
  private:
+  /** A value that need not be whole: of 64 bits, a double alone would lose digits. */
   struct Place {
     V base;
     double offset;
   };
 
-  Place place(std::uint64_t index) const {
-    if (index == 0) return {min_, 0};
-    if (index >= total_ - 1) return {max_, 0};
-    const auto is_before = [](std::uint64_t i, const Segment<V> &segment) { return i < segment.before; };
-    const Segment<V> &segment = *std::prev(std::upper_bound(list_.begin(), list_.end(), index, is_before));
-    const double head = segment.before == 0 ? 0.5 : 0;  // the half part that the smallest sample does not need
+  Place place(std::uint64_t sample) const {
+    if (sample == 0) return {min_, 0};
+    if (sample >= total_ - 1) return {max_, 0};
+    const auto is_before = [](std::uint64_t k, const Segment<V> &segment) { return k < segment.before; };
+    const Segment<V> &segment = *std::prev(std::upper_bound(list_.begin(), list_.end(), sample, is_before));
+    const double head = segment.before == 0 ? 0.5 : 0;
     const double tail = segment.before + segment.count == total_ ? 0.5 : 0;
-    const double part = static_cast<double>(index - segment.before) + 0.5 - head;
+    const double part = static_cast<double>(sample - segment.before) + 0.5 - head;
     const double parts = static_cast<double>(segment.count) - head - tail;
     return {segment.first, static_cast<double>(distance(segment.first, segment.last)) * part / parts};
   }
 
-  // The value between samples index and index + 1, counted from 0, at this share of their distance.
-  Decimal between(std::uint64_t index, double share) const {
-    const Place low = place(index), high = place(index + 1);
-    double offset = low.offset;
+  /** What lies between a sample and the next one, at this share of their distance, rounded to thousandths. */
+  Decimal between(std::uint64_t sample, double share) const {
+    const auto [base, low] = place(sample);
+    double offset = low + 0.0005;
     if (share > 0) {
-      offset += share * std::max(0.0, static_cast<double>(distance(low.base, high.base)) + high.offset - low.offset);
+      const Place next = place(sample + 1);
+      offset += share * std::max(0.0, static_cast<double>(distance(base, next.base)) + next.offset - low);
     }
-    const std::uint64_t room = distance(low.base, max_);
-    if (!(offset < static_cast<double>(room))) return {max_, 0};
-    const auto whole = std::min(static_cast<std::uint64_t>(offset), room);
-    const auto thousandths = static_cast<std::uint16_t>((offset - static_cast<double>(whole)) * 1000);
-    return {advance(low.base, whole), whole == room ? std::uint16_t{0} : thousandths};
+    const std::uint64_t room = distance(base, max_);
+    if (offset >= static_cast<double>(room)) return {max_, 0};
+    const auto whole = static_cast<std::uint64_t>(offset);
+    const double rest = offset - static_cast<double>(whole);
+    return {advance(base, whole), static_cast<std::uint16_t>(rest * 1000)};
   }
 
   V min_, max_;
@@ -209,22 +220,109 @@ class Segments {
   std::vector<Segment<V>> list_;
 };
 
-// The C records and functions of a value type.
-template <class V>
-struct Entry;
-#define ZOR_PROCESS_READ(type, value, unsigned_value, total)                                                  \
-  template <>                                                                                                 \
-  struct Entry<value> {                                                                                       \
-    using Record = zor_process_object_instance_entry_##type##_t;                                              \
-    using RangeCounters = stats_range_counters_##type##_t;                                                    \
-    static Bucket bucket(const RangeCounters &record, std::uint16_t index) {                                  \
-      value first, last;                                                                                      \
-      stats_range_counters_get_bounds_##type(&record, index, &first, &last);                                  \
-      return {first, last, record.pu16_counters[index]};                                                      \
-    }                                                                                                         \
-  };
-ZOR_PROCESS_FOR_EACH_TYPE(ZOR_PROCESS_READ)
-#undef ZOR_PROCESS_READ
+#define ZOR_PROCESS_BOUNDS(type, value, unsigned_value, total)                                        \
+  inline void get_bounds(const stats_range_counters_##type##_t &range, std::uint16_t i, value *first, \
+                         value *last) {                                                               \
+    stats_range_counters_get_bounds_##type(&range, i, first, last);                                   \
+  }
+ZOR_PROCESS_FOR_EACH_TYPE(ZOR_PROCESS_BOUNDS)
+#undef ZOR_PROCESS_BOUNDS
+
+template <class Summary>
+void read_summary(const Summary &summary, Reading &reading) {
+  using Total = decltype(summary.Vtotal);
+  if (summary.u32_no_of_samples == 0) return;
+  const auto count = static_cast<Total>(summary.u32_no_of_samples);
+  reading.samples = summary.u32_no_of_samples;
+  reading.min = summary.Vmin;
+  reading.max = summary.Vmax;
+  reading.sum = summary.Vtotal;
+  const Total rest = summary.Vtotal % count * 1000 / count;
+  const Total borrowed = rest < Total{0} ? 1 : 0;
+  reading.average = {summary.Vtotal / count - borrowed, static_cast<std::uint16_t>(rest + borrowed * 1000)};
+}
+
+/** Adds the buckets of a range to both. */
+template <class Range, class V>
+void read_buckets(const Range &range, Distribution &distribution, Segments<V> &segments) {
+  distribution.start = range.Start;
+  distribution.last = advance(range.End, UINT64_MAX);
+  distribution.buckets.reserve(range.Nsc);
+  for (std::uint16_t i = 0; i < range.Nsc; ++i) {
+    V first = 0, last = 0;
+    get_bounds(range, i, &first, &last);
+    if (last < first) continue;
+    distribution.buckets.push_back({first, last, range.pu16_counters[i]});
+    segments.add(first, last, range.pu16_counters[i]);
+  }
+}
+
+/** The distribution of an object: of what is outside the range, only the number is known. */
+template <class Range, class V>
+Distribution read_distribution(const Range &range, Segments<V> &segments) {
+  using Limits = std::numeric_limits<V>;
+  Distribution distribution;
+  distribution.below = range.u16_min_exception_counter;
+  distribution.above = range.u16_max_exception_counter;
+  segments.add(Limits::min(), advance(range.Start, UINT64_MAX), distribution.below);
+  read_buckets(range, distribution, segments);
+  segments.add(range.End, Limits::max(), distribution.above);
+  return distribution;
+}
+
+/** The distribution of a baseline, which has a few buckets outside the range, too. What found none is taken to lie
+ * beyond the outermost of its side. */
+template <class V, class Analyzer>
+Distribution read_learnt(const Analyzer &analyzer, Segments<V> &segments) {
+  using Limits = std::numeric_limits<V>;
+  const auto &range = analyzer.range_counters;
+  const auto &min_list = analyzer.dynamic_counters.min_list;
+  const auto &max_list = analyzer.dynamic_counters.max_list;
+  const std::uint64_t width = analyzer.dynamic_counters.Range;
+  Distribution distribution;
+
+  const V lowest = min_list.head ? min_list.head->Vstart : range.Start;
+  segments.add(Limits::min(), advance(lowest, UINT64_MAX), min_list.exceptions);
+  distribution.below = min_list.exceptions;
+  for (const auto *node = min_list.head; node; node = node->next) {
+    // Counted from the range on, so that the one at the type's smallest value can be narrower.
+    const std::uint64_t nearer = (distance(node->Vstart, range.Start) - 1) / width * width;
+    segments.add(node->Vstart, advance(range.Start, 0 - nearer - 1), node->Count);
+    distribution.below += node->Count;
+  }
+  read_buckets(range, distribution, segments);
+  V beyond = range.End;
+  for (const auto *node = max_list.head; node; node = node->next) {
+    const V last = advance(node->Vstart, std::min(width - 1, distance(node->Vstart, Limits::max())));
+    segments.add(node->Vstart, last, node->Count);
+    distribution.above += node->Count;
+    beyond = last == Limits::max() ? last : advance(last, 1);
+  }
+  segments.add(beyond, Limits::max(), max_list.exceptions);
+  distribution.above += max_list.exceptions;
+  return distribution;
+}
+
+/** All that an entry holds but its refused values and resets. */
+template <class Entry>
+Reading read(const Entry &entry) {
+  using V = decltype(entry.last_value);
+  Reading reading;
+  reading.name = entry.name;
+  const auto *analyzer = entry.analyzer;
+  const auto *summary = analyzer ? &analyzer->summary : entry.summary;
+  const bool has_learnt = analyzer && analyzer->stage == STATS_ANALYZER_ANALYZING;
+  if (summary) read_summary(*summary, reading);
+  if (analyzer) reading.baseline = static_cast<Stage>(analyzer->stage);
+  if (!has_learnt && !entry.range_counters) return reading;
+  constexpr std::size_t kOutside = 12;  // the ten buckets that a baseline may make, and what found none
+  const std::size_t most = kOutside + (has_learnt ? analyzer->range_counters.Nsc : entry.range_counters->Nsc);
+  Segments<V> segments(summary ? summary->Vmin : V{}, summary ? summary->Vmax : V{}, most);
+  reading.distribution =
+      has_learnt ? read_learnt(*analyzer, segments) : read_distribution(*entry.range_counters, segments);
+  if (reading.samples != 0) reading.points = segments.points();
+  return reading;
+}
 
 }  // namespace detail
 }  // namespace zor::process

@@ -124,6 +124,7 @@ struct GroupSettings {
       std::nullopt; /**< 1 to 65535 polls; else 65535, when a bucket can be full, and never without buckets */
   Statistics statistics = Statistics::none; /**< of every object */
   std::uint32_t buckets = 100;              /**< of objects that set none: 1 to 65535 */
+  bool keep_readings = false; /**< those of each interval wait for Group::take_readings(), as records do */
 };
 
 /** Settings of an object. */
