@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <functional>
+#include <set>
 #include <string_view>
 #include <unordered_set>
 #include <utility>
@@ -40,10 +42,20 @@ T Take(zp::Result<T> result, std::string_view where, std::string_view object) {
   return *std::move(result);
 }
 
-// Of a record.
-std::uint32_t SamplesOf(std::string_view line) {
-  for (int i = 0; i < 3; ++i) line.remove_prefix(line.find(',') + 1);
-  return ParseNumber<std::uint32_t>(line.substr(1, line.find(',') - 1)).value_or(0);
+// A field of a record; name and time are before the first comma.
+constexpr int kInstance = 2, kSamples = 3;
+std::string_view FieldOf(std::string_view line, int commas) {
+  for (; commas != 0; --commas) line.remove_prefix(line.find(',') + 1);
+  return line.substr(1, line.find(',') - 1);
+}
+
+// The instances that have counted nothing but zeros.
+std::set<std::string, std::less<>> IdleInstances(const zp::Group &group) {
+  std::set<std::string, std::less<>> idle;
+  for (zp::Reading &reading : group.readings()) {
+    if (reading.min == zp::Number() && reading.max == zp::Number()) idle.insert(std::move(reading.name));
+  }
+  return idle;
 }
 
 zp::ObjectSettings SettingsOf(const ObjectPlan &plan, std::uint32_t poll_interval) {
@@ -174,26 +186,37 @@ void Collector::FinishObject(Object &object, std::string *records) {
   object.learning = object.group.still_learning();
 }
 
+// As long as all samples are counted, only those outside the range make an estimate fail.
+const char *Collector::WhyUnknown(const Object &object, std::string_view record) {
+  const std::uint64_t refused = object.group.refused();
+  if (object.statistics == Statistics::baseline) {
+    return refused != 0 ? "samples without a bucket" : "samples outside the learnt range";
+  }
+  const auto samples = ParseNumber<std::uint32_t>(FieldOf(record, kSamples));
+  const bool is_full = refused != object.refused || samples > kLargestCount;
+  return is_full ? "a sum or a bucket was full" : "samples outside the range";
+}
+
 void Collector::TakeRecords(Object &object, std::string *records) const {
   const std::string lines = object.group.take_records();
+  if (lines.empty()) return;
   records->append(lines);
-  const std::string head = dg_ + "-percentile: ";
-  std::string_view summary;  // comes before the percentiles of its instance
+  const bool is_baseline = object.statistics == Statistics::baseline;
+  const std::string head = dg_ + (is_baseline ? "-baseline: " : "-percentile: ");
+  std::optional<std::set<std::string, std::less<>>> idle;  // baselines that have counted nothing but zeros
+  std::string_view before;                                 // of a percentile record, the summary of its instance
   for (std::string_view rest = lines; !rest.empty();) {
     const std::string_view line = rest.substr(0, rest.find('\n') + 1);
     rest.remove_prefix(line.size());
-    if (!line.starts_with(head)) {
-      summary = line;
-    } else if (!line.ends_with(kNoSamples)) {
-      ++object.percentiles;
-      if (line.ends_with(kNineZeros) && !summary.ends_with(kOnlyZeros)) {
-        // As long as all are counted, only samples outside the range make the estimate fail.
-        const bool is_full = object.group.refused() != object.refused || SamplesOf(line) > kLargestCount;
-        ++(is_full ? object.unknown_full : object.unknown_range);
-      }
-    }
+    const std::string_view summary = std::exchange(before, line);
+    if (!line.starts_with(head) || line.ends_with(kNoSamples)) continue;
+    ++object.percentiles;
+    if (!line.ends_with(kNineZeros)) continue;
+    if (is_baseline && !idle) idle = IdleInstances(object.group);
+    if (is_baseline ? idle->contains(FieldOf(line, kInstance)) : summary.ends_with(kOnlyZeros)) continue;
+    ++object.unknown[WhyUnknown(object, line)];
   }
-  if (!lines.empty()) object.refused = object.group.refused();
+  object.refused = object.group.refused();
 }
 
 void Collector::InsertHeaders(std::size_t position, std::string *records) {
@@ -239,10 +262,6 @@ void Collector::NoteCounts(std::vector<std::string> *notes) const {
   SomeNotes learning("objects: no baseline yet", notes);
   Items refused, unknown;
   std::uint64_t percentiles = 0, all_unknown = 0;
-  const auto add_unknown = [&](const Object &object, std::uint64_t count, std::string_view reason) {
-    if (count != 0) unknown.Add(fmt::format("{} {} ({})", Printable(object.name), count, reason));
-    all_unknown += count;
-  };
   for (const Object &object : objects_) {
     const std::string name = Printable(object.name);
     if (const std::uint64_t count = object.group.refused(); count != 0) {
@@ -257,8 +276,10 @@ void Collector::NoteCounts(std::vector<std::string> *notes) const {
                                object.learning == 1 ? " is" : "s are"));
     }
     percentiles += object.percentiles;
-    add_unknown(object, object.unknown_range, "samples outside the range");
-    add_unknown(object, object.unknown_full, "a sum or a bucket was full");
+    for (const auto &[reason, count] : object.unknown) {
+      unknown.Add(fmt::format("{} {} ({})", name, count, reason));
+      all_unknown += count;
+    }
   }
   learning.End();
   if (!refused.empty()) notes->push_back("refused values: " + refused.text());

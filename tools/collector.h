@@ -3,9 +3,11 @@
 #define ZORSTAT_COLLECTOR_H_
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "settings.h"
@@ -49,17 +51,17 @@ class Collector {
     zor::process::Group group;
     zor::process::Column<zor::process::Value> column;
     std::optional<zor::process::Poll> poll = std::nullopt;
-    bool has_value = false;           // or all cells of its column were empty
-    std::uint64_t refused = 0;        // values, up to its last records
-    std::uint64_t percentiles = 0;    // records of them with samples; unknown ones have nine zeros for other values
-    std::uint64_t unknown_full = 0;   // where counts were full, and refused a sample
-    std::uint64_t unknown_range = 0;  // where samples were outside the range
-    std::size_t learning = 0;         // instances, at the end
+    bool has_value = false;         // or all cells of its column were empty
+    std::uint64_t refused = 0;      // values, up to its last records
+    std::uint64_t percentiles = 0;  // records of them with samples; unknown ones have nine zeros for other values
+    std::map<std::string_view, std::uint64_t> unknown = {};  // by reason
+    std::size_t learning = 0;                                // instances, at the end
   };
 
   Object MakeObject(const ObjectPlan &plan, const std::string &dg, std::uint32_t poll_interval) const;
   void FinishObject(Object &object, std::string *records);
   void TakeRecords(Object &object, std::string *records) const;
+  static const char *WhyUnknown(const Object &object, std::string_view record);
   void CountRepeats(const Poll &poll);
   void NoteCounts(std::vector<std::string> *notes) const;
   void NoteInput(std::vector<std::string> *notes) const;
