@@ -1,5 +1,7 @@
 // The C++ header: what it refuses, and that what it takes comes out as by C calls. zorstat stands on it, so that
 // its tests are those of groups of one object.
+#include <malloc.h>
+
 #include <functional>
 #include <numeric>
 #include <random>
@@ -61,6 +63,7 @@ TEST(ProcessHppTest, RefusesSettingsThatWouldFailLateOrNever) {
   Expect({{add({.statistics = kSummary, .id = 77}, "first"), 0, ""},
           {make(null), 1, "group '': a name is empty"},
           {make(cut), 1, "or holds a comma or a control character"},
+          {make("a:b"), 1, "a colon in it"},
           {make("g"), 1, "group 'g': exists already"},
           {make("h", {.poll_interval = std::chrono::seconds(9)}), 14, "is below 10 seconds"},
           {make("h", {.clear = std::chrono::seconds(655351)}), 13, "the clear interval is not 1 to 65535 polls"},
@@ -201,6 +204,7 @@ TEST(ProcessHppTest, BaselinesDoNotStopTheirGroup) {
     EXPECT_EQ(group.take_records().find("g-baseline") != std::string::npos, i >= 10 && i % 10 != 9) << i;
   }
   EXPECT_EQ(group.refused(), 2u * (91 - 10));  // ten outside buckets were there
+  EXPECT_EQ(group.readings()[1].refused, 1u);  // since the last clear
   EXPECT_TRUE(group.has_instance("y") && !group.has_instance("z"));
 }
 
@@ -213,7 +217,7 @@ TEST(ProcessHppTest, CountsEverySampleOnceWithoutMemory) {
     heap = {failing, false, false, 0, alive};
     {
       zp::Engine engine;
-      zp::Group group = *engine.group("g", {.clear = Interval::polls(3)});
+      zp::Group group = *engine.group("g", {.clear = Interval::polls(3), .keep_readings = true});
       zp::Template table("key");
       const auto rx = table.column<std::uint32_t>("rx");
       again([&] { return group.object("rx", {.statistics = kSummary, .instances = {"a", "b"}}); });
@@ -231,6 +235,8 @@ TEST(ProcessHppTest, CountsEverySampleOnceWithoutMemory) {
         samples += static_cast<std::size_t>(records[at + 7] - '0');
       }
       EXPECT_EQ(samples, 2u * 7) << "allocation " << failing;
+      for (const zp::Reading &reading : group.take_readings()) samples -= reading.samples;
+      EXPECT_EQ(samples, 0u) << "allocation " << failing;
     }
     EXPECT_EQ(heap.alive, alive) << "leaked at allocation " << failing;
   }
@@ -275,7 +281,7 @@ void ReadsWhatWasSampled() {
   std::mt19937_64 random;
   const auto below = [&](std::uint64_t end) { return random() % std::max<std::uint64_t>(end, 1); };
   constexpr auto kMost = std::uint64_t{std::numeric_limits<V>::max() >> (sizeof(V) == 8 ? 8 : 0)};  // sums fit
-  for (int round = 0; round < 200 && !::testing::Test::HasFailure(); ++round) {
+  for (int round = 0; round < 60 && !::testing::Test::HasFailure(); ++round) {
     SCOPED_TRACE(round);
     const std::uint64_t width = 1 + below(kMost >> below(sizeof(V) * 7)), low = below(kMost - width);
     const auto start = static_cast<V>(std::is_signed_v<V> && round % 2 ? 0 - low - width : low);
@@ -313,6 +319,62 @@ TEST(ProcessHppTest, ReadsWhatWasSampled) {
   ReadsWhatWasSampled<std::uint32_t>();
   ReadsWhatWasSampled<std::int64_t>();
   ReadsWhatWasSampled<std::uint64_t>();
+}
+
+// Two counters of an instance that stays, beside instances that stay for five polls each. What the counters have
+// grown by is what the readings of all intervals come to, and the heap does not grow.
+TEST(ProcessHppTest, CountsOnOverResetsAndWrapsWhileInstancesComeAndGo) {
+  for (const bool has_baseline : {false, true}) {
+    zp::Engine engine;
+    zp::Group group = *engine.group("g", {.clear = Interval::polls(10), .keep_readings = true, .expire = 2});
+    zp::ObjectSettings counter = {.statistics = kSummary, .values = zp::Values::counter};
+    ASSERT_TRUE(group.object("wide", counter));
+    if (has_baseline) counter.range = Range(0, 1 << 30);
+    ASSERT_TRUE(group.object("narrow", counter));
+    ASSERT_TRUE(!has_baseline || group.object("b", {.statistics = kBaseline, .buckets = 5}));
+    zp::Template table("key");
+    const auto narrow = table.column<std::uint32_t>("narrow");
+    const auto wide = table.column<std::uint64_t>("wide");
+    const auto b = table.column<std::uint32_t>("b");
+    ASSERT_TRUE(group.start(table));
+
+    std::mt19937 random;
+    std::uint32_t low = UINT32_MAX - 9, rows = 0, learnt = 0;
+    std::uint64_t high = UINT64_MAX / 2, low_resets = 0, high_resets = 0, grown = 0, read = 0, used = 0;
+    const auto add = [&](const std::vector<zp::Reading> &readings) {
+      for (const zp::Reading &reading : readings) {
+        if (reading.name != "stays") continue;
+        (reading.baseline ? learnt = reading.samples : read += reading.sum.bits());
+      }
+    };
+    for (std::uint32_t i = 0; i < 50'005; ++i) {
+      zp::Poll poll = *group.poll();
+      if (i % 11 != 10) {
+        const auto step = static_cast<std::uint32_t>(random() % (1 << 30));
+        const bool low_begins = low < INT32_MAX && step < low && i % 3 == 0,
+                   high_begins = step < high && i % 7 == 0;
+        low = low_begins ? step : low + step;
+        high = high_begins ? step : high + step;
+        low_resets += low_begins;
+        high_resets += high_begins && rows != 0;
+        if (rows++ != 0) grown += 2 * std::uint64_t{step};
+        ASSERT_TRUE(poll.row("stays", {narrow(low), wide(high), b(i % 10)}));
+      }
+      const std::string passing = i == 40'000 ? "0" : std::to_string(i / 5);
+      ASSERT_TRUE(poll.row(passing, {narrow(i), wide(i)}) && poll.end());
+      // For two whole intervals after that of its last value; then it is new.
+      ASSERT_EQ(group.has_instance("0"), i < 29 || (i >= 40'000 && i < 40'029)) << i;
+      add(group.take_readings());
+      ASSERT_TRUE(group.take_records().empty() == (i % 10 != 9) || has_baseline);
+      if (i == 10'004) used = mallinfo2().uordblks;
+      ASSERT_TRUE(i % 10'000 != 4 || i < 10'004 || mallinfo2().uordblks < used + 10'000) << "the heap grows";
+    }
+    add(group.readings());
+    EXPECT_EQ(read, grown);
+    EXPECT_EQ(group.resets("narrow"), low_resets);
+    EXPECT_EQ(group.resets("wide"), high_resets);
+    EXPECT_EQ(learnt, has_baseline ? rows - 10 : 0);
+  }
 }
 
 }  // namespace

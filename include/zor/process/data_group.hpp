@@ -85,6 +85,15 @@ class DataGroup {
     return lift(zor_process_engine_clear_dg_data(engine(), name(), static_cast<std::uint16_t>(mask), 0));
   }
 
+  /** Removes the instances for which is_removed(column, entry) holds. */
+  template <class IsRemoved>
+  void remove_instances(IsRemoved is_removed) const {
+    const auto ask = [](const zor_process_data_cursor_t *instance, void *context) -> int {
+      return (*static_cast<IsRemoved *>(context))(*instance->oper_entry, instance->entry);
+    };
+    zor_process_engine_remove_instances(engine(), name(), ask, &is_removed);
+  }
+
   /** Calls visit(column) for each column that feeds an object, in the template's order. */
   template <class Visit>
   void for_each_column(Visit visit) const {

@@ -88,7 +88,8 @@ class Group {
       dg().set_object(ZOR_PROCESS_OPER_DELETE, text, nullptr);  // else a part of it would stay
       return detail::check(place_of(name), code);
     }
-    setup().objects.emplace_back(text, object.range);
+    setup().objects.push_back({text, object.range, object.values, object.instances});
+    std::sort(setup().objects.back().instances.begin(), setup().objects.back().instances.end());
     setup().statistics |= statistics;
     return Done{};
   }
@@ -115,7 +116,8 @@ class Group {
     if (Status s = clear(); !s) return s;
     dg().set(ZOR_PROCESS_OPER_CLEAR, nullptr);
     state_->row.reset();
-    ++state_->tally.restarts;
+    state_->instances.clear();
+    ++state_->tally.removals;
     return state_->send_template(table.columns_);
   }
 
@@ -159,6 +161,16 @@ class Group {
    * behind one that does not fit are lost with it, and Poll::row() says so.
    * @return their number since the group was made */
   std::uint64_t refused() const { return state_->tally.refused; }
+
+  /** The number of times that counters of an object were reset, see Values::counter.
+   * @param object its name
+   * @return their number since the group was made; 0 for an object of other values */
+  std::uint64_t resets(Name object) const {
+    const auto &objects = state_->setup.objects;
+    const auto found =
+        std::find_if(objects.begin(), objects.end(), [&](const auto &o) { return o.name == object; });
+    return found == objects.end() ? 0 : found->resets;
+  }
 
   /** Visits every instance. @return the number of instances whose baseline is still learning */
   std::size_t still_learning() const {
@@ -237,7 +249,7 @@ class Group {
     auto flags = static_cast<std::uint16_t>(detail::in_full(object.statistics));
     auto id = object.id;
     auto buckets = object.buckets.value_or(0);
-    auto values = static_cast<std::uint32_t>(object.values);
+    std::uint32_t values = object.values == Values::sampled ? 0 : 1;
     std::uint32_t clear_type = learning == 0 ? 0 : 1;  // polls
     std::uint32_t range_type = object.range ? range.type : 0;
     zor_process_attr_t common = {&flags, &buckets, &clear_type, &learning};
@@ -252,13 +264,14 @@ class Group {
   Status check_template(const Template &table) const {
     const auto &[infos, status] = *table.columns_;
     if (!status) return status;
-    for (const auto &[name, range] : state_->setup.objects) {
-      const auto named = [&object = name](const detail::ColumnInfo &info) { return info.name == object; };
+    for (const detail::ObjectInfo &object : state_->setup.objects) {
+      const auto &range = object.range;
+      const auto named = [&](const detail::ColumnInfo &info) { return info.name == object.name; };
       const auto column = std::find_if(infos.begin(), infos.end(), named);
       const bool is_missing = column == infos.end();
       const std::uint32_t type = is_missing ? 0 : column->type;
       Status checked = detail::check(
-          place_of(name),
+          place_of(object.name),
           {{is_missing, "the template has no column of its name", ZOR_PROCESS_ERROR_IN_TEMPLATE},
            {type == detail::kKeyType, "its column is the key", ZOR_PROCESS_ERROR_UNSUPPORTED_OBJECT_TYPE},
            {range && !range->fits(type), "the range does not fit the type of its column",
@@ -291,6 +304,7 @@ class Engine {
     zor_process_attr_t attr = {};
     Status status = detail::check(
         dg.place(), {{!is_name(name), detail::kBadName},
+                     {name.find(':') != Name::npos, "a colon in it would end its name in record lines"},
                      {dg.set(ZOR_PROCESS_OPER_GET, &attr) == ZOR_PROCESS_SUCCESS, "exists already"},
                      {!has_time, "the poll interval is below 10 seconds", ZOR_PROCESS_ERROR_INVALID_POLL_INTERVAL},
                      {settings.clear && !is_count(interval), "the clear interval is not 1 to 65535 polls",

@@ -8,16 +8,19 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <iterator>
 #include <limits>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 #include "zor/entry.h"
 #include "zor/process/data_group.hpp"
+#include "zor/process/instance_table.hpp"
 #include "zor/process/readings.hpp"
 #include "zor/process/result.hpp"
 #include "zor/process/row.hpp"
@@ -29,10 +32,20 @@ namespace zor::process::detail {
 struct Setup {
   GroupSettings settings;
   std::uint64_t interval; /**< polls; 0: none was given */
-  std::vector<std::pair<std::string, std::optional<Range>>> objects = {};
+  std::vector<ObjectInfo> objects = {};
   Statistics statistics = Statistics::none; /**< of all objects together */
 
   bool has_baselines() const { return overlap(statistics, Statistics::baseline); }
+  /** Whether each value is noted in the table of instances. */
+  bool follows_values() const {
+    const auto is_counter = [](const ObjectInfo &object) { return object.is_counter(); };
+    return settings.expire != 0 || std::any_of(objects.begin(), objects.end(), is_counter);
+  }
+  /** The index of the object that a column feeds. */
+  std::size_t object_of(std::size_t column) const {
+    const auto is_fed = [column](const ObjectInfo &object) { return object.column == column; };
+    return static_cast<std::size_t>(std::find_if(objects.begin(), objects.end(), is_fed) - objects.begin());
+  }
   /** Counted here: after a failed clear the data group's own count runs past its interval. */
   std::uint64_t polls_between_clears() const {
     constexpr auto kNever = std::numeric_limits<std::uint64_t>::max();
@@ -43,10 +56,11 @@ struct Setup {
 
 /** What has come of the polls so far. */
 struct Tally {
-  bool is_open = false;    /**< a poll is */
-  std::uint64_t polls = 0; /**< since the last clear */
+  bool is_open = false;       /**< a poll is */
+  std::uint64_t polls = 0;    /**< since the last clear */
+  std::uint64_t interval = 1; /**< one more with each clear */
   std::uint64_t refused = 0;
-  std::uint64_t restarts = 0;
+  std::uint64_t removals = 0;                  /**< restarts, and clears after which instances were removed */
   std::optional<Error> failure = std::nullopt; /**< the first that no end() has told yet */
   std::string records = {};
   std::vector<Reading> readings = {};
@@ -67,6 +81,8 @@ struct GroupState {
       return check(dg.place(), code);
     }
     row.set_columns(columns);
+    for (ObjectInfo &object : setup.objects) object.find_column(row.infos());
+    follows_values_ = setup.follows_values();
     return Done{};
   }
 
@@ -75,7 +91,8 @@ struct GroupState {
     const char *wrong = row.fill(key, cells);
     std::uint32_t code = ZOR_PROCESS_ERROR_INVALID_PARAMS;
     if (!wrong) {
-      code = send_values();
+      if (follows_values_) follow(key);
+      code = send_values(key);
       if (code == ZOR_PROCESS_SUCCESS) return Done{};
       wrong = code == ZOR_PROCESS_ERROR_IN_DATA ? "a sum is full, and the columns after it are not counted"
                                                 : zor_proc_get_error_string_list(code);
@@ -102,13 +119,17 @@ struct GroupState {
     collect();  // a record left uncollected would be in the way
     const std::size_t kept = keep_readings();
     const std::uint32_t code = dg.clear(kCleared);
-    if (code == ZOR_PROCESS_SUCCESS) {
-      tally.polls = 0;
-    } else {
-      drop_readings_in_progress(kept);
-    }
+    if (code != ZOR_PROCESS_SUCCESS) return stop_half_way(kept, code);
     collect();
-    return whole(code);
+    tally.polls = 0;
+    ++tally.interval;
+    if (follows_values_) {
+      instances.for_each([](InstanceState &state) { state.resets = state.refused = 0; });
+    } else {
+      instances.clear();
+    }
+    if (setup.settings.expire != 0) remove_expired();
+    return Done{};
   }
   /** Of a baseline without a sample since its last record it would be that record again. */
   Status snapshot() {
@@ -122,8 +143,13 @@ struct GroupState {
   std::vector<Reading> readings() const {
     std::vector<Reading> all;
     dg.for_each_entry([&](const zor_process_object_oper_entry_t &column, const void *entry) {
-      all.push_back(visit_entry(column, entry, [](const auto &typed) { return read(typed); }));
-      all.back().object = column.name;
+      Reading &reading =
+          all.emplace_back(visit_entry(column, entry, [](const auto &typed) { return read(typed); }));
+      reading.object = column.name;
+      const InstanceState *state = instances.find(reading.name, setup.object_of(column.column));
+      if (!state) return;
+      reading.refused = state->refused;
+      reading.resets = state->resets;
     });
     return all;
   }
@@ -132,6 +158,7 @@ struct GroupState {
   Setup setup;
   RowMessage row;
   Tally tally;
+  InstanceTable instances;
 
  private:
   static zor_process_column_t column_of(const char *name, std::uint32_t type) {
@@ -142,26 +169,47 @@ struct GroupState {
             0, is_wide ? 8U : 4U, 0};
   }
 
-  /** Sends the row in one message. A refused value takes those after it in its message with it: as a baseline
-   * refuses often, there each value gets a message to itself. */
-  std::uint32_t send_values() {
-    if (setup.has_baselines()) return send_one_by_one();
-    const std::uint32_t code = dg.send(ZOR_PROCESS_MSG_ROW, row.whole());
-    if (code != ZOR_PROCESS_ERROR_IN_DATA) return code;
-    ++tally.refused;
-    return row.values() == 1 ? std::uint32_t{ZOR_PROCESS_SUCCESS} : code;
+  /** Notes the values of a row, and puts what counters have risen to in the place of theirs. */
+  void follow(std::string_view key) {
+    std::vector<InstanceState> *states = nullptr;
+    for (std::size_t i = 0; i < setup.objects.size(); ++i) {
+      ObjectInfo &object = setup.objects[i];
+      const void *value = row.value(object.column);
+      if (!value || !object.processes(key)) continue;
+      if (!states) states = &instances.row(key, setup.objects.size());
+      InstanceState &state = (*states)[i];
+      if (object.is_counter()) row.replace(object.column, count_on(state, object, value));
+      state.seen = tally.interval;
+    }
   }
 
-  std::uint32_t send_one_by_one() {
+  void refuse(std::string_view key, std::size_t column) {
+    ++tally.refused;
+    const std::size_t object = setup.object_of(column);
+    InstanceState *state = instances.find(key, object);
+    if (!state) state = &instances.row(key, setup.objects.size())[object];
+    ++state->refused;
+  }
+
+  /** Sends the row in one message. A refused value takes those after it in its message with it: as a baseline
+   * refuses often, there each value gets a message to itself. */
+  std::uint32_t send_values(std::string_view key) {
+    if (setup.has_baselines() || row.values() == 1) return send_one_by_one(key);
+    const std::uint32_t code = dg.send(ZOR_PROCESS_MSG_ROW, row.whole());
+    if (code == ZOR_PROCESS_ERROR_IN_DATA) ++tally.refused;
+    return code;
+  }
+
+  std::uint32_t send_one_by_one(std::string_view key) {
     std::uint32_t failure = ZOR_PROCESS_SUCCESS;
-    row.for_each_value([&](void **columns) {
+    row.for_each_value([&](std::size_t column, void **columns) {
       errno = 0;
       std::uint32_t code = dg.send(ZOR_PROCESS_MSG_ROW, columns);
       // A baseline without memory refuses this value, or ignores all later ones: only malloc() tells the
       // difference.
       if (errno == ENOMEM) code = ZOR_PROCESS_ERROR_NO_MEMORY;
       if (code == ZOR_PROCESS_ERROR_IN_DATA) {
-        ++tally.refused;
+        refuse(key, column);
       } else if (failure == ZOR_PROCESS_SUCCESS) {
         failure = code;
       }
@@ -178,6 +226,11 @@ struct GroupState {
     return check(dg.place(), {{code != ZOR_PROCESS_SUCCESS,
                                "the clear stopped half-way: what it did not reach is kept", code}});
   }
+  static std::string_view name_of(const void *entry) {
+    kel_hashset_record_t head;  // what every entry begins with
+    std::memcpy(&head, entry, sizeof head);
+    return head.name;
+  }
 
   /** Keeps what a clear is about to reset. Returns how many readings were kept before. */
   std::size_t keep_readings() {
@@ -188,16 +241,41 @@ struct GroupState {
                           std::make_move_iterator(read.end()));
     return kept;
   }
-  /** Of a clear that stopped half-way, the readings are those of the instances that have a clear buffer. The others
-   * go on, and are read again. */
-  void drop_readings_in_progress(std::size_t kept) {
-    if (kept == tally.readings.size()) return;
-    auto read = tally.readings.begin() + static_cast<std::ptrdiff_t>(kept), end = read;
+  /** What was cleared has a clear buffer. Of the others, which go on and are read again, the readings are dropped.
+   */
+  Status stop_half_way(std::size_t kept, std::uint32_t code) {
+    auto reading = tally.readings.begin() + static_cast<std::ptrdiff_t>(kept), end = reading;
+    const bool has_readings = reading != tally.readings.end();
     dg.for_each_entry([&](const zor_process_object_oper_entry_t &column, void *entry) {
-      if (g_zor_poi_entry_get_clear_buffer_funcs[column.data_type - 1](entry)) std::iter_swap(end++, read);
-      ++read;
+      if (g_zor_poi_entry_get_clear_buffer_funcs[column.data_type - 1](entry)) {
+        InstanceState *state = instances.find(name_of(entry), setup.object_of(column.column));
+        if (state) state->resets = state->refused = 0;
+        if (has_readings) std::iter_swap(end++, reading);
+      }
+      if (has_readings) ++reading;
     });
     tally.readings.erase(end, tally.readings.end());
+    collect();
+    return whole(code);
+  }
+
+  bool is_expired(const InstanceState &state) const {
+    return state.seen != 0 && tally.interval - state.seen > setup.settings.expire;
+  }
+  /** Removes the instances that had no value for long. All records were collected, so that none is in the way. */
+  void remove_expired() {
+    bool has_expired = false;
+    instances.for_each([&](const InstanceState &state) { has_expired = has_expired || is_expired(state); });
+    if (!has_expired) return;
+    ++tally.removals;
+    dg.remove_instances([&](const zor_process_object_oper_entry_t &column, const void *entry) {
+      const InstanceState *state = instances.find(name_of(entry), setup.object_of(column.column));
+      return state && is_expired(*state);
+    });
+    instances.for_each([&](InstanceState &state) {
+      if (is_expired(state)) state = {};
+    });
+    instances.drop_unseen();
   }
 
   /** Takes over the clear buffers of all instances, and drops what is not wanted. */
@@ -216,6 +294,8 @@ struct GroupState {
       std::free(text);
     });
   }
+
+  bool follows_values_ = false;
 };
 
 }  // namespace zor::process::detail

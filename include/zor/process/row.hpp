@@ -57,16 +57,20 @@ class RowMessage {
     return nullptr;
   }
   std::size_t values() const { return values_; }
+  /** The value of a column, or null. */
+  const void *value(std::size_t column) const { return cells_[column].value; }
+  /** Puts another one in its place. */
+  void replace(std::size_t column, const void *value) { cells_[column].value = value; }
 
   /** The columns of the message. */
   void **whole() { return whole_.data(); }
-  /** Calls send(columns) with a message for each value. */
+  /** Calls send(column, columns) with a message for each value. */
   template <class Send>
   void for_each_value(Send send) {
     for (std::size_t i = 1; i < cells_.size(); ++i) {
       if (!cells_[i].value) continue;
       single_[i] = whole_[i];
-      send(single_.data());
+      send(i, single_.data());
       single_[i] = nullptr;
     }
   }

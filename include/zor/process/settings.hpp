@@ -68,8 +68,13 @@ constexpr bool overlap(Statistics a, Statistics b) { return (a & b) != Statistic
 
 /** How values become samples: as they come, or as the differences of a counter. */
 enum class Values : std::uint32_t {
-  sampled = 0,   /**< each value is a sample */
-  cumulative = 1 /**< of a counter: the first value primes it, differences are computed with wrap-around */
+  sampled = 0,    /**< each value is a sample */
+  cumulative = 1, /**< of a counter: the first value primes it, differences are computed with wrap-around, so that a
+                       counter that begins anew gives one huge sample */
+  counter = 2     /**< the one to use for real counters: an unsigned one that goes down was reset, and its sample is
+                       its value, what it has counted since; but in a column of 32 bits it has wrapped if the
+                       difference then lies in the object's range or, without one, is below 2^31. Signed columns are
+                       taken as cumulative. Group::resets() counts the resets */
 };
 
 /** A number of polls, given as such or as a time, which is rounded up to whole polls. */
@@ -125,6 +130,10 @@ struct GroupSettings {
   Statistics statistics = Statistics::none; /**< of every object */
   std::uint32_t buckets = 100;              /**< of objects that set none: 1 to 65535 */
   bool keep_readings = false; /**< those of each interval wait for Group::take_readings(), as records do */
+  std::uint32_t expire =
+      0; /**< after so many intervals without a value an instance is removed, with what a
+            baseline   has learnt; 0: never. What is not cleared does not expire: an interval
+            ends   with   a clear that succeeds, the one at the end of a poll or Group::clear() */
 };
 
 /** Settings of an object. */

@@ -19,8 +19,8 @@
 
 namespace zor::process {
 
-/** An instance that a walk has reached. The names are the library's, valid until a restart and while a handle
- * lives. */
+/** An instance that a walk has reached. The names are the library's, valid until a restart, while no
+ * instance expires and while a handle lives. */
 struct Instance {
   std::string_view object; /**< its object */
   std::string_view name;   /**< its own, the key of its rows */
@@ -28,7 +28,8 @@ struct Instance {
 };
 
 /** The instances of a group: for (const Result<Instance> &instance : group.walk()) ... An Error stands for one that
- * cannot be rendered, and the walk goes on; or for a restart since the walk began, and it ends. */
+ * cannot be rendered, and the walk goes on; or for a restart or the removal
+ * of instances since the walk began, and it ends. */
 class Walk {
  public:
   /** The place of a walk. Each goes its own way, forward only. */
@@ -64,15 +65,16 @@ class Walk {
    private:
     friend class Walk;
     iterator(std::shared_ptr<detail::GroupState> group, std::uint32_t mode)
-        : group_(std::move(group)), cursor_(group_->dg.cursor()), mode_(mode), restarts_(group_->tally.restarts) {
+        : group_(std::move(group)), cursor_(group_->dg.cursor()), mode_(mode), removals_(group_->tally.removals) {
       ++*this;
     }
 
     std::optional<Result<Instance>> next() {
       const auto &dg = group_->dg;
-      if (restarts_ != group_->tally.restarts) {
+      if (removals_ != group_->tally.removals) {
         is_over_ = true;
-        return Error{ZOR_PROCESS_ERROR_INVALID_PARAMS, dg.place() + ": the walk began before a restart"};
+        return Error{ZOR_PROCESS_ERROR_INVALID_PARAMS,
+                     dg.place() + ": the walk began before a restart, or before instances expired"};
       }
       const detail::Text text(zor_process_engine_get_next_object_instance_data(dg.engine(), &cursor_, mode_));
       if (!cursor_.entry) return std::nullopt;
@@ -88,7 +90,7 @@ class Walk {
     std::shared_ptr<detail::GroupState> group_;
     zor_process_data_cursor_t cursor_ = {};
     std::uint32_t mode_ = 0;
-    std::uint64_t restarts_ = 0;
+    std::uint64_t removals_ = 0;
     bool is_over_ = false;
     std::optional<Result<Instance>> current_; /**< nothing at the end */
   };
