@@ -24,6 +24,7 @@ using zp::Statistics;
 constexpr std::string_view kNineZeros = ", 0.000, 0.000, 0.000, 0.000, 0.000, 0.000, 0.000, 0.000, 0.000\r\n";
 constexpr std::string_view kOnlyZeros = ", 0, 0, 0.000\r\n";  // in a summary
 constexpr std::string_view kNoSamples = ", 0\r\n";
+constexpr std::uint32_t kDefaultLearning = 2000;  // samples
 constexpr Statistics kBuckets = Statistics::distribution | Statistics::percentile;
 
 Statistics StatisticsOf(const ObjectPlan &plan) { return static_cast<Statistics>(plan.statistics); }
@@ -61,11 +62,13 @@ std::set<std::string, std::less<>> IdleInstances(const zp::Group &group) {
 zp::ObjectSettings SettingsOf(const ObjectPlan &plan, std::uint32_t poll_interval) {
   zp::ObjectSettings settings;
   settings.statistics = StatisticsOf(plan);
-  settings.values = plan.cumulative ? zp::Values::cumulative : zp::Values::sampled;
+  settings.values = plan.values;
   settings.range = plan.range;
   settings.buckets = plan.buckets;
   settings.instances = plan.instances.value_or(NameList{});
-  if (plan.clear) settings.learning = zp::Interval::polls(ClearPolls(*plan.clear, poll_interval));
+  if (StatisticsOf(plan) == Statistics::baseline) {
+    settings.learning = zp::Interval::polls(plan.clear ? ClearPolls(*plan.clear, poll_interval) : kDefaultLearning);
+  }
   return settings;
 }
 
@@ -101,8 +104,9 @@ Collector::Collector(const Table &table, const std::vector<ObjectPlan> &plans, c
   } else if (std::any_of(plans.begin(), plans.end(), has_buckets)) {
     clear_polls_ = zp::kLargestCount;  // a bucket counts no further
   }
+  if (settings.expire) expire_ = settings.expire->value;
   if (settings.percentile) percentile_ = settings.percentile->value;
-  if (settings.instances) expected_instances_ = settings.instances->value;
+  if (settings.instances) missing_instances_ = settings.instances->value;
   for (const ObjectPlan &plan : plans) objects_.push_back(MakeObject(plan, dg, poll_interval));
 }
 
@@ -111,9 +115,8 @@ Collector::Object Collector::MakeObject(const ObjectPlan &plan, const std::strin
   const Column &column = table_.columns[plan.column];
   zp::GroupSettings settings;
   settings.poll_interval = std::chrono::seconds(poll_interval);
-  if (clear_polls_ && StatisticsOf(plan) != Statistics::baseline) {
-    settings.clear = zp::Interval::polls(*clear_polls_);
-  }
+  if (clear_polls_) settings.clear = zp::Interval::polls(*clear_polls_);  // a baseline has no part in it but expiry
+  settings.expire = expire_;
   zp::Engine engine;
   zp::Group group = Take(engine.group(dg, settings), "settings", column.name);
   Check(group.object(column.name, SettingsOf(plan, poll_interval)), "settings", column.name);
@@ -163,8 +166,17 @@ void Collector::EndPoll(std::string *records) {
   if (clear_polls_ && ++polls_since_clear_ == *clear_polls_) {
     polls_since_clear_ = 0;
     rest_ = false;
+    FindMissing();
   }
   InsertHeaders(start, records);
+}
+
+// Before the instances that had values expire.
+void Collector::FindMissing() {
+  std::erase_if(missing_instances_, [&](const std::string &instance) {
+    const auto has_it = [&](const Object &object) { return object.group.has_instance(instance); };
+    return std::any_of(objects_.begin(), objects_.end(), has_it);
+  });
 }
 
 void Collector::Finish(std::string *records) {
@@ -174,6 +186,7 @@ void Collector::Finish(std::string *records) {
     failure.Try([&] { FinishObject(object, records); });
   }
   failure.Try([&] { InsertHeaders(start, records); });
+  FindMissing();
   failure.Rethrow();
 }
 
@@ -257,10 +270,15 @@ std::vector<std::string> Collector::Notes() const {
   return notes;
 }
 
+// A baseline beside other statistics of a column is behind them.
+bool Collector::IsFirstOfColumn(const Object &object) const {
+  return &object == objects_.data() || (&object)[-1].index != object.index;
+}
+
 // What came of the samples.
 void Collector::NoteCounts(std::vector<std::string> *notes) const {
   SomeNotes learning("objects: no baseline yet", notes);
-  Items refused, unknown;
+  Items refused, unknown, resets;
   std::uint64_t percentiles = 0, all_unknown = 0;
   for (const Object &object : objects_) {
     const std::string name = Printable(object.name);
@@ -275,6 +293,8 @@ void Collector::NoteCounts(std::vector<std::string> *notes) const {
       learning.Add(fmt::format("{}: no baseline yet, {} instance{} still learning", name, object.learning,
                                object.learning == 1 ? " is" : "s are"));
     }
+    const std::uint64_t reset = object.group.resets(object.name);
+    if (reset != 0 && IsFirstOfColumn(object)) resets.Add(fmt::format("{} {}", name, reset));
     percentiles += object.percentiles;
     for (const auto &[reason, count] : object.unknown) {
       unknown.Add(fmt::format("{} {} ({})", name, count, reason));
@@ -283,6 +303,7 @@ void Collector::NoteCounts(std::vector<std::string> *notes) const {
   }
   learning.End();
   if (!refused.empty()) notes->push_back("refused values: " + refused.text());
+  if (!resets.empty()) notes->push_back("counter resets: " + resets.text());
   if (!unknown.empty()) {
     notes->push_back(
         fmt::format("percentiles unknown in {} of {} records: {}", all_unknown, percentiles, unknown.text()));
@@ -297,17 +318,12 @@ void Collector::NoteInput(std::vector<std::string> *notes) const {
   }
   Items empty;
   for (const Object &object : objects_) {
-    // A baseline beside other statistics is behind them.
-    const bool is_first = &object == objects_.data() || (&object)[-1].index != object.index;
-    if (!object.has_value && is_first) empty.Add(Printable(object.name));
+    if (!object.has_value && IsFirstOfColumn(object)) empty.Add(Printable(object.name));
   }
   if (!empty.empty() && any_row_) notes->push_back("columns without a value: " + empty.text());
   SomeNotes missing("instances: had no values", notes);
-  for (const std::string &instance : expected_instances_) {
-    const auto has_it = [&](const Object &object) { return object.group.has_instance(instance); };
-    if (std::none_of(objects_.begin(), objects_.end(), has_it)) {
-      missing.Add(fmt::format("instance {}: had no values", Printable(instance)));
-    }
+  for (const std::string &instance : missing_instances_) {
+    missing.Add(fmt::format("instance {}: had no values", Printable(instance)));
   }
   missing.End();
 }

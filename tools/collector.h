@@ -65,6 +65,8 @@ class Collector {
   void CountRepeats(const Poll &poll);
   void NoteCounts(std::vector<std::string> *notes) const;
   void NoteInput(std::vector<std::string> *notes) const;
+  void FindMissing();
+  bool IsFirstOfColumn(const Object &object) const;
   void InsertHeaders(std::size_t position, std::string *records);
 
   // Keys that come more than once in a poll.
@@ -80,7 +82,8 @@ class Collector {
   std::vector<Object> objects_;
   std::optional<std::uint32_t> clear_polls_;
   std::optional<std::uint32_t> percentile_;
-  NameList expected_instances_;
+  std::uint32_t expire_ = 0;    // intervals without a value; 0: never
+  NameList missing_instances_;  // of the wanted ones, those without a value so far
   bool headers_wanted_;
   std::set<std::string> headers_written_;
   std::uint32_t polls_since_clear_ = 0;

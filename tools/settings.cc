@@ -65,9 +65,13 @@ void CheckColumns(const OptionalSetting<NameList> &names, const Table &table) {
 
 bool MeansAll(const NameList &columns) { return columns.size() == 1 && columns[0] == "all"; }
 
-bool IsCumulative(const Settings &settings, const Settings &object, const Column &column) {
+Values ValuesOf(const Settings &settings, const Settings &object, const Column &column) {
   const auto &columns = FirstSet(object.cumulative, settings.cumulative);
-  return columns ? MeansAll(columns->value) || Contains(columns->value, column.name) : column.cumulative;
+  const bool is_cumulative =
+      columns ? MeansAll(columns->value) || Contains(columns->value, column.name) : column.cumulative;
+  if (!is_cumulative) return Values::sampled;
+  const auto &resets = FirstSet(object.resets, settings.resets);
+  return resets ? resets->value : Values::counter;
 }
 
 void CheckRange(const OptionalSetting<Range> &range, std::uint16_t statistics) {
@@ -87,7 +91,7 @@ ObjectPlan PlanObject(const Settings &settings, const Settings &object, const Co
   plan.statistics = statistics;
   const auto &buckets = FirstSet(object.buckets, settings.buckets);
   plan.buckets = buckets ? buckets->value : kDefaultBuckets;
-  plan.cumulative = IsCumulative(settings, object, column);
+  plan.values = ValuesOf(settings, object, column);
   if (const auto &instances = FirstSet(object.instances, settings.instances)) plan.instances = instances->value;
   if (plan.statistics == kBaseline) {
     plan.clear = FirstSet(object.clear, settings.clear);
@@ -187,6 +191,12 @@ NameList ReadNames(const Given &given) {
   return given.parts;
 }
 
+Values ReadResets(const Given &given) {
+  if (given.text() == "detect") return Values::counter;
+  if (given.text() == "ignore") return Values::cumulative;
+  Refuse(given.where, given.text(), "detect or ignore");
+}
+
 bool ReadTruth(const Given &given) { return given.text() == "true"; }
 NameList ReadAllOrNone(const Given &given) { return ReadTruth(given) ? NameList{"all"} : NameList{}; }
 std::string ReadText(const Given &given) { return given.text(); }
@@ -242,6 +252,13 @@ constexpr SettingRow kSettings[] = {
      "65535 polls that buckets can count); for a baseline: the\n"
      "samples it learns from, and between records (default:\n2000)",
      Set<&Settings::clear, ReadClear>},
+    {"resets", kForAll | kObject, kText, "HOW",
+     "a counter that goes down: detect, it began anew, and its\nvalue is the sample; or ignore, it "
+     "wrapped\n(default: detect)",
+     Set<&Settings::resets, ReadResets>},
+    {"expire", kForAll, kInteger, "N",
+     "forget an instance after this many intervals without a\nvalue; 0: never (default: 2 in live, 0 in replay)",
+     Set<&Settings::expire, ReadCount<0, std::numeric_limits<std::uint32_t>::max()>>},
     {"objects", kCounting, kList, "LIST", "columns to count (default: all)", Set<&Settings::objects, ReadNames>},
     {"instances", kForAll | kObject, kList, "LIST", "keys to count (default: all)",
      Set<&Settings::instances, ReadNames>},

@@ -20,6 +20,7 @@ inline constexpr std::uint32_t kLargestCount = 65535;   // of buckets and of pol
 
 using zor::process::Interval;
 using zor::process::Range;
+using zor::process::Values;
 
 // Where a setting was made, for messages: "--buckets" or "FILE:LINE: buckets".
 template <class T>
@@ -39,6 +40,7 @@ struct Settings {
   OptionalSetting<Interval> clear;  // for a baseline, of samples
   OptionalSetting<NameList> instances;
   OptionalSetting<NameList> cumulative;  // columns; {"all"}: every one
+  OptionalSetting<Values> resets;        // how counters are read: whether resets are told from wraps
 
   // Of all objects alone:
   OptionalSetting<std::string> dg;
@@ -46,6 +48,7 @@ struct Settings {
   OptionalSetting<std::uint32_t> interval;    // seconds
   OptionalSetting<std::uint32_t> percentile;  // whole percent
   OptionalSetting<std::uint32_t> count;       // polls
+  OptionalSetting<std::uint32_t> expire;      // intervals; 0: never
   bool headers = false;
   bool report = false;
   std::string proc = "/proc";
@@ -107,7 +110,7 @@ struct ObjectPlan {
   std::uint16_t statistics = 0;
   std::uint32_t buckets = 0;
   std::optional<Range> range;
-  bool cumulative = false;
+  Values values = Values::sampled;
   std::optional<NameList> instances;
   OptionalSetting<Interval> clear;
 };

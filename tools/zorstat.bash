@@ -17,6 +17,7 @@ _zorstat() {
       candidates=$before${candidates// / $before}
       ;;
     --cumulative,*) candidates=all ;;
+    --resets,*) candidates='detect ignore' ;;
     --config,*) _filedir toml ;;
     -o,* | -*,*"$prev FILE"*) _filedir ;;
     -*,*"$prev DIR"*) _filedir -d ;;

@@ -52,6 +52,22 @@ constexpr Case kRuns[] = {
      "Objectname       : a\nObject: a, Instance: x\nAnalyzer: Stage = Analyzing\nMax Exception Counter = 0\n"
      "Max List length = 10\nValues without a bucket: 1\nObjectname       : b\n",
      "zorstat: refused values: a 1 (without a bucket)\n"},
+    {"a counter that begins anew is told by default, in both parts of its object",
+     "for how in detect ignore; do $Z replay reset.csv --cumulative all --statistics summary,baseline --clear 3"
+     " --resets $how; done | grep -E 'summary: 60|baseline: .* 5000'",
+     "reset-summary: 60, rx, e, 3, 5000, 10000, 8333.333\r\n"
+     "reset-baseline: 110, rx, e, 7, 5000.000, 5000.000, 5000.000, 5000.000, 10000.000, 10000.000, 10000.000, "
+     "10000.000, 10000.000\r\n"
+     "reset-summary: 60, rx, e, 3, 10000, 18446744073708526616, 6148914691236182205.333\r\n",
+     "zorstat: counter resets: rx 1\n"},
+    {"what comes no more is forgotten, which is not the same as had no values",
+     "for n in 0 1; do $Z replay gone.csv --statistics summary,baseline --clear 1 --expire $n --instances a,b; "
+     "done |"
+     " grep ' b,'",
+     "gone-summary: 10, v, b, 1, 7, 7, 7.000\r\ngone-summary: 20, v, b, 0\r\ngone-summary: 30, v, b, 0\r\n"
+     "gone-summary: 40, v, b, 0\r\n"
+     "gone-summary: 10, v, b, 1, 7, 7, 7.000\r\ngone-summary: 20, v, b, 0\r\n",
+     ""},
     {"beside other statistics of its object a baseline is as it is alone",
      "for s in summary baseline baseline,summary; do $Z replay learn.csv --statistics $s --clear 8 -o $s; done "
      "2>notes;"
@@ -72,7 +88,8 @@ constexpr Case kRuns[] = {
      "Objectname       : u64\nown          3        1                   18446744073709551615\n",
      ""},
     {"options choose objects, counters and instances",
-     "$Z replay types.csv --objects u64,i32 --clear 2 --cumulative u64 --statistics summary --instances top",
+     "$Z replay types.csv --objects u64,i32 --clear 2 --cumulative u64 --statistics summary --instances top "
+     "--resets ignore",
      "types-summary: 20, i32, top, 2, -5, -4, -4.500\r\n"
      "types-summary: 20, u64, top, 1, 18446744073709551614, 18446744073709551614, 18446744073709551614.000\r\n"
      "types-summary: 30, i32, top, 1, 7, 7, 7.000\r\ntypes-summary: 30, u64, top, 1, 6, 6, 6.000\r\n",
@@ -130,6 +147,10 @@ TEST_F(ProgramTest, WritesWhatItIsToWrite) {
         "interval = 5399\ninstances = ['top']\nreport = true\n[objects.u64]\nbuckets = 3\n"
         "range = [1, '18446744073709551615']\ncumulative = false\ninstances = ['own']\n"
         "[objects.i32]\nrange = [-2147483648, 2147483647]\n[objects.i64]\nstatistics = 'baseline'\nclear = 1\n");
+  Write("reset.csv",
+        "time,if,rx\n10,e,1000000\n20,e,1010000\n30,e,1020000\n40,e,1030000\n50,e,5000\n60,e,15000\n"
+        "70,e,25000\n80,e,35000\n90,e,45000\n100,e,55000\n110,e,65000\n");
+  Write("gone.csv", "time,k,v\n10,a,1\n10,b,7\n20,a,1\n30,a,1\n40,a,1\n");
   std::string notes = "time,port,rx,c1,c2,c3,c4,c5,c6,c7,c8,c9\n";
   for (const int rx : {10, 20, 30, 40, 50, 100, 10, 20, 30, 40, 50, 99, 0, 0, 0, 0, 0, 0}) {
     const std::string time = std::to_string(notes.size());

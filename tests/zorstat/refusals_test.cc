@@ -87,6 +87,7 @@ TEST_F(RefusalsTest, NamesValueAndExpectationOfAnOption) {
       {"clear=0h", "clear: '0h': expected hours above 0"},
       {"clear=nanh", "clear: 'nanh'"},
       {"clear=200h", "clear: is 72000 polls of 10 seconds: expected at most 65535 polls"},
+      {"resets=plain", "resets: 'plain': expected detect or ignore\n"},
       {"interval=9", "interval: '9': expected a whole number from 10"},
       {"percentile=101", "percentile: '101': expected a whole number from 0 to 100"},
       {"instances=a,,b", "instances: '': expected a name"},
