@@ -4,10 +4,15 @@
 
 #include <algorithm>
 #include <chrono>
+#include <functional>
+#include <set>
 #include <string_view>
+#include <unordered_set>
 #include <utility>
 
 #include "error.h"
+#include "notes.h"
+#include "text.h"
 
 namespace zorstat {
 namespace {
@@ -15,6 +20,10 @@ namespace {
 namespace zp = zor::process;
 using zp::Statistics;
 
+constexpr std::string_view kNineZeros = ", 0.000, 0.000, 0.000, 0.000, 0.000, 0.000, 0.000, 0.000, 0.000\r\n";
+constexpr std::string_view kOnlyZeros = ", 0, 0, 0.000\r\n";  // in a summary
+constexpr std::string_view kNoSamples = ", 0\r\n";
+constexpr std::uint32_t kDefaultLearning = 2000;  // samples
 constexpr Statistics kBuckets = Statistics::distribution | Statistics::percentile;
 
 Statistics StatisticsOf(const ObjectPlan &plan) { return static_cast<Statistics>(plan.statistics); }
@@ -33,14 +42,32 @@ T Take(zp::Result<T> result, std::string_view where, std::string_view object) {
   return *std::move(result);
 }
 
+// A field of a record; name and time are before the first comma.
+constexpr int kInstance = 2, kSamples = 3;
+std::string_view FieldOf(std::string_view line, int commas) {
+  for (; commas != 0; --commas) line.remove_prefix(line.find(',') + 1);
+  return line.substr(1, line.find(',') - 1);
+}
+
+// The instances that have counted nothing but zeros.
+std::set<std::string, std::less<>> IdleInstances(const zp::Group &group) {
+  std::set<std::string, std::less<>> idle;
+  for (zp::Reading &reading : group.readings()) {
+    if (reading.min == zp::Number() && reading.max == zp::Number()) idle.insert(std::move(reading.name));
+  }
+  return idle;
+}
+
 zp::ObjectSettings SettingsOf(const ObjectPlan &plan, std::uint32_t poll_interval) {
   zp::ObjectSettings settings;
   settings.statistics = StatisticsOf(plan);
-  settings.values = plan.cumulative ? zp::Values::cumulative : zp::Values::sampled;
+  settings.values = plan.values;
   settings.range = plan.range;
   settings.buckets = plan.buckets;
   settings.instances = plan.instances.value_or(NameList{});
-  if (plan.clear) settings.learning = zp::Interval::polls(ClearPolls(*plan.clear, poll_interval));
+  if (StatisticsOf(plan) == Statistics::baseline) {
+    settings.learning = zp::Interval::polls(plan.clear ? ClearPolls(*plan.clear, poll_interval) : kDefaultLearning);
+  }
   return settings;
 }
 
@@ -48,15 +75,16 @@ zp::ObjectSettings SettingsOf(const ObjectPlan &plan, std::uint32_t poll_interva
 
 Collector::Collector(const Table &table, const std::vector<ObjectPlan> &plans, const Settings &settings,
                      const std::string &dg, std::uint32_t poll_interval)
-    : table_(table), headers_wanted_(settings.headers) {
+    : table_(table), dg_(dg), headers_wanted_(settings.headers) {
   const auto has_buckets = [](const ObjectPlan &plan) { return overlap(StatisticsOf(plan), kBuckets); };
   if (settings.clear) {
     clear_polls_ = ClearPolls(*settings.clear, poll_interval);
   } else if (std::any_of(plans.begin(), plans.end(), has_buckets)) {
     clear_polls_ = zp::kLargestCount;  // a bucket counts no further
   }
+  if (settings.expire) expire_ = settings.expire->value;
   if (settings.percentile) percentile_ = settings.percentile->value;
-  if (settings.instances) expected_instances_ = settings.instances->value;
+  if (settings.instances) missing_instances_ = settings.instances->value;
   for (const ObjectPlan &plan : plans) objects_.push_back(MakeObject(plan, dg, poll_interval));
 }
 
@@ -65,9 +93,8 @@ Collector::Object Collector::MakeObject(const ObjectPlan &plan, const std::strin
   const Column &column = table_.columns[plan.column];
   zp::GroupSettings settings;
   settings.poll_interval = std::chrono::seconds(poll_interval);
-  if (clear_polls_ && StatisticsOf(plan) != Statistics::baseline) {
-    settings.clear = zp::Interval::polls(*clear_polls_);
-  }
+  if (clear_polls_) settings.clear = zp::Interval::polls(*clear_polls_);  // a baseline has no part in it but expiry
+  settings.expire = expire_;
   zp::Engine engine;
   zp::Group group = Take(engine.group(dg, settings), "settings", column.name);
   Check(group.object(column.name, SettingsOf(plan, poll_interval)), "settings", column.name);
@@ -79,28 +106,56 @@ Collector::Object Collector::MakeObject(const ObjectPlan &plan, const std::strin
 
 void Collector::AddRows(const Poll &poll, const std::string &source) {
   rest_ = true;
+  any_row_ = any_row_ || poll.rows() != 0;
+  CountRepeats(poll);
   for (Object &object : objects_) object.poll.emplace(Take(object.group.poll(), source, object.name));
   for (std::size_t row = 0; row < poll.rows(); ++row) {
     const zp::Name key = poll.key(row);
     for (Object &object : objects_) {
       const Value &value = poll.values(row)[object.index];
-      if (value) Check(object.poll->row(key, {object.column(*value)}), source, object.name);
+      if (!value) continue;
+      object.has_value = true;
+      Check(object.poll->row(key, {object.column(*value)}), source, object.name);
     }
   }
+}
+
+void Collector::CountRepeats(const Poll &poll) {
+  // Most polls have the keys of the one before.
+  if (poll.keys() != repeats_.keys) {
+    repeats_.keys = poll.keys();
+    repeats_.count = 0;
+    std::unordered_set<std::string_view> known;
+    for (std::size_t row = 0; row < poll.rows(); ++row) {
+      if (known.insert(poll.key(row)).second) continue;
+      ++repeats_.count;
+      if (repeats_.first.empty()) repeats_.first = fmt::format("{} at {}", Printable(poll.key(row)), poll.time);
+    }
+  }
+  repeats_.total += repeats_.count;
 }
 
 void Collector::EndPoll(std::string *records) {
   const std::size_t start = records->size();
   for (Object &object : objects_) {
     const zp::Status ended = object.poll->end();
-    records->append(object.group.take_records());
+    TakeRecords(object, records);
     Check(ended, "end of poll", object.name);
   }
   if (clear_polls_ && ++polls_since_clear_ == *clear_polls_) {
     polls_since_clear_ = 0;
     rest_ = false;
+    FindMissing();
   }
   InsertHeaders(start, records);
+}
+
+// Before the instances that had values expire.
+void Collector::FindMissing() {
+  std::erase_if(missing_instances_, [&](const std::string &instance) {
+    const auto has_it = [&](const Object &object) { return object.group.has_instance(instance); };
+    return std::any_of(objects_.begin(), objects_.end(), has_it);
+  });
 }
 
 void Collector::Finish(std::string *records) {
@@ -110,6 +165,7 @@ void Collector::Finish(std::string *records) {
     failure.Try([&] { FinishObject(object, records); });
   }
   failure.Try([&] { InsertHeaders(start, records); });
+  FindMissing();
   failure.Rethrow();
 }
 
@@ -117,9 +173,42 @@ void Collector::FinishObject(Object &object, std::string *records) const {
   const bool is_baseline = object.statistics == Statistics::baseline;
   if (!rest_ && !is_baseline) return;
   const zp::Status rendered = is_baseline ? object.group.snapshot() : object.group.clear();
-  records->append(object.group.take_records());
+  TakeRecords(object, records);
   Check(rendered, "last records", object.name);
   object.learning = object.group.still_learning();
+}
+
+// As long as all samples are counted, only those outside the range make an estimate fail.
+const char *Collector::WhyUnknown(const Object &object, std::string_view record) {
+  const std::uint64_t refused = object.group.refused();
+  if (object.statistics == Statistics::baseline) {
+    return refused != 0 ? "samples without a bucket" : "samples outside the learnt range";
+  }
+  const auto samples = ParseNumber<std::uint32_t>(FieldOf(record, kSamples));
+  const bool is_full = refused != object.refused || samples > kLargestCount;
+  return is_full ? "a sum or a bucket was full" : "samples outside the range";
+}
+
+void Collector::TakeRecords(Object &object, std::string *records) const {
+  const std::string lines = object.group.take_records();
+  if (lines.empty()) return;
+  records->append(lines);
+  const bool is_baseline = object.statistics == Statistics::baseline;
+  const std::string head = dg_ + (is_baseline ? "-baseline: " : "-percentile: ");
+  std::optional<std::set<std::string, std::less<>>> idle;  // baselines that have counted nothing but zeros
+  std::string_view before;                                 // of a percentile record, the summary of its instance
+  for (std::string_view rest = lines; !rest.empty();) {
+    const std::string_view line = rest.substr(0, rest.find('\n') + 1);
+    rest.remove_prefix(line.size());
+    const std::string_view summary = std::exchange(before, line);
+    if (!line.starts_with(head) || line.ends_with(kNoSamples)) continue;
+    ++object.percentiles;
+    if (!line.ends_with(kNineZeros)) continue;
+    if (is_baseline && !idle) idle = IdleInstances(object.group);
+    if (is_baseline ? idle->contains(FieldOf(line, kInstance)) : summary.ends_with(kOnlyZeros)) continue;
+    ++object.unknown[WhyUnknown(object, line)];
+  }
+  object.refused = object.group.refused();
 }
 
 void Collector::InsertHeaders(std::size_t position, std::string *records) {
@@ -155,28 +244,67 @@ std::string Collector::Report() const {
 
 std::vector<std::string> Collector::Notes() const {
   std::vector<std::string> notes;
-  std::string refused;
+  NoteCounts(&notes);
+  NoteInput(&notes);
+  return notes;
+}
+
+// A baseline beside other statistics of a column is behind them.
+bool Collector::IsFirstOfColumn(const Object &object) const {
+  return &object == objects_.data() || (&object)[-1].index != object.index;
+}
+
+// What came of the samples.
+void Collector::NoteCounts(std::vector<std::string> *notes) const {
+  SomeNotes learning("objects: no baseline yet", notes);
+  Items refused, unknown, resets;
+  std::uint64_t percentiles = 0, all_unknown = 0;
   for (const Object &object : objects_) {
+    const std::string name = Printable(object.name);
     if (const std::uint64_t count = object.group.refused(); count != 0) {
-      refused +=
-          fmt::format("{}{} {} ({})", refused.empty() ? "" : ", ", object.name, count,
-                      object.statistics == Statistics::baseline ? "without a bucket"
-                      : overlap(object.statistics, kBuckets)    ? "not in the sum, so that percentiles do not hold"
-                                                                : "not in the sum");
+      refused.Add(fmt::format("{} {} ({})", name, count,
+                              object.statistics == Statistics::baseline ? "without a bucket"
+                              : overlap(object.statistics, kBuckets)
+                                  ? "not in the sum, so that percentiles do not hold"
+                                  : "not in the sum"));
     }
     if (object.learning != 0) {
-      notes.push_back(fmt::format("{}: no baseline yet, {} instance{} still learning", object.name, object.learning,
-                                  object.learning == 1 ? " is" : "s are"));
+      learning.Add(fmt::format("{}: no baseline yet, {} instance{} still learning", name, object.learning,
+                               object.learning == 1 ? " is" : "s are"));
+    }
+    const std::uint64_t reset = object.group.resets(object.name);
+    if (reset != 0 && IsFirstOfColumn(object)) resets.Add(fmt::format("{} {}", name, reset));
+    percentiles += object.percentiles;
+    for (const auto &[reason, count] : object.unknown) {
+      unknown.Add(fmt::format("{} {} ({})", name, count, reason));
+      all_unknown += count;
     }
   }
-  if (!refused.empty()) notes.push_back("refused values: " + refused);
-  for (const std::string &instance : expected_instances_) {
-    const auto has_it = [&](const Object &object) { return object.group.has_instance(instance); };
-    if (std::none_of(objects_.begin(), objects_.end(), has_it)) {
-      notes.push_back(fmt::format("instance {}: had no values", instance));
-    }
+  learning.End();
+  if (!refused.empty()) notes->push_back("refused values: " + refused.text());
+  if (!resets.empty()) notes->push_back("counter resets: " + resets.text());
+  if (!unknown.empty()) {
+    notes->push_back(
+        fmt::format("percentiles unknown in {} of {} records: {}", all_unknown, percentiles, unknown.text()));
   }
-  return notes;
+}
+
+// What was strange in the polls.
+void Collector::NoteInput(std::vector<std::string> *notes) const {
+  if (repeats_.total != 0) {
+    notes->push_back(
+        fmt::format("keys that come twice in a poll: {} rows, first {}", repeats_.total, repeats_.first));
+  }
+  Items empty;
+  for (const Object &object : objects_) {
+    if (!object.has_value && IsFirstOfColumn(object)) empty.Add(Printable(object.name));
+  }
+  if (!empty.empty() && any_row_) notes->push_back("columns without a value: " + empty.text());
+  SomeNotes missing("instances: had no values", notes);
+  for (const std::string &instance : missing_instances_) {
+    missing.Add(fmt::format("instance {}: had no values", Printable(instance)));
+  }
+  missing.End();
 }
 
 }  // namespace zorstat

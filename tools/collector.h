@@ -3,9 +3,11 @@
 #define ZORSTAT_COLLECTOR_H_
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "settings.h"
@@ -38,8 +40,9 @@ class Collector {
   std::vector<std::string> Notes() const;
 
  private:
-  // An object is a group of its own, so that a clear or a baseline that fails is its own affair; and for all groups
-  // to have the name that the user chose, each has an engine, which lives with it.
+  // An object is a group of its own, so that a clear or a baseline that fails is its own affair; beside other
+  // statistics of a column a baseline is another object. For all groups to have the name that the user chose, each
+  // has an engine, which lives with it.
   struct Object {
     std::string name;
     std::size_t index;  // of its column
@@ -47,22 +50,45 @@ class Collector {
     zor::process::Group group;
     zor::process::Column<zor::process::Value> column;
     std::optional<zor::process::Poll> poll = std::nullopt;
-    std::size_t learning = 0;  // instances, at the end
+    bool has_value = false;         // or all cells of its column were empty
+    std::uint64_t refused = 0;      // values, up to its last records
+    std::uint64_t percentiles = 0;  // records of them with samples; unknown ones have nine zeros for other values
+    std::map<std::string_view, std::uint64_t> unknown = {};  // by reason
+    std::size_t learning = 0;                                // instances, at the end
   };
 
   Object MakeObject(const ObjectPlan &plan, const std::string &dg, std::uint32_t poll_interval) const;
   void FinishObject(Object &object, std::string *records) const;
+  void TakeRecords(Object &object, std::string *records) const;
+  static const char *WhyUnknown(const Object &object, std::string_view record);
+  void CountRepeats(const Poll &poll);
+  void NoteCounts(std::vector<std::string> *notes) const;
+  void NoteInput(std::vector<std::string> *notes) const;
+  void FindMissing();
+  bool IsFirstOfColumn(const Object &object) const;
   void InsertHeaders(std::size_t position, std::string *records);
 
+  // Keys that come more than once in a poll.
+  struct Repeats {
+    std::string keys;         // of the last poll
+    std::uint64_t count = 0;  // in that poll
+    std::uint64_t total = 0;
+    std::string first;  // and where it was
+  };
+
   const Table &table_;
+  std::string dg_;
   std::vector<Object> objects_;
   std::optional<std::uint32_t> clear_polls_;
   std::optional<std::uint32_t> percentile_;
-  NameList expected_instances_;
+  std::uint32_t expire_ = 0;    // intervals without a value; 0: never
+  NameList missing_instances_;  // of the wanted ones, those without a value so far
   bool headers_wanted_;
   std::set<std::string> headers_written_;
   std::uint32_t polls_since_clear_ = 0;
   bool rest_ = false;  // there is something since the last clear
+  bool any_row_ = false;
+  Repeats repeats_;
 };
 
 }  // namespace zorstat

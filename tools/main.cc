@@ -33,6 +33,7 @@ namespace {
 constexpr int kFailure = 1;
 constexpr int kUsage = 2;
 constexpr std::uint32_t kDefaultInterval = 10;
+constexpr std::uint32_t kDefaultExpire = 2;  // of live; a replay forgets nothing
 
 constexpr const char *kRecordsFooter =
     "Records are lines of comma-separated fields: DG-summary, DG-percentile or\n"
@@ -136,7 +137,8 @@ LiveSource KernelSource(const Command &command, const Settings &settings) {
 }
 
 void Live(const Command &command) {
-  const Settings settings = command.ReadSettings();
+  Settings settings = command.ReadSettings();
+  if (!settings.expire) settings.expire = {kDefaultExpire, "default of --expire"};
   LiveSource source = KernelSource(command, settings);
   Count(&source, settings, command.input, settings.output, RecordTime::kNow);
 }

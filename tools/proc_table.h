@@ -15,6 +15,7 @@ class ProcTable {
   ProcTable(std::string_view kind, const std::string &root);
 
   const Table &table() const { return table_; }
+  const std::string &path() const { return path_; }
 
   // Reads all rows into an emptied poll and leaves its time alone.
   void Read(Poll *poll);

@@ -19,6 +19,8 @@ namespace {
 
 constexpr std::uint32_t kDefaultBuckets = 100;
 constexpr std::uint16_t kDefaultStatistics = ZOR_PROCESS_FLAG_SUMMARY | ZOR_PROCESS_FLAG_PERCENTILE;
+constexpr std::uint16_t kBaseline = ZOR_PROCESS_FLAG_BASELINE;
+constexpr std::uint16_t kAllButBaseline = ZOR_PROCESS_FLAGS_ALL & ~ZOR_PROCESS_FLAG_BASELINE;
 
 struct Statistic {
   std::string_view name;
@@ -63,30 +65,37 @@ void CheckColumns(const OptionalSetting<NameList> &names, const Table &table) {
 
 bool MeansAll(const NameList &columns) { return columns.size() == 1 && columns[0] == "all"; }
 
-bool IsCumulative(const Settings &settings, const Settings &object, const Column &column) {
+Values ValuesOf(const Settings &settings, const Settings &object, const Column &column) {
   const auto &columns = FirstSet(object.cumulative, settings.cumulative);
-  return columns ? MeansAll(columns->value) || Contains(columns->value, column.name) : column.cumulative;
+  const bool is_cumulative =
+      columns ? MeansAll(columns->value) || Contains(columns->value, column.name) : column.cumulative;
+  if (!is_cumulative) return Values::sampled;
+  const auto &resets = FirstSet(object.resets, settings.resets);
+  return resets ? resets->value : Values::counter;
 }
 
-ObjectPlan PlanObject(const Settings &settings, const Settings &object, const Column &column) {
+void CheckRange(const OptionalSetting<Range> &range, std::uint16_t statistics) {
+  if (!range || statistics != kBaseline) return;
+  Refuse(range->where, RangeText(range->value), "no range: a baseline learns its own");
+}
+
+void CheckClear(const OptionalSetting<Interval> &clear, std::uint16_t statistics) {
+  if (!clear || (statistics & kBaseline) != 0) return;
+  throw SettingsError(fmt::format(
+      "{}: only a baseline object has a clear of its own (the others share the top-level one)", clear->where));
+}
+
+ObjectPlan PlanObject(const Settings &settings, const Settings &object, const Column &column,
+                      std::uint16_t statistics) {
   ObjectPlan plan;
-  const auto &statistics = FirstSet(object.statistics, settings.statistics);
-  plan.statistics = statistics ? statistics->value : kDefaultStatistics;
+  plan.statistics = statistics;
   const auto &buckets = FirstSet(object.buckets, settings.buckets);
   plan.buckets = buckets ? buckets->value : kDefaultBuckets;
-  plan.cumulative = IsCumulative(settings, object, column);
+  plan.values = ValuesOf(settings, object, column);
   if (const auto &instances = FirstSet(object.instances, settings.instances)) plan.instances = instances->value;
-  if (plan.statistics == ZOR_PROCESS_FLAG_BASELINE) {
-    if (object.range) {
-      Refuse(object.range->where, RangeText(object.range->value), "no range: a baseline learns its own");
-    }
+  if (plan.statistics == kBaseline) {
     plan.clear = FirstSet(object.clear, settings.clear);
     return plan;
-  }
-  if (object.clear) {
-    throw SettingsError(
-        fmt::format("{}: only a baseline object has a clear of its own (the others share the top-level one)",
-                    object.clear->where));
   }
   if (const auto &range = FirstSet(object.range, settings.range)) {
     if (!range->value.fits(column.type)) {
@@ -96,6 +105,21 @@ ObjectPlan PlanObject(const Settings &settings, const Settings &object, const Co
     plan.range = range->value;
   }
   return plan;
+}
+
+// A baseline goes with no other statistic in the library: with others it is a plan of its own.
+void AppendPlans(const Settings &settings, const Settings &object, const Table &table, std::size_t column,
+                 std::vector<ObjectPlan> *plans) {
+  const auto &set = FirstSet(object.statistics, settings.statistics);
+  const std::uint16_t statistics = set ? set->value : kDefaultStatistics;
+  CheckRange(object.range, statistics);
+  CheckClear(object.clear, statistics);
+  for (const std::uint16_t kind : {kAllButBaseline, kBaseline}) {
+    const auto part = static_cast<std::uint16_t>(statistics & kind);
+    if (part == 0) continue;
+    plans->push_back(PlanObject(settings, object, table.columns[column], part));
+    plans->back().column = column;
+  }
 }
 
 template <std::uint32_t lowest, std::uint32_t highest>
@@ -117,9 +141,6 @@ std::uint16_t ReadStatistics(const Given &given) {
     flags |= kStatistics[at - known.begin()].flag;
   }
   if (flags == 0) Refuse(given.where, "", "at least one of " + Alternatives(known));
-  if ((flags & ZOR_PROCESS_FLAG_BASELINE) != 0 && flags != ZOR_PROCESS_FLAG_BASELINE) {
-    Refuse(given.where, Joined(given.parts, ","), "baseline alone, without other statistics");
-  }
   return static_cast<std::uint16_t>(flags);
 }
 
@@ -176,6 +197,12 @@ double ReadOutside(const Given &given) {
   return *percent;
 }
 
+Values ReadResets(const Given &given) {
+  if (given.text() == "detect") return Values::counter;
+  if (given.text() == "ignore") return Values::cumulative;
+  Refuse(given.where, given.text(), "detect or ignore");
+}
+
 bool ReadTruth(const Given &given) { return given.text() == "true"; }
 NameList ReadAllOrNone(const Given &given) { return ReadTruth(given) ? NameList{"all"} : NameList{}; }
 std::string ReadText(const Given &given) { return given.text(); }
@@ -217,8 +244,8 @@ constexpr SettingRow kSettings[] = {
      Set<&Settings::count, ReadCount<1, std::numeric_limits<std::uint32_t>::max()>>, kLive | kRecord},
     {"proc", "DIR", "directory of the proc file system (default: /proc)", kText,
      SetPlain<&Settings::proc, ReadText>, kLive | kRecord},
-    {"statistics", "LIST", "summary, distribution, percentile, or baseline alone\n(default: summary,percentile)",
-     kList, Set<&Settings::statistics, ReadStatistics>, kForAll | kObject},
+    {"statistics", "LIST", "summary, distribution, percentile, baseline\n(default: summary,percentile)", kList,
+     Set<&Settings::statistics, ReadStatistics>, kForAll | kObject},
     {"buckets", "N", "buckets of a distribution, 1 to 65535 (default: 100)", kInteger,
      Set<&Settings::buckets, ReadCount<1, kLargestCount>>, kForAll | kObject},
     {"range", "LOW:HIGH",
@@ -230,6 +257,13 @@ constexpr SettingRow kSettings[] = {
      "65535 polls that buckets can count); for a baseline: the\n"
      "samples it learns from, and between records (default:\n2000)",
      kIntegerOrText, Set<&Settings::clear, ReadClear>, kForAll | kObject},
+    {"resets", "HOW",
+     "a counter that goes down: detect, it began anew, and its\nvalue is the sample; or ignore, it "
+     "wrapped\n(default: detect)",
+     kText, Set<&Settings::resets, ReadResets>, kForAll | kObject},
+    {"expire", "N",
+     "forget an instance after this many intervals without a\nvalue; 0: never (default: 2 in live, 0 in replay)",
+     kInteger, Set<&Settings::expire, ReadCount<0, std::numeric_limits<std::uint32_t>::max()>>, kForAll},
     {"clear", "N|HOURSh", "polls, or hours as in 2h, between records (default: 60)", kIntegerOrText,
      Set<&Settings::clear, ReadClear>, kSuggest},
     {"outside", "PERCENT",
@@ -290,9 +324,7 @@ std::vector<ObjectPlan> PlanObjects(const Settings &settings, const Table &table
   for (const Settings &object : settings.tables) {
     CheckColumns(Setting<NameList>{{object.name.value}, object.name.where}, table);
   }
-  if (settings.range && settings.statistics && settings.statistics->value == ZOR_PROCESS_FLAG_BASELINE) {
-    Refuse(settings.range->where, RangeText(settings.range->value), "no range: a baseline learns its own");
-  }
+  if (settings.statistics) CheckRange(settings.range, settings.statistics->value);
   std::vector<ObjectPlan> plans;
   for (std::size_t i = 0; i < table.columns.size(); ++i) {
     const Column &column = table.columns[i];
@@ -300,8 +332,7 @@ std::vector<ObjectPlan> PlanObjects(const Settings &settings, const Table &table
     const auto own = std::find_if(settings.tables.begin(), settings.tables.end(),
                                   [&](const Settings &object) { return object.name.value == column.name; });
     if (own == settings.tables.end() && !settings.tables.empty()) continue;
-    plans.push_back(PlanObject(settings, own == settings.tables.end() ? Settings{} : *own, column));
-    plans.back().column = i;
+    AppendPlans(settings, own == settings.tables.end() ? Settings{} : *own, table, i, &plans);
   }
   if (plans.empty()) {
     throw SettingsError(fmt::format("{}: no object is left (expected columns that have a table [objects.NAME])",

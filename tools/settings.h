@@ -20,6 +20,7 @@ inline constexpr std::uint32_t kLargestCount = 65535;   // of buckets and of pol
 
 using zor::process::Interval;
 using zor::process::Range;
+using zor::process::Values;
 
 // Where a setting was made, for messages: "--buckets" or "FILE:LINE: buckets".
 template <class T>
@@ -39,6 +40,7 @@ struct Settings {
   OptionalSetting<Interval> clear;  // for a baseline, of samples
   OptionalSetting<NameList> instances;
   OptionalSetting<NameList> cumulative;  // columns; {"all"}: every one
+  OptionalSetting<Values> resets;        // how counters are read: whether resets are told from wraps
 
   // Of all objects alone:
   OptionalSetting<std::string> dg;
@@ -46,6 +48,7 @@ struct Settings {
   OptionalSetting<std::uint32_t> interval;    // seconds
   OptionalSetting<std::uint32_t> percentile;  // whole percent
   OptionalSetting<std::uint32_t> count;       // polls
+  OptionalSetting<std::uint32_t> expire;      // intervals; 0: never
   bool headers = false;
   bool report = false;
   double outside = 0.1;  // per cent of the samples that a suggested range may leave out
@@ -109,13 +112,14 @@ const SettingRow *FindSetting(std::string_view name, Place place);
 // Sets what an option of this name, without its dashes, says.
 void SetOption(std::string_view name, const std::string &text, Settings *settings);
 
-// An object to count. Clear is that of a baseline; all else is cleared at the top-level interval.
+// An object to count, or the part of it that is a baseline or the others. Clear is that of a baseline; all else is
+// cleared at the top-level interval.
 struct ObjectPlan {
   std::size_t column = 0;
   std::uint16_t statistics = 0;
   std::uint32_t buckets = 0;
   std::optional<Range> range;
-  bool cumulative = false;
+  Values values = Values::sampled;
   std::optional<NameList> instances;
   OptionalSetting<Interval> clear;
 };
@@ -128,7 +132,8 @@ inline bool HasBuckets(std::uint16_t statistics) {
 // Throws SettingsError, naming `where`.
 std::string ReadDgName(const std::string &name, const std::string &where);
 
-// The plans in the order of the columns. Throws SettingsError where settings and columns do not fit together.
+// The plans in the order of the columns, a baseline behind other statistics of its object. Throws SettingsError
+// where settings and columns do not fit together.
 std::vector<ObjectPlan> PlanObjects(const Settings &settings, const Table &table);
 
 // The polls of the interval, which is in seconds. Throws SettingsError where they are more than can be counted.

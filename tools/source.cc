@@ -58,7 +58,16 @@ LiveSource::LiveSource(std::string_view kind, const std::string &proc_root, uint
     : counters_(kind, proc_root), interval_(interval), polls_(polls) {}
 
 bool LiveSource::Next(Poll *poll) {
-  if (IsLast()) return false;
+  if (IsLast() || !TakePoll(poll)) {
+    if (taken_ != 0 && !any_row_) Complain(fmt::format("{}: had no rows", counters_.path()));
+    return false;
+  }
+  any_row_ = any_row_ || poll->rows() != 0;
+  return true;
+}
+
+// False when a signal asks to stop.
+bool LiveSource::TakePoll(Poll *poll) {
   if (taken_ == 0) {
     next_ = Clock::now();
   } else {
@@ -75,7 +84,7 @@ bool LiveSource::Next(Poll *poll) {
   return true;
 }
 
-// False when a signal asks to stop.
+// Likewise.
 bool LiveSource::WaitUntil(Clock::time_point when) {
   for (;;) {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(when - Clock::now());

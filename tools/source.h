@@ -70,6 +70,7 @@ class LiveSource : public Source {
  private:
   using Clock = std::chrono::steady_clock;
 
+  bool TakePoll(Poll *poll);
   static bool WaitUntil(Clock::time_point when);
 
   ProcTable counters_;
@@ -78,6 +79,7 @@ class LiveSource : public Source {
   uint32_t taken_ = 0;
   Clock::time_point next_;
   int64_t last_time_ = 0;
+  bool any_row_ = false;
 };
 
 }  // namespace zorstat

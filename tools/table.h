@@ -47,6 +47,7 @@ class Poll {
   }
 
   std::size_t rows() const { return key_starts_.size(); }
+  std::string_view keys() const { return keys_; }  // of all rows, each ended by NUL
   const char *key(std::size_t row) const { return keys_.data() + key_starts_[row]; }
   const Value *values(std::size_t row) const { return values_.data() + row * columns_; }
 

@@ -13,10 +13,11 @@ _zorstat() {
   case $prev,$help in
     --statistics,*) # a list: what stands before the last comma stays
       before=${cur%"${cur##*,}"}
-      candidates=$(sed -n "s/^ *$prev LIST *//; T; s/, or / /; s/ alone//; s/,//g; p" <<<"$help")
+      candidates=$(sed -n "s/^ *$prev LIST *//; T; s/,//g; p" <<<"$help")
       candidates=$before${candidates// / $before}
       ;;
     --cumulative,*) candidates=all ;;
+    --resets,*) candidates='detect ignore' ;;
     --config,*) _filedir toml ;;
     -o,* | -*,*"$prev FILE"*) _filedir ;;
     -*,*"$prev DIR"*) _filedir -d ;;

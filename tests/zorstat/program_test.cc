@@ -53,6 +53,28 @@ constexpr Case kRuns[] = {
      "Objectname       : a\nObject: a, Instance: x\nAnalyzer: Stage = Analyzing\nMax Exception Counter = 0\n"
      "Max List length = 10\nValues without a bucket: 1\nObjectname       : b\n",
      "zorstat: refused values: a 1 (without a bucket)\n"},
+    {"a counter that begins anew is told by default, in both parts of its object",
+     "for how in detect ignore; do $Z replay reset.csv --cumulative all --statistics summary,baseline --clear 3"
+     " --resets $how; done | grep -E 'summary: 60|baseline: 70.* 5000'",
+     "reset-summary: 60, rx, e, 3, 5000, 10000, 8333.333\r\n"
+     "reset-baseline: 70, rx, e, 3, 5000.000, 5000.000, 5000.000, 5000.000, 10000.000, 10000.000, 10000.000, "
+     "10000.000, 10000.000\r\n"
+     "reset-summary: 60, rx, e, 3, 10000, 18446744073708526616, 6148914691236182205.333\r\n",
+     "zorstat: counter resets: rx 1\n"},
+    {"what comes no more is forgotten, which is not the same as had no values",
+     "for n in 0 1; do $Z replay gone.csv --statistics summary,baseline --clear 1 --expire $n --instances a,b; "
+     "done |"
+     " grep ' b,'",
+     "gone-summary: 10, v, b, 1, 7, 7, 7.000\r\ngone-summary: 20, v, b, 0\r\ngone-summary: 30, v, b, 0\r\n"
+     "gone-summary: 40, v, b, 0\r\n"
+     "gone-summary: 10, v, b, 1, 7, 7, 7.000\r\ngone-summary: 20, v, b, 0\r\n",
+     ""},
+    {"beside other statistics of its object a baseline is as it is alone",
+     "for s in summary baseline baseline,summary; do $Z replay learn.csv --statistics $s --clear 8 -o $s; done "
+     "2>notes;"
+     "grep summary: baseline,summary | cmp - summary; grep baseline: baseline,summary | cmp - baseline;"
+     "sed s/:.*// baseline,summary | sort | uniq -c",
+     "      4 learn-baseline\n      6 learn-summary\n", ""},
     {"a baseline that has not learnt", "$Z replay learn.csv --objects a --statistics baseline --clear 30", "",
      "zorstat: a: no baseline yet, 1 instance is still learning\n"},
     {"an object's setting goes before an option, and that before the file's",
@@ -67,11 +89,21 @@ constexpr Case kRuns[] = {
      "Objectname       : u64\nown          3        1                   18446744073709551615\n",
      ""},
     {"options choose objects, counters and instances",
-     "$Z replay types.csv --objects u64,i32 --clear 2 --cumulative u64 --statistics summary --instances top",
+     "$Z replay types.csv --objects u64,i32 --clear 2 --cumulative u64 --statistics summary --instances top "
+     "--resets ignore",
      "types-summary: 20, i32, top, 2, -5, -4, -4.500\r\n"
      "types-summary: 20, u64, top, 1, 18446744073709551614, 18446744073709551614, 18446744073709551614.000\r\n"
      "types-summary: 30, i32, top, 1, 7, 7, 7.000\r\ntypes-summary: 30, u64, top, 1, 6, 6, 6.000\r\n",
      ""},
+    {"what is strange about a run is told at its end", "$Z replay notes.csv --range 0:99 --clear 6 | wc -l", "6\n",
+     "zorstat: percentiles unknown in 1 of 3 records: rx 1 (samples outside the range)\n"
+     "zorstat: columns without a value: c1, c2, c3, c4, c5, c6, c7, c8 and 1 more\n"},
+    {"a bucket that is full", "(echo time,k,a; yes 1,x,1 | head -n 70000) | $Z replay - --range 0:9 | cut -c1-40",
+     "stdin-summary: 1, a, x, 70000, 1, 1, 1.0\nstdin-percentile: 1, a, x, 70000, 0.000,\n",
+     "zorstat: percentiles unknown in 1 of 1 records: a 1 (a sum or a bucket was full)\n"
+     "zorstat: keys that come twice in a poll: 69999 rows, first x at 1\n"},
+    {"kernels without rows", "$Z live cpu --proc bare --count 1; $Z record disk --proc bare --count 1 | cut -c1-23",
+     "time,device,reads,reads\n", "zorstat: bare/stat: had no rows\nzorstat: bare/diskstats: had no rows\n"},
     {"kernels differ in columns; an alias has a colon in its name",
      "for s in net disk cpu; do $Z record $s --proc . --count 1 -o $s.csv; tail -n +2 $s.csv | cut -d, -f2-; done;"
      "$Z replay disk.csv --objects io_ms --statistics summary | cut -d' ' -f3-",
@@ -117,6 +149,18 @@ TEST_F(ProgramTest, WritesWhatItIsToWrite) {
         "interval = 5399\ninstances = ['top']\nreport = true\n[objects.u64]\nbuckets = 3\n"
         "range = [1, '18446744073709551615']\ncumulative = false\ninstances = ['own']\n"
         "[objects.i32]\nrange = [-2147483648, 2147483647]\n[objects.i64]\nstatistics = 'baseline'\nclear = 1\n");
+  Write("reset.csv",
+        "time,if,rx\n10,e,1000000\n20,e,1010000\n30,e,1020000\n40,e,1030000\n50,e,5000\n60,e,15000\n"
+        "70,e,25000\n80,e,35000\n90,e,45000\n100,e,55000\n110,e,65000\n");
+  Write("gone.csv", "time,k,v\n10,a,1\n10,b,7\n20,a,1\n30,a,1\n40,a,1\n");
+  std::string notes = "time,port,rx,c1,c2,c3,c4,c5,c6,c7,c8,c9\n";
+  for (const int rx : {10, 20, 30, 40, 50, 100, 10, 20, 30, 40, 50, 99, 0, 0, 0, 0, 0, 0}) {
+    const std::string time = std::to_string(notes.size());
+    notes += time + ",p1," + std::to_string(rx) + ",,,,,,,,,\n";
+  }
+  Write("notes.csv", notes);
+  Write("bare/stat", "intr 99 1\n");
+  Write("bare/diskstats", "");
   Write("net/dev",
         "Inter-|   Receive\n face |bytes    packets\n    lo: 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16\n"
         "eth0:1:18446744073709551615 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17\n");

@@ -75,7 +75,6 @@ TEST_F(RefusalsTest, TellsFailuresFromWrongUse) {
 TEST_F(RefusalsTest, NamesValueAndExpectationOfAnOption) {
   const Bad bad_options[] = {
       {"statistics=sum", "statistics: 'sum': expected summary, distribution, percentile or baseline"},
-      {"statistics=baseline,summary", "statistics: 'baseline,summary': expected baseline alone"},
       {"buckets=0", "buckets: '0': expected a whole number from 1 to 65535"},
       {"range=5", "range: '5': expected two bounds, LOW:HIGH"},
       {"range=5:4", "range: '5:4': expected a low bound that is not above the high one"},
@@ -86,6 +85,7 @@ TEST_F(RefusalsTest, NamesValueAndExpectationOfAnOption) {
       {"clear=0h", "clear: '0h': expected hours above 0"},
       {"clear=nanh", "clear: 'nanh'"},
       {"clear=200h", "clear: is 72000 polls of 10 seconds: expected at most 65535 polls"},
+      {"resets=plain", "resets: 'plain': expected detect or ignore\n"},
       {"interval=9", "interval: '9': expected a whole number from 10"},
       {"percentile=101", "percentile: '101': expected a whole number from 0 to 100"},
       {"instances=a,,b", "instances: '': expected a name"},

@@ -168,7 +168,7 @@ class Group {
   std::uint64_t resets(Name object) const {
     const auto &objects = state_->setup.objects;
     const auto found =
-        std::find_if(objects.begin(), objects.end(), [&](const auto &o) { return o.name == object; });
+        std::find_if(objects.begin(), objects.end(), [&](const auto &o) { return o.name == object.text; });
     return found == objects.end() ? 0 : found->resets;
   }
 
@@ -303,14 +303,15 @@ class Engine {
     auto &dg = state->dg;
     zor_process_attr_t attr = {};
     Status status = detail::check(
-        dg.place(), {{!is_name(name), detail::kBadName},
-                     {name.find(':') != Name::npos, "a colon in it would end its name in record lines"},
-                     {dg.set(ZOR_PROCESS_OPER_GET, &attr) == ZOR_PROCESS_SUCCESS, "exists already"},
-                     {!has_time, "the poll interval is below 10 seconds", ZOR_PROCESS_ERROR_INVALID_POLL_INTERVAL},
-                     {settings.clear && !is_count(interval), "the clear interval is not 1 to 65535 polls",
-                      ZOR_PROCESS_ERROR_INVALID_CLEAR_INTERVAL},
-                     {detail::is_mixed(settings.statistics), detail::kMixed},
-                     {!is_count(settings.buckets), detail::kBadBuckets}});
+        dg.place(),
+        {{!is_name(name), detail::kBadName},
+         {name.text.find(':') != std::string_view::npos, "a colon in it would end its name in record lines"},
+         {dg.set(ZOR_PROCESS_OPER_GET, &attr) == ZOR_PROCESS_SUCCESS, "exists already"},
+         {!has_time, "the poll interval is below 10 seconds", ZOR_PROCESS_ERROR_INVALID_POLL_INTERVAL},
+         {settings.clear && !is_count(interval), "the clear interval is not 1 to 65535 polls",
+          ZOR_PROCESS_ERROR_INVALID_CLEAR_INTERVAL},
+         {detail::is_mixed(settings.statistics), detail::kMixed},
+         {!is_count(settings.buckets), detail::kBadBuckets}});
     auto flags = static_cast<std::uint16_t>(detail::in_full(settings.statistics));
     auto buckets = settings.buckets;
     attr = {&flags, &buckets, nullptr, nullptr};
