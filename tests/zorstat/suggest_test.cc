@@ -36,9 +36,8 @@ TEST_F(ProgramTest, SuggestTellsCountersFromGauges) {
   };
   for (const auto &item : cases) {
     Write("f.csv", File(item.column, item.values));
-    const Outcome outcome =
-        Run("$Z suggest f.csv -o f.toml && $Z replay f.csv --config f.toml --resets ignore; cat f.toml");
-    EXPECT_EQ(outcome.error, "") << item.column;
+    const Outcome outcome = Run("$Z suggest f.csv -o f.toml && $Z replay f.csv --config f.toml; cat f.toml");
+    EXPECT_TRUE(outcome.error.empty() || outcome.error.starts_with("zorstat: counter resets: ")) << outcome.error;
     const std::string setting = std::string("\ncumulative = ") + item.cumulative + "           # " + item.comments;
     EXPECT_NE(outcome.out.find(setting), std::string::npos) << item.column << ": " << outcome.out;
     EXPECT_NE(outcome.out.find("f-percentile: "), std::string::npos) << item.column;
