@@ -321,6 +321,26 @@ TEST(ProcessHppTest, ReadsWhatWasSampled) {
   ReadsWhatWasSampled<std::uint64_t>();
 }
 
+// What is spread evenly is placed where it was; also in the buckets that a baseline has outside its range.
+TEST(ProcessHppTest, PlacesEvenSamplesWhereTheyWere) {
+  zp::Engine engine;
+  zp::Group group = *engine.group("g", {.buckets = 1});
+  ASSERT_TRUE(group.object("r", {.statistics = kPercentile, .range = Range(0, 100)}));
+  ASSERT_TRUE(group.object("b", {.statistics = kBaseline, .learning = Interval::polls(2)}));
+  zp::Template table("key");
+  const auto r = table.column<std::uint32_t>("r"), b = table.column<std::uint32_t>("b");
+  ASSERT_TRUE(group.start(table));
+  zp::Poll poll = *group.poll();
+  for (std::uint32_t i = 0; i <= 100; ++i) ASSERT_TRUE(poll.row("x", {r(i)}));
+  for (const std::uint32_t learnt : {200U, 300U}) ASSERT_TRUE(poll.row("x", {b(learnt)}));
+  for (std::uint32_t i = 0; i <= 500; ++i) ASSERT_TRUE(poll.row("x", {b(i)}));
+  const std::vector<zp::Reading> readings = group.readings();
+  for (std::size_t i = 0; i < readings[0].points->size(); ++i) {
+    EXPECT_EQ(ThousandthsOf((*readings[0].points)[i]), g_stats_percentile_1000[i]);
+    EXPECT_NEAR(static_cast<double>((*readings[1].points)[i]), g_stats_percentile_1000[i] / 200.0, 1);
+  }
+}
+
 // Two counters of an instance that stays, beside instances that stay for five polls each. What the counters have
 // grown by is what the readings of all intervals come to, and the heap does not grow.
 TEST(ProcessHppTest, CountsOnOverResetsAndWrapsWhileInstancesComeAndGo) {
