@@ -252,27 +252,24 @@ void ExpectReads(const zp::Reading &reading, const std::vector<Wide> &samples) {
   ASSERT_EQ(reading.samples, samples.size());
   ASSERT_EQ(reading.points.has_value(), !samples.empty());
   const zp::Distribution &distribution = reading.distribution.value();
-  const auto counted = [&](Wide first, Wide last) {
-    const auto is_inside = [&](Wide s) { return s >= first && s <= last; };
-    return static_cast<std::uint64_t>(std::count_if(samples.begin(), samples.end(), is_inside));
+  const auto counted = [&](Wide first, Wide last) -> Wide {
+    return std::count_if(samples.begin(), samples.end(), [&](Wide s) { return s >= first && s <= last; });
   };
   Wide next = WideOf(distribution.start);
-  EXPECT_EQ(distribution.below, counted(INT64_MIN, next - 1));
+  EXPECT_EQ(Wide{distribution.below}, counted(INT64_MIN, next - 1));
   for (const zp::Bucket &bucket : distribution.buckets) {
-    ASSERT_TRUE(WideOf(bucket.first) == next && next <= WideOf(bucket.last));
-    ASSERT_EQ(bucket.count, counted(next, WideOf(bucket.last))) << bucket.first.text();
-    next = WideOf(bucket.last) + 1;
+    const Wide first = std::exchange(next, WideOf(bucket.last) + 1);
+    ASSERT_TRUE(WideOf(bucket.first) == first && first < next && bucket.count == counted(first, next - 1));
   }
-  EXPECT_EQ(WideOf(distribution.last), next - 1);
-  EXPECT_EQ(distribution.above, counted(next, UINT64_MAX));
+  EXPECT_TRUE(WideOf(distribution.last) == next - 1 && distribution.above == counted(next, UINT64_MAX));
   if (samples.empty()) return;
   const auto [min, max] = std::minmax_element(samples.begin(), samples.end());
   const Wide sum = std::accumulate(samples.begin(), samples.end(), Wide{0});
   EXPECT_TRUE(WideOf(reading.min) == *min && WideOf(reading.max) == *max && WideOf(reading.sum) == sum);
   EXPECT_EQ(ThousandthsOf(reading.average), sum * 1000 / static_cast<Wide>(samples.size()));
-  EXPECT_TRUE(std::is_sorted(reading.points->begin(), reading.points->end()));
-  EXPECT_EQ(ThousandthsOf(reading.points->front()), *min * 1000);
-  EXPECT_EQ(ThousandthsOf(reading.points->back()), *max * 1000);
+  const zp::Points &points = *reading.points;
+  EXPECT_TRUE(std::is_sorted(points.begin(), points.end()));
+  EXPECT_TRUE(ThousandthsOf(points[0]) == *min * 1000 && ThousandthsOf(points[8]) == *max * 1000);
 }
 
 // Random samples in random ranges and, once the baseline has learnt, beyond them.
@@ -286,8 +283,7 @@ void ReadsWhatWasSampled() {
     const std::uint64_t width = 1 + below(kMost >> below(sizeof(V) * 7)), low = below(kMost - width);
     const auto start = static_cast<V>(std::is_signed_v<V> && round % 2 ? 0 - low - width : low);
     const auto inside = [&](std::uint64_t offset) { return static_cast<V>(static_cast<V>(offset) + start); };
-    std::optional<Range> range = Range(start, inside(width - 1));
-    if (round % 10 == 0) range = std::nullopt;
+    const auto range = round % 10 == 0 ? std::nullopt : std::optional(Range(start, inside(width - 1)));
     const auto buckets = static_cast<std::uint32_t>(1 + below(round % 4 ? 200 : 2000));
     zp::Engine engine;
     zp::Group group = *engine.group("g", {.clear = Interval::polls(40), .keep_readings = true});
@@ -308,8 +304,8 @@ void ReadsWhatWasSampled() {
       const std::vector<zp::Reading> ended = group.take_readings(), going = group.readings();
       ASSERT_EQ(ended.size(), i % 40 == 39 ? 2u : 0u);
       if (!ended.empty()) ExpectReads(ended[0], std::exchange(interval, {}));
-      ExpectReads(going[0], interval);
-      if (i >= 39) ExpectReads(going[1], learnt);
+      if (i % 16 == 7) ExpectReads(going[0], interval);
+      if (i % 16 == 7 && i >= 40) ExpectReads(going[1], learnt);
     }
   }
 }
@@ -319,6 +315,25 @@ TEST(ProcessHppTest, ReadsWhatWasSampled) {
   ReadsWhatWasSampled<std::uint32_t>();
   ReadsWhatWasSampled<std::int64_t>();
   ReadsWhatWasSampled<std::uint64_t>();
+}
+
+// What is spread evenly is placed where it was; also in the buckets that a baseline has outside its range.
+TEST(ProcessHppTest, PlacesEvenSamplesWhereTheyWere) {
+  zp::Engine engine;
+  zp::Group group = *engine.group("g", {.buckets = 1});
+  ASSERT_TRUE(group.object("b", {.statistics = kBaseline, .learning = Interval::polls(2)}));
+  ASSERT_TRUE(group.object("r", {.statistics = kPercentile, .range = Range(0, 500)}));
+  zp::Template table("key");
+  const auto r = table.column<std::uint32_t>("r"), b = table.column<std::uint32_t>("b");
+  ASSERT_TRUE(group.start(table));
+  zp::Poll poll = *group.poll();
+  for (const std::uint32_t learnt : {200U, 300U}) ASSERT_TRUE(poll.row("x", {b(learnt)}));
+  for (std::uint32_t i = 0; i <= 500; ++i) ASSERT_TRUE(poll.row("x", {r(i), b(i)}));
+  const std::vector<zp::Reading> readings = group.readings();
+  for (std::size_t i = 0; i < readings[0].points->size(); ++i) {
+    EXPECT_EQ(ThousandthsOf((*readings[0].points)[i]), 5 * Wide{g_stats_percentile_1000[i]});
+    EXPECT_NEAR(static_cast<double>((*readings[1].points)[i]), g_stats_percentile_1000[i] / 200.0, 1);
+  }
 }
 
 // Two counters of an instance that stays, beside instances that stay for five polls each. What the counters have
@@ -333,19 +348,16 @@ TEST(ProcessHppTest, CountsOnOverResetsAndWrapsWhileInstancesComeAndGo) {
     ASSERT_TRUE(group.object("narrow", counter));
     ASSERT_TRUE(!has_baseline || group.object("b", {.statistics = kBaseline, .buckets = 5}));
     zp::Template table("key");
-    const auto narrow = table.column<std::uint32_t>("narrow");
+    const auto narrow = table.column<std::uint32_t>("narrow"), b = table.column<std::uint32_t>("b");
     const auto wide = table.column<std::uint64_t>("wide");
-    const auto b = table.column<std::uint32_t>("b");
     ASSERT_TRUE(group.start(table));
-
     std::mt19937 random;
     std::uint32_t low = UINT32_MAX - 9, rows = 0, learnt = 0;
-    std::uint64_t high = UINT64_MAX / 2, low_resets = 0, high_resets = 0, grown = 0, read = 0, used = 0;
-    const auto add = [&](const std::vector<zp::Reading> &readings) {
-      for (const zp::Reading &reading : readings) {
-        if (reading.name != "stays") continue;
-        (reading.baseline ? learnt = reading.samples : read += reading.sum.bits());
-      }
+    std::uint64_t high = UINT64_MAX / 2, resets = 0, begun = 0, grown = 0, read = 0, used = 0;
+    const auto read_on = [&](const zp::Reading &reading) {
+      if (reading.name != "stays") return;
+      begun += reading.resets;
+      (reading.baseline ? learnt = reading.samples : read += reading.sum.bits());
     };
     for (std::uint32_t i = 0; i < 50'005; ++i) {
       zp::Poll poll = *group.poll();
@@ -355,8 +367,7 @@ TEST(ProcessHppTest, CountsOnOverResetsAndWrapsWhileInstancesComeAndGo) {
                    high_begins = step < high && i % 7 == 0;
         low = low_begins ? step : low + step;
         high = high_begins ? step : high + step;
-        low_resets += low_begins;
-        high_resets += high_begins && rows != 0;
+        resets += low_begins + (high_begins && rows != 0);
         if (rows++ != 0) grown += 2 * std::uint64_t{step};
         ASSERT_TRUE(poll.row("stays", {narrow(low), wide(high), b(i % 10)}));
       }
@@ -364,16 +375,14 @@ TEST(ProcessHppTest, CountsOnOverResetsAndWrapsWhileInstancesComeAndGo) {
       ASSERT_TRUE(poll.row(passing, {narrow(i), wide(i)}) && poll.end());
       // For two whole intervals after that of its last value; then it is new.
       ASSERT_EQ(group.has_instance("0"), i < 29 || (i >= 40'000 && i < 40'029)) << i;
-      add(group.take_readings());
+      for (const zp::Reading &reading : group.take_readings()) read_on(reading);
       ASSERT_TRUE(group.take_records().empty() == (i % 10 != 9) || has_baseline);
       if (i == 10'004) used = mallinfo2().uordblks;
       ASSERT_TRUE(i % 10'000 != 4 || i < 10'004 || mallinfo2().uordblks < used + 10'000) << "the heap grows";
     }
-    add(group.readings());
-    EXPECT_EQ(read, grown);
-    EXPECT_EQ(group.resets("narrow"), low_resets);
-    EXPECT_EQ(group.resets("wide"), high_resets);
-    EXPECT_EQ(learnt, has_baseline ? rows - 10 : 0);
+    for (const zp::Reading &reading : group.readings()) read_on(reading);
+    EXPECT_TRUE(read == grown && learnt == (has_baseline ? rows - 10 : 0));
+    EXPECT_TRUE(begun == resets && group.resets("narrow") + group.resets("wide") == resets);
   }
 }
 

@@ -64,15 +64,15 @@ bool was_reset(U last, U value, const std::optional<Range> &range) {
   return range ? difference < range->bounds[0] || difference > range->bounds[1] : difference > INT32_MAX;
 }
 
-/** Takes the next value of a counter. */
+/** Takes the next value of a counter, whose first one has risen from 0: the library, too, takes it for a start. */
 template <class U>
 void count_on(InstanceState &state, ObjectInfo &object, const void *given) {
   U last, risen, value;
   std::memcpy(&last, &state.last, sizeof last);
   std::memcpy(&risen, &state.risen, sizeof risen);
   std::memcpy(&value, given, sizeof value);
-  const bool begins_anew = state.seen != 0 && was_reset(last, value, object.range);
-  if (state.seen != 0) risen += begins_anew ? value : value - last;
+  const bool begins_anew = was_reset(last, value, object.range);
+  risen += begins_anew ? value : value - last;
   state.resets += begins_anew;
   object.resets += begins_anew;
   std::memcpy(&state.last, &value, sizeof value);
