@@ -36,11 +36,11 @@ class [[gnu::packed, gnu::aligned(4)]] Number {
       : bits_(static_cast<std::uint64_t>(value)),
         is_negative_(std::is_signed_v<V> && static_cast<std::int64_t>(value) < 0) {}
 
-  /** Whether it is below zero. */
+  /** @return whether it is below zero */
   constexpr bool is_negative() const { return is_negative_; }
-  /** Its bits as a two's complement of 64: the number itself unless it is negative. */
+  /** @return its bits as a two's complement of 64: the number itself unless it is negative */
   constexpr std::uint64_t bits() const { return bits_; }
-  /** The nearest double; above 2^53 not the same number. */
+  /** @return the nearest double; above 2^53 not the same number */
   constexpr explicit operator double() const {
     return is_negative_ ? -static_cast<double>(0 - bits_) : static_cast<double>(bits_);
   }
@@ -69,7 +69,7 @@ struct Decimal {
   Number whole;                  /**< rounded down */
   std::uint16_t thousandths = 0; /**< 0 to 999 */
 
-  /** The nearest double. */
+  /** @return the nearest double */
   constexpr explicit operator double() const { return static_cast<double>(whole) + thousandths / 1000.0; }
   /** @return as in a record: "-10.500" */
   std::string text() const {
