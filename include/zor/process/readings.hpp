@@ -36,11 +36,11 @@ class [[gnu::packed, gnu::aligned(4)]] Number {
       : bits_(static_cast<std::uint64_t>(value)),
         is_negative_(std::is_signed_v<V> && static_cast<std::int64_t>(value) < 0) {}
 
-  /** Whether it is below zero. */
+  /** @return whether it is below zero */
   constexpr bool is_negative() const { return is_negative_; }
-  /** Its bits as a two's complement of 64: the number itself unless it is negative. */
+  /** @return its bits as a two's complement of 64: the number itself unless it is negative */
   constexpr std::uint64_t bits() const { return bits_; }
-  /** The nearest double; above 2^53 not the same number. */
+  /** @return the nearest double; above 2^53 not always the same number */
   constexpr explicit operator double() const {
     return is_negative_ ? -static_cast<double>(0 - bits_) : static_cast<double>(bits_);
   }
@@ -69,7 +69,7 @@ struct Decimal {
   Number whole;                  /**< rounded down */
   std::uint16_t thousandths = 0; /**< 0 to 999 */
 
-  /** The nearest double. */
+  /** @return the nearest double */
   constexpr explicit operator double() const { return static_cast<double>(whole) + thousandths / 1000.0; }
   /** @return as in a record: "-10.500" */
   std::string text() const {
@@ -125,8 +125,9 @@ struct Reading {
   std::optional<Points> points; /**< where a sample is in the summary and in the distribution, or in the baseline */
   std::optional<Distribution> distribution; /**< where one is kept; of a baseline, when it has learnt */
   std::optional<Stage> baseline;            /**< of a baseline, whose learnt range is that of the distribution */
-  std::uint64_t refused = 0;                /**< values that were not counted, since the last clear */
-  std::uint64_t resets = 0;                 /**< times the counter began anew, since the last clear */
+  std::uint64_t refused = 0; /**< since the last clear, see Group::refused(); but not those of a row of several
+                                values in a group without a baseline, as it is not told which was refused */
+  std::uint64_t resets = 0;  /**< of the counter, since the last clear, see Values::counter */
 };
 
 namespace detail {
@@ -220,6 +221,7 @@ class Segments {
   std::vector<Segment<V>> list_;
 };
 
+/** The values that a bucket counts, by the type of its range. */
 #define ZOR_PROCESS_BOUNDS(type, value, unsigned_value, total)                                        \
   inline void get_bounds(const stats_range_counters_##type##_t &range, std::uint16_t i, value *first, \
                          value *last) {                                                               \
