@@ -58,7 +58,8 @@ Row *CreateRow(RowDirectory &directory, const char *key) {
 
 void ReleaseEmptyRows(RowDirectory &directory) {
   const auto is_empty = [&](Row *row) {
-    return row && std::all_of(row->entries(), row->entries() + directory.column_count, [](const void *e) { return !e; });
+    return row &&
+           std::all_of(row->entries(), row->entries() + directory.column_count, [](const void *e) { return !e; });
   };
   // No row that stays may name one that goes as its follower.
   for (Row &row : Records<Row>(directory.rows)) {

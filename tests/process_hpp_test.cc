@@ -7,7 +7,6 @@
 #include <random>
 
 #include "engine_fixture.h"
-#include "failing_heap.h"
 #include "zor/process.hpp"
 
 namespace {
@@ -206,40 +205,6 @@ TEST(ProcessHppTest, BaselinesDoNotStopTheirGroup) {
   EXPECT_EQ(group.refused(), 2u * (91 - 10));  // ten outside buckets were there
   EXPECT_EQ(group.readings()[1].refused, 1u);  // since the last clear
   EXPECT_TRUE(group.has_instance("y") && !group.has_instance("z"));
-}
-
-// Whichever allocation of the library fails: it is told, nothing stays latched, nothing is lost.
-TEST(ProcessHppTest, CountsEverySampleOnceWithoutMemory) {
-  const auto again = [](auto call) { EXPECT_TRUE(Armed(call) || call()); };
-  const long alive = heap.alive;
-  bool has_failed = true;
-  for (long failing = 1; has_failed && !HasFailure(); ++failing) {
-    heap = {failing, false, false, 0, alive};
-    {
-      zp::Engine engine;
-      zp::Group group = *engine.group("g", {.clear = Interval::polls(3), .keep_readings = true});
-      zp::Template table("key");
-      const auto rx = table.column<std::uint32_t>("rx");
-      again([&] { return group.object("rx", {.statistics = kSummary, .instances = {"a", "b"}}); });
-      again([&] { return group.start(table); });
-      for (std::uint32_t i = 0; i < 7; ++i) {
-        zp::Poll poll = *group.poll();
-        for (const char *key : {"a", "b"}) again([&] { return poll.row(key, {rx(1U)}); });
-        Armed([&] { return poll.end(); });
-      }
-      has_failed = heap.count >= failing;
-      ASSERT_TRUE(group.clear());
-      std::size_t samples = 0;  // of "g-summary, rx, a, 3, ..."
-      const std::string records = Records(group);
-      for (auto at = records.find("rx, "); at != std::string::npos; at = records.find("rx, ", at + 1)) {
-        samples += static_cast<std::size_t>(records[at + 7] - '0');
-      }
-      EXPECT_EQ(samples, 2u * 7) << "allocation " << failing;
-      for (const zp::Reading &reading : group.take_readings()) samples -= reading.samples;
-      EXPECT_EQ(samples, 0u) << "allocation " << failing;
-    }
-    EXPECT_EQ(heap.alive, alive) << "leaked at allocation " << failing;
-  }
 }
 
 __extension__ using Wide = __int128;

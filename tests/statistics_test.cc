@@ -190,45 +190,6 @@ TYPED_TEST(StatisticsTest, CountersStopOrWrap) {
   std::free(range.pu16_counters);
 }
 
-// Samples at both ends of the type and in its middle, over ranges at its ends, given or learnt, in one bucket and
-// in the most that there can be: the extremes are exact, and between them values rise.
-TYPED_TEST(StatisticsTest, RangesReachBothEndsOfTheType) {
-  using V = TypeParam;
-  using A = Api<V>;
-  constexpr V kMin = TestFixture::kMin, kMax = TestFixture::kMax, kMiddle = V(kMin / 2 + kMax / 2);
-  const V ranges[][2] = {{kMin, kMax},    {kMin, kMin},     {kMax, kMax},    {kMin, kMiddle},
-                         {kMiddle, kMax}, {kMax - 1, kMax}, {kMin, kMin + 1}};
-  for (const auto &[low, high] : ranges) {
-    for (const std::uint16_t buckets : {1, 65535}) {
-      typename A::RangeCounters range = {};
-      typename A::Analyzer analyzer = {};
-      ASSERT_EQ(A::RangeInit(&range, low, high, buckets), 0u);
-      ASSERT_EQ(A::AnalyzerInit(&analyzer, 2, buckets, 10), 0u);
-      for (const V v : {low, high}) EXPECT_EQ(A::AnalyzerInsert(&analyzer, v), 0);
-      ASSERT_EQ(analyzer.stage, STATS_ANALYZER_ANALYZING);
-      for (const V v : {kMin, kMax, kMiddle, kMax, kMin}) {
-        A::RangeInsert(&range, v);
-        analyzer.summary.Vtotal = 0;  // the sum is another matter
-        EXPECT_THAT(A::AnalyzerInsert(&analyzer, v), ::testing::AnyOf(0, 1));
-      }
-      typename A::FixedPoint values[9], learnt[9];
-      EXPECT_EQ(A::GetValues(g_stats_percentile_1000, values, 9, kMin, kMax, 5, A::RangeFind, &range), 0u);
-      EXPECT_EQ(A::AnalyzerValues(&analyzer, g_stats_percentile_1000, learnt, 9), 0u);
-      EXPECT_EQ(std::tuple(values[0].int_part, values[8].int_part), std::tuple(kMin, kMax));
-      // A bucket as wide as the type has no width as a number of a signed one: samples above it are not found.
-      const bool found = static_cast<V>(analyzer.dynamic_counters.Range) > 0;
-      EXPECT_EQ(std::tuple(learnt[0].int_part, learnt[8].int_part),
-                found ? std::tuple(kMin, kMax) : std::tuple(V{0}, V{0}));
-      for (int i = 1; i < 9; ++i) {
-        EXPECT_GE(values[i].int_part, values[i - 1].int_part) << i;
-        EXPECT_GE(learnt[i].int_part, learnt[i - 1].int_part) << i;
-      }
-      A::AnalyzerUninit(&analyzer);
-      std::free(range.pu16_counters);
-    }
-  }
-}
-
 TEST(StatisticsPrint, ShowsDecimalValues) {
   EXPECT_THAT(g_stats_percentile_1000,
               ::testing::ElementsAre(0, 130, 2280, 15870, 50000, 84130, 97720, 99870, 100000));

@@ -144,6 +144,9 @@ struct GroupState {
   /** The statistics in progress, in the order of a walk. */
   std::vector<Reading> readings() const {
     std::vector<Reading> all;
+    std::size_t count = 0;
+    dg.for_each_entry([&](const auto &, void *) { ++count; });
+    all.reserve(count);
     dg.for_each_entry([&](const zor_process_object_oper_entry_t &column, const void *entry) {
       Reading &reading =
           all.emplace_back(visit_entry(column, entry, [](const auto &typed) { return read(typed); }));

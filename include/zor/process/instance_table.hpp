@@ -123,7 +123,8 @@ class InstanceTable {
     for (auto row = rows_.begin(); row != rows_.end();) {
       row->second.follower = nullptr;  // which may go
       const auto &states = row->second.states;
-      const bool was_seen = std::any_of(states.begin(), states.end(), [](const auto &state) { return state.seen != 0; });
+      const bool was_seen =
+          std::any_of(states.begin(), states.end(), [](const auto &state) { return state.seen != 0; });
       row = was_seen ? std::next(row) : rows_.erase(row);
     }
   }

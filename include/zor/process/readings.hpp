@@ -40,7 +40,7 @@ class [[gnu::packed, gnu::aligned(4)]] Number {
   constexpr bool is_negative() const { return is_negative_; }
   /** @return its bits as a two's complement of 64: the number itself unless it is negative */
   constexpr std::uint64_t bits() const { return bits_; }
-  /** @return the nearest double; above 2^53 not the same number */
+  /** @return the nearest double; above 2^53 not always the same number */
   constexpr explicit operator double() const {
     return is_negative_ ? -static_cast<double>(0 - bits_) : static_cast<double>(bits_);
   }
@@ -125,8 +125,9 @@ struct Reading {
   std::optional<Points> points; /**< where a sample is in the summary and in the distribution, or in the baseline */
   std::optional<Distribution> distribution; /**< where one is kept; of a baseline, when it has learnt */
   std::optional<Stage> baseline;            /**< of a baseline, whose learnt range is that of the distribution */
-  std::uint64_t refused = 0;                /**< values that were not counted, since the last clear */
-  std::uint64_t resets = 0;                 /**< times the counter began anew, since the last clear */
+  std::uint64_t refused = 0; /**< since the last clear, see Group::refused(); but not those of a row of several
+                                values in a group without a baseline, as it is not told which was refused */
+  std::uint64_t resets = 0;  /**< of the counter, since the last clear, see Values::counter */
 };
 
 namespace detail {
@@ -220,6 +221,7 @@ class Segments {
   std::vector<Segment<V>> list_;
 };
 
+/** The values that a bucket counts, by the type of its range. */
 #define ZOR_PROCESS_BOUNDS(type, value, unsigned_value, total)                                        \
   inline void get_bounds(const stats_range_counters_##type##_t &range, std::uint16_t i, value *first, \
                          value *last) {                                                               \
