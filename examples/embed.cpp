@@ -35,7 +35,7 @@ struct NetTable {
 
 Status Configure(Group &group, const NetTable &table) {
   for (const char *object : {"rx_bytes", "tx_bytes"}) {
-    Status added = group.object(object, {Statistics::summary | Statistics::percentile, Values::cumulative});
+    Status added = group.object(object, {Statistics::summary | Statistics::percentile, Values::counter});
     if (!added) return added;
   }
   return group.start(table.columns);

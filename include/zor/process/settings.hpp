@@ -70,6 +70,10 @@ constexpr Statistics &operator|=(Statistics &a, Statistics b) { return a = a | b
 /** @param a a set @param b another @return whether they have one in common */
 constexpr bool overlap(Statistics a, Statistics b) { return (a & b) != Statistics::none; }
 
+static_assert((Statistics::summary | Statistics::distribution | Statistics::percentile | Statistics::baseline) ==
+                  static_cast<Statistics>(ZOR_PROCESS_FLAGS_ALL),
+              "each analysis of the library has its name here");
+
 /** How values become samples: as they come, or as the differences of a counter. */
 enum class Values : std::uint32_t {
   sampled = 0,    /**< each value is a sample */
