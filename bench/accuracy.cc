@@ -1,122 +1,247 @@
-// How far the percentiles of a distribution are off, on samples of several kinds: prints the tables in
+// How far the percentiles of records and of readings are off, on samples of several kinds: prints the tables in
 // docs/percentiles.md; with --csv the figures of its plot.
 //
-// Each instance gets the samples of one clear interval. Its nine percentiles are held against the exact ones, of
-// the same definition: the interpolation between neighbouring samples at the position 1 + p (n - 1).
+// One instance counts interval after interval. The record and the reading of each are held against the exact
+// percentiles of its samples.
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
-#include <random>
+#include <iterator>
+#include <string>
+#include <utility>
 #include <vector>
 
-#include "zor/process.h"
+#include "estimates.h"
 
 namespace {
 
-constexpr int kInstances = 1000;
-constexpr std::uint64_t kLast = 999999;  // of the range 0 to 999,999
-constexpr int kPoints = 9;
-constexpr int kMedian = 4, kUpper = 6;  // P50 and P97.72
-constexpr std::uint16_t kBuckets[] = {10, 30, 100, 300, 1000, 3000, 10000};
+using namespace bench;
+using namespace zor::process;
 
-using Random = std::mt19937_64;
+constexpr int kIntervals = 1000;
+constexpr std::uint64_t kWidth = 1000000;  // of the range
+constexpr std::uint32_t kSamples[] = {3, 6, 12, 60, 360, 8640};
+constexpr std::uint32_t kBuckets[] = {10, 30, 100, 300, 1000, 3000, 10000};
+constexpr std::size_t kLowest = 1, kMedian = 4, kUpper = 6;  // 0.13, 50 and 97.72 %
 
+// Of values from 0 to kWidth; others are drawn again.
 struct Kind {
   const char *name;
   std::function<double(Random &)> sample;
 };
 
-double Normal(Random &random, double mean, double deviation) {
-  return std::normal_distribution<double>(mean, deviation)(random);
+const Kind kKinds[] = {
+    {"uniform", [](Random &r) { return Uniform(r, 0, 1e6); }},
+    {"normal", [](Random &r) { return Normal(r, 500000, 100000); }},
+    {"exponential", [](Random &r) { return Exponential(r, 100000); }},
+    {"log-normal", [](Random &r) { return std::exp(Normal(r, std::log(50000), 1)); }},
+    {"bimodal", [](Random &r) { return Normal(r, Chance(r, 0.5) ? 200000 : 800000, 20000); }},
+};
+
+// How the samples lie to the range.
+struct Situation {
+  const char *name;
+  std::function<bool(std::uint32_t i, std::uint32_t samples)> is_above;
+  std::uint64_t start;  // of the range
+};
+
+constexpr auto kNone = [](auto, auto) { return false; };
+const Situation kInside = {"all inside", kNone, 0};
+const Situation kOutside[] = {
+    {"one above", [](auto i, auto) { return i < 1; }, 0},
+    {"three above", [](auto i, auto) { return i < 3; }, 0},
+    {"two thirds above", [](auto i, auto samples) { return 3 * i < 2 * samples; }, 0},
+    {"all below", kNone, kWidth},
+};
+
+std::vector<std::uint64_t> Draw(Random &random, const Kind &kind, const Situation &situation, std::uint32_t count) {
+  std::vector<std::uint64_t> samples(count);
+  for (std::uint32_t i = 0; i < count; ++i) {
+    double value = -1;
+    while (value < 0 || value >= kWidth) value = kind.sample(random);
+    if (situation.is_above(i, count)) value = Uniform(random, kWidth, 2 * kWidth);
+    samples[i] = static_cast<std::uint64_t>(value);
+  }
+  return samples;
 }
 
-const Kind kKinds[] = {
-    {"uniform", [](Random &r) { return std::uniform_real_distribution<double>(0, 1e6)(r); }},
-    {"normal", [](Random &r) { return Normal(r, 500000, 100000); }},
-    {"exponential", [](Random &r) { return std::exponential_distribution<double>(1e-5)(r); }},
-    {"log-normal (heavy tail)", [](Random &r) { return std::exp(Normal(r, std::log(50000), 1)); }},
-    {"bimodal", [](Random &r) { return Normal(r, std::bernoulli_distribution(0.5)(r) ? 200000 : 800000, 20000); }},
-};
+void Measure(const Kind &kind, const Situation &situation, std::uint32_t count, std::uint32_t buckets,
+             Comparison &errors) {
+  const Range range(situation.start, situation.start + kWidth - 1);
+  Engine engine;
+  Group group = *engine.group("g", {.clear = Interval::polls(count), .keep_readings = true});
+  Template table("key");
+  const auto column = table.column<std::uint64_t>("v");
+  if (!group.object("v", {.statistics = Statistics::percentile, .range = range, .buckets = buckets}) ||
+      !group.start(table)) {
+    std::abort();
+  }
+  Random random;
+  for (int interval = 0; interval < kIntervals; ++interval) {
+    std::vector<std::uint64_t> samples = Draw(random, kind, situation, count);
+    for (const std::uint64_t sample : samples) {
+      Poll poll = *group.poll();
+      if (!poll.row("i", {column(sample)}) || !poll.end()) std::abort();
+    }
+    std::sort(samples.begin(), samples.end());
+    const Nine exact = ExactPoints(samples);
+    const double width = static_cast<double>(kWidth) / buckets;
+    errors.record.Add(exact, PointsOf(group.take_records()), width);
+    errors.reading.Add(exact, PointsOf(group.take_readings().front()), width);
+  }
+}
 
-// Errors of each point, over all instances.
-struct Errors {
-  double samples_outside = 0;
-  std::vector<double> widths[kPoints];    // |estimate - exact| in buckets' widths
-  std::vector<double> relative[kPoints];  // and as a share of the exact value
-};
+Comparison MeasureAllKinds(const Situation &situation, std::uint32_t count) {
+  Comparison errors;
+  for (const Kind &kind : kKinds) Measure(kind, situation, count, 100, errors);
+  return errors;
+}
 
 double Quantile(std::vector<double> values, double q) {
+  if (values.empty()) return NAN;
   std::sort(values.begin(), values.end());
   return values[static_cast<std::size_t>(q * static_cast<double>(values.size() - 1))];
 }
 
-double Exact(const std::vector<std::uint64_t> &sorted, std::uint32_t point) {
-  const double position = point / 100000.0 * static_cast<double>(sorted.size() - 1);
-  const auto rank = static_cast<std::size_t>(position);
-  const auto low = static_cast<double>(sorted[rank]);
-  const auto high = static_cast<double>(sorted[std::min(rank + 1, sorted.size() - 1)]);
-  return low + (position - std::floor(position)) * (high - low);
+double ErrorInWidths(const Errors &errors, double q) {
+  std::vector<double> widths;
+  for (const PointError &error : errors.points) widths.push_back(error.widths);
+  return Quantile(widths, q);
 }
 
-Errors Measure(const Kind &kind, std::uint32_t samples, std::uint16_t buckets) {
-  Errors errors;
-  for (int instance = 0; instance < kInstances; ++instance) {
-    Random random(static_cast<std::uint64_t>(instance));
-    stats_range_counters_uint64_t range = {};
-    if (stats_range_counters_init_uint64(&range, 0, kLast, buckets) != 0) std::abort();
-    std::vector<std::uint64_t> values(samples);
-    for (std::uint64_t &value : values) {
-      value = static_cast<std::uint64_t>(std::max(0.0, kind.sample(random)));
-      if (stats_range_counters_insert_uint64(&range, value) != 0) ++errors.samples_outside;
-    }
-    std::sort(values.begin(), values.end());
-    stats_fixed_point_uint64_t results[kPoints];
-    if (stats_percentile_get_values_uint64(g_stats_percentile_1000, results, kPoints, values.front(), values.back(),
-                                           samples, stats_range_counters_find_Vk_Vk1_uint64, &range) != 0) {
-      std::abort();
-    }
-    for (int i = 1; i < kPoints - 1; ++i) {
-      const double exact = Exact(values, g_stats_percentile_1000[i]);
-      const double estimate = static_cast<double>(results[i].int_part) + results[i].thousandths / 1000.0;
-      const double error = std::abs(estimate - exact);
-      errors.widths[i].push_back(error * buckets / (kLast + 1));
-      if (exact > 0) errors.relative[i].push_back(error / exact);
-    }
-    std::free(range.pu16_counters);
-  }
-  errors.samples_outside /= kInstances * static_cast<double>(samples);
-  return errors;
+double NoneOrOff(const Errors &errors) { return errors.failed + errors.misplaced; }
+
+void PrintInsideHead(const char *rows) {
+  std::printf("| %-11s | record: half |  95 %% | largest | reading: half |  95 %% | largest |\n", rows);
+  std::printf("|---|--:|--:|--:|--:|--:|--:|\n");
 }
 
-// In buckets' widths, of 100 buckets: what 95 of 100 errors stay below, and the largest.
-void PrintPoints(std::uint32_t samples) {
-  std::printf("| %u samples | outside | 0.13 %% | 2.28 %% | 15.87 %% | 50 %% | 84.13 %% | 97.72 %% | 99.87 %% |\n",
-              samples);
-  std::printf("|---|--:|--:|--:|--:|--:|--:|--:|--:|\n");
-  for (const Kind &kind : kKinds) {
-    const Errors errors = Measure(kind, samples, 100);
-    std::printf("| %s | %.2f %% |", kind.name, 100 * errors.samples_outside);
-    for (int i = 1; i < kPoints - 1; ++i) {
-      std::printf(" %.2f, %.2f |", Quantile(errors.widths[i], 0.95), Quantile(errors.widths[i], 1));
-    }
-    std::printf("\n");
+void PrintInside(const std::string &name, const Comparison &errors) {
+  std::printf("| %-11s |", name.c_str());
+  for (const auto &[estimator, width] : {std::pair(&errors.record, 12), std::pair(&errors.reading, 13)}) {
+    std::printf(" %*.2f | %5.2f | %7.2f |", width, ErrorInWidths(*estimator, 0.5), ErrorInWidths(*estimator, 0.95),
+                ErrorInWidths(*estimator, 1));
   }
   std::printf("\n");
 }
 
-void PrintCsv(std::uint32_t samples) {
-  std::printf("kind,buckets,median_p50,median_p95,upper_p50,upper_p95\n");
+void PrintInsideTable() {
+  double off = 0, largest = 0;
+  PrintInsideHead("samples");
+  for (const std::uint32_t count : kSamples) {
+    const Comparison errors = MeasureAllKinds(kInside, count);
+    PrintInside(std::to_string(count), errors);
+    off += NoneOrOff(errors.record) + NoneOrOff(errors.reading);
+    for (const PointError &error : errors.record.points) {
+      if (count >= 60 && error.point > kLowest) largest = std::max(largest, error.widths);
+    }
+  }
+  std::printf("\nWithout points, or with misplaced ones: %.0f records and readings.\n", off);
+  std::printf("Records of 60 samples and more, without the point 0.13 %%: %.2f widths at most.\n\n", largest);
+}
+
+void PrintKindTable() {
+  PrintInsideHead("kind");
   for (const Kind &kind : kKinds) {
-    for (const std::uint16_t buckets : kBuckets) {
-      const Errors errors = Measure(kind, samples, buckets);
-      std::printf("%s,%u,%g,%g,%g,%g\n", kind.name, buckets, Quantile(errors.relative[kMedian], 0.5),
-                  Quantile(errors.relative[kMedian], 0.95), Quantile(errors.relative[kUpper], 0.5),
-                  Quantile(errors.relative[kUpper], 0.95));
+    Comparison errors;
+    Measure(kind, kInside, 6, 100, errors);
+    PrintInside(kind.name, errors);
+  }
+  std::printf("\n");
+}
+
+// Of records the share without points and that with misplaced ones, then the errors of records and readings.
+void PrintOutside(const Situation &situation, const Comparison &errors) {
+  const Errors &record = errors.record;
+  char shares[32], high[32] = "-";
+  std::snprintf(shares, sizeof shares, "%.0f / %.0f", Percent(record.failed, record.estimates),
+                Percent(record.misplaced, record.estimates));
+  if (!record.points.empty()) std::snprintf(high, sizeof high, "%.1f", ErrorInWidths(record, 0.95));
+  std::printf(" %*s | %4s / %4.1f |", static_cast<int>(std::strlen(situation.name)), shares, high,
+              ErrorInWidths(errors.reading, 0.95));
+}
+
+void PrintOutsideTable() {
+  double off = 0;
+  std::printf("| samples |");
+  for (const Situation &situation : kOutside) std::printf(" %s |        95 %% |", situation.name);
+  std::printf("\n|--:|--:|--:|--:|--:|--:|--:|--:|--:|\n");
+  for (const std::uint32_t count : kSamples) {
+    std::printf("| %7u |", count);
+    for (const Situation &situation : kOutside) {
+      const Comparison errors = MeasureAllKinds(situation, count);
+      PrintOutside(situation, errors);
+      off += NoneOrOff(errors.reading);
+    }
+    std::printf("\n");
+  }
+  std::printf("\nWithout points, or with misplaced ones: %.0f readings.\n", off);
+}
+
+constexpr int kInstances = 1000;
+
+// Microseconds for each instance, in the fastest of some runs. run() returns the number of instances.
+template <class Run>
+double TimeOf(Run run) {
+  using Clock = std::chrono::steady_clock;
+  double least = INFINITY;
+  for (int i = 0; i < 50; ++i) {
+    const auto begin = Clock::now();
+    if (run() != kInstances) std::abort();
+    least = std::min(least, std::chrono::duration<double, std::micro>(Clock::now() - begin).count());
+  }
+  return least / kInstances;
+}
+
+// What the records and the reading of one of many instances take.
+void PrintCost() {
+  constexpr int kPolls = 60;
+  Engine engine;
+  Group group = *engine.group("g");
+  Template table("key");
+  const auto column = table.column<std::uint64_t>("v");
+  if (!group.object("v", {.statistics = Statistics::percentile, .range = Range(0, kWidth - 1)}) ||
+      !group.start(table)) {
+    std::abort();
+  }
+  Random random;
+  for (int i = 0; i < kInstances * kPolls; ++i) {
+    Poll poll = *group.poll();
+    const auto value = static_cast<std::uint64_t>(Uniform(random, 0, kWidth));
+    if (!poll.row(std::to_string(i % kInstances), {column(value)}) || !poll.end()) std::abort();
+  }
+  const double records = TimeOf([&] {
+    Walk walk = group.walk();
+    return std::distance(walk.begin(), walk.end());
+  });
+  const double readings = TimeOf([&] { return group.readings().size(); });
+  std::printf("%d samples in 100 buckets: records %.1f us, reading %.1f us.\n", kPolls, records, readings);
+}
+
+// What 95 of 100 errors of a point stay below, as a share of the exact value.
+double HighError(const Errors &errors, std::size_t point) {
+  std::vector<double> shares;
+  for (const PointError &error : errors.points) {
+    if (error.point == point) shares.push_back(error.relative);
+  }
+  return Quantile(shares, 0.95);
+}
+
+void PrintCsv() {
+  std::printf("kind,buckets,median_record,median_reading,upper_record,upper_reading\n");
+  for (const Kind &kind : kKinds) {
+    for (const std::uint32_t buckets : kBuckets) {
+      Comparison errors;
+      Measure(kind, kInside, 360, buckets, errors);
+      std::printf("%s,%u,%g,%g,%g,%g\n", kind.name, buckets, HighError(errors.record, kMedian),
+                  HighError(errors.reading, kMedian), HighError(errors.record, kUpper),
+                  HighError(errors.reading, kUpper));
     }
   }
 }
@@ -125,8 +250,11 @@ void PrintCsv(std::uint32_t samples) {
 
 int main(int argc, char **argv) {
   if (argc > 1 && std::strcmp(argv[1], "--csv") == 0) {
-    PrintCsv(360);
-    return 0;
+    PrintCsv();
+  } else {
+    PrintInsideTable();
+    PrintKindTable();
+    PrintOutsideTable();
+    PrintCost();
   }
-  for (const std::uint32_t samples : {60, 360, 8640}) PrintPoints(samples);
 }

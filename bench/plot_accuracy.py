@@ -28,10 +28,10 @@ def main():
     for axes, point, title in zip(panels, ("median", "upper"), ("Median", "97.72 %")):
         for colour, (kind, rows) in zip(COLOURS, kinds.items()):
             buckets = [int(row["buckets"]) for row in rows]
-            typical = [100 * float(row[point + "_p50"]) for row in rows]
-            high = [100 * float(row[point + "_p95"]) for row in rows]
-            axes.plot(buckets, typical, color=colour, marker="o", markersize=4, linewidth=1.4, label=kind)
-            axes.plot(buckets, high, ":", color=colour, linewidth=1.2)
+            readings = [100 * float(row[point + "_reading"]) for row in rows]
+            records = [100 * float(row[point + "_record"]) for row in rows]
+            axes.plot(buckets, readings, color=colour, marker="o", markersize=4, linewidth=1.4, label=kind)
+            axes.plot(buckets, records, ":", color=colour, linewidth=1.2)
         axes.set_xscale("log")
         axes.set_yscale("log")
         axes.set_title(title, fontsize=10)
