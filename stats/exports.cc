@@ -26,13 +26,9 @@ ZOR_PROCESS_FOR_EACH_TYPE(ZOR_DEFINE_SUMMARY)
   std::int32_t stats_range_counters_insert_##type(stats_range_counters_##type##_t *record, value sample) {         \
     return zor::CountInRange<value>(*record, sample);                                                              \
   }                                                                                                                \
-  std::uint32_t stats_range_counters_get_bounds_##type(const stats_range_counters_##type##_t *record,              \
-                                                       std::uint16_t index, value *first, value *last) {           \
-    if (index >= record->Nsc) return 1;                                                                            \
-    const zor::SubRange<value> bounds = zor::ValuesCountedIn<value>(*record, index);                               \
-    *first = bounds.first;                                                                                         \
-    *last = bounds.last;                                                                                           \
-    return 0;                                                                                                      \
+  value stats_range_counters_get_start_##type(const stats_range_counters_##type##_t *record,                       \
+                                              std::uint32_t index) {                                               \
+    return zor::Advance(record->Start, zor::EdgeOf<value>(*record, index));                                        \
   }                                                                                                                \
   std::uint32_t stats_range_counters_find_Vk_Vk1_##type(                                                           \
       void *record, const std::uint32_t *ranks, std::uint32_t total, value min, value max, value *vk, value *vk1,  \

@@ -127,13 +127,6 @@ Unsigned<V> EdgeOf(const RangeCounters<V> &record, std::uint32_t b) {
   return edge < exact_end ? edge : std::max(exact_end, static_cast<U>(b * step));
 }
 
-// The values that are counted in sub-range b; inverted where it holds none.
-template <class V>
-SubRange<V> ValuesCountedIn(const RangeCounters<V> &record, std::uint32_t b) {
-  return {Advance(record.Start, EdgeOf<V>(record, b)),
-          Advance(record.Start, static_cast<Unsigned<V>>(EdgeOf<V>(record, b + 1) - 1))};
-}
-
 // The values that percentiles take to lie in sub-range b.
 template <class V>
 SubRange<V> ValuesOf(const RangeCounters<V> &record, std::uint32_t b) {

@@ -40,15 +40,14 @@ extern "C" {
       @return -1 when it lies below Start, 0 when it was counted in a sub-range, 1 when it lies at or above       \
               End; 3 when its counter is full (nothing changes) */                                                \
   ZOR_API int32_t stats_range_counters_insert_##type(stats_range_counters_##type##_t *record, value sample);      \
-  /** The values that are counted in a sub-range. Constant time.                                                  \
+  /** The first value that is counted in a sub-range or one above it: sub-range i counts the values from          \
+     get_start(i) to the one before get_start(i + 1), which are none where both are the same, as where there are  \
+     more sub-ranges than values. Constant time.                                                                  \
       @param record  the record                                                                                   \
-      @param index   the sub-range, 0 to Nsc - 1                                                                  \
-      @param first   written: its smallest value                                                                  \
-      @param last    written: its largest value; the one before first where no value is counted in it, as where   \
-                     there are more sub-ranges than values                                                        \
-      @return 0; 1, writing nothing, when there is no such sub-range */                                           \
-  ZOR_API uint32_t stats_range_counters_get_bounds_##type(const stats_range_counters_##type##_t *record,          \
-                                                          uint16_t index, value *first, value *last);             \
+      @param index   the sub-range, from 0                                                                        \
+      @return the value; End for an index from Nsc on */                                                          \
+  ZOR_API value stats_range_counters_get_start_##type(const stats_range_counters_##type##_t *record,              \
+                                                      uint32_t index);                                            \
   /** The rank lookup of a record: see stats_percentile_lookup_int32_t. One pass over the counters for all        \
       ranks, from where the last call stopped.                                                                    \
       @param record  the record                                                                                   \

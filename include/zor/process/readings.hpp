@@ -221,14 +221,13 @@ class Segments {
   std::vector<Segment<V>> list_;
 };
 
-/** The values that a bucket counts, by the type of its range. */
-#define ZOR_PROCESS_BOUNDS(type, value, unsigned_value, total)                                        \
-  inline void get_bounds(const stats_range_counters_##type##_t &range, std::uint16_t i, value *first, \
-                         value *last) {                                                               \
-    stats_range_counters_get_bounds_##type(&range, i, first, last);                                   \
+/** The first value of a bucket, by the type of its range. */
+#define ZOR_PROCESS_START(type, value, unsigned_value, total)                                  \
+  inline value get_start(const stats_range_counters_##type##_t &range, std::uint32_t bucket) { \
+    return stats_range_counters_get_start_##type(&range, bucket);                              \
   }
-ZOR_PROCESS_FOR_EACH_TYPE(ZOR_PROCESS_BOUNDS)
-#undef ZOR_PROCESS_BOUNDS
+ZOR_PROCESS_FOR_EACH_TYPE(ZOR_PROCESS_START)
+#undef ZOR_PROCESS_START
 
 template <class Summary>
 void read_summary(const Summary &summary, Reading &reading) {
@@ -250,12 +249,14 @@ void read_buckets(const Range &range, Distribution &distribution, Segments<V> &s
   distribution.start = range.Start;
   distribution.last = advance(range.End, UINT64_MAX);
   distribution.buckets.reserve(range.Nsc);
-  for (std::uint16_t i = 0; i < range.Nsc; ++i) {
-    V first = 0, last = 0;
-    get_bounds(range, i, &first, &last);
-    if (last < first) continue;
-    distribution.buckets.push_back({first, last, range.pu16_counters[i]});
-    segments.add(first, last, range.pu16_counters[i]);
+  V next = range.Start;
+  for (std::uint32_t i = 0; i < range.Nsc; ++i) {
+    const V first = std::exchange(next, get_start(range, i + 1));
+    if (first == next) continue;  // no value
+    const V last = advance(next, UINT64_MAX);
+    const std::uint32_t count = range.pu16_counters[i];
+    distribution.buckets.push_back({first, last, count});
+    if (count != 0) segments.add(first, last, count);
   }
 }
 
