@@ -257,8 +257,11 @@ bool Collector::IsFirstOfColumn(const Object &object) const {
 // What came of the samples.
 void Collector::NoteCounts(std::vector<std::string> *notes) const {
   SomeNotes learning("objects: no baseline yet", notes);
-  Items refused, unknown, resets;
-  std::uint64_t percentiles = 0, all_unknown = 0;
+  Items refused;
+  Items unknown;
+  Items resets;
+  std::uint64_t percentiles = 0;
+  std::uint64_t all_unknown = 0;
   for (const Object &object : objects_) {
     const std::string name = Printable(object.name);
     if (const std::uint64_t count = object.group.refused(); count != 0) {

@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -203,7 +204,8 @@ Values RoundRange(Wide min, Wide max, const Values &all) {
   const bool from_zero = min >= 0 && (min <= max / 2 || max < 20);
   const Wide headroom = (max - (from_zero ? 0 : min)) / 4;
   const Wide lowest = min < 0 ? min - headroom : std::max(min - headroom, Wide{0});
-  Wide low = 0, width = 0;
+  Wide low = 0;
+  Wide width = 0;
   for (Wide power = 10; low + width <= max + headroom; power *= 10) {
     for (const int digit : {2, 5, 10}) {
       width = digit * power;
@@ -228,7 +230,10 @@ Values UsualRange(std::vector<Wide> &values, double outside, const Values &all) 
   const auto from_lowest = [&](Wide value) { return static_cast<std::uint64_t>(value - all.low); };
   for (std::size_t i = 0; i < values.size(); i += stride)
     stats_learner_learn_uint64(&learner, from_lowest(values[i]));
-  std::uint64_t min, max, low, high;
+  std::uint64_t min;
+  std::uint64_t max;
+  std::uint64_t low;
+  std::uint64_t high;
   stats_learner_get_value_range_uint64(&learner, &min, &max, &low, &high);
   stats_learner_uninit_uint64(&learner);
   const auto at = [&](std::size_t rank) {
@@ -275,8 +280,9 @@ double ExactPercentile(const std::vector<Wide> &sorted, std::uint32_t point) {
 struct Fit {
   Values range;
   std::uint16_t buckets;
-  std::size_t failed = 0;           // records of nine zeros
-  std::vector<double> errors[2]{};  // per cent, at 50 % and 97.72 %, of each record whose samples differ
+  std::size_t failed = 0;  // records of nine zeros
+  std::array<std::vector<double>, 2> errors =
+      {};  // per cent, at 50 % and 97.72 %, of each record whose samples differ
 
   double CloseShare() const {
     double close = 0;
@@ -322,7 +328,7 @@ Fit FitBuckets(const Object &object, const Values &range, std::uint32_t clear) {
   std::optional<Fit> best;
   for (const std::uint16_t buckets : kBuckets) {
     const bool is_even = range.Width() % buckets == 0 || range.high == object.all.high;
-    const bool is_small = buckets <= range.Width() && 2 * buckets * object.instances <= kMemory;
+    const bool is_small = buckets <= range.Width() && std::size_t{2} * buckets * object.instances <= kMemory;
     if (best && !(is_even && is_small)) continue;
     Fit fit = Try(object, range, buckets, clear);
     if (!best || fit.CloseShare() > best->CloseShare()) best = std::move(fit);
@@ -393,7 +399,8 @@ Lines Advise(const History &history, std::uint32_t polls, double outside, std::u
   lines.push_back({fmt::format("range      = [{}, {}]", Bound(fit.range.low), Bound(fit.range.high)), seen});
   std::string errors = "exact: no record has different samples";
   if (!fit.errors[0].empty()) {
-    errors = fmt::format("off by {} at 50 %, {} at 97.72 %", ErrorText(&fit.errors[0]), ErrorText(&fit.errors[1]));
+    errors = fmt::format("off by {} at 50 %, {} at 97.72 %", ErrorText(&fit.errors.front()),
+                         ErrorText(&fit.errors.back()));
   }
   if (fit.failed > 0) errors += fmt::format(", {} without percentiles", Counted(fit.failed, "record"));
   lines.push_back({fmt::format("buckets    = {}", fit.buckets), errors});

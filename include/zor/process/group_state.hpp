@@ -249,7 +249,8 @@ struct GroupState {
   /** What was cleared has a clear buffer. Of the others, which go on and are read again, the readings are dropped.
    */
   Status stop_half_way(std::size_t kept, std::uint32_t code) {
-    auto reading = tally.readings.begin() + static_cast<std::ptrdiff_t>(kept), end = reading;
+    auto reading = tally.readings.begin() + static_cast<std::ptrdiff_t>(kept);
+    auto end = reading;  // of those that stay
     const bool has_readings = reading != tally.readings.end();
     dg.for_each_entry([&](const zor_process_object_oper_entry_t &column, void *entry) {
       if (g_zor_poi_entry_get_clear_buffer_funcs[column.data_type - 1](entry)) {

@@ -67,7 +67,9 @@ bool was_reset(U last, U value, const std::optional<Range> &range) {
 /** Takes the next value of a counter, whose first one has risen from 0: the library, too, takes it for a start. */
 template <class U>
 void count_on(InstanceState &state, ObjectInfo &object, const void *given) {
-  U last, risen, value;
+  U last;
+  U risen;
+  U value;
   std::memcpy(&last, &state.last, sizeof last);
   std::memcpy(&risen, &state.risen, sizeof risen);
   std::memcpy(&value, given, sizeof value);
@@ -111,7 +113,8 @@ class InstanceTable {
     return found == rows_.end() ? nullptr : &found->second.states[object];
   }
   InstanceState *find(std::string_view name, std::size_t object) {
-    return const_cast<InstanceState *>(std::as_const(*this).find(name, object));
+    const auto found = rows_.find(name);
+    return found == rows_.end() ? nullptr : &found->second.states[object];
   }
   template <class Visit>
   void for_each(Visit visit) {
