@@ -200,7 +200,7 @@ constexpr Section<V> kSections[] = {
 template <class V>
 constexpr std::uint32_t FlagsOfSections(bool only_cleared) {
   std::uint32_t flags = 0;
-  for (const Section<V> &section : kSections<V>) flags |= section.clear || !only_cleared ? section.flag : 0u;
+  for (const Section<V> &section : kSections<V>) flags |= !only_cleared || section.clear ? section.flag : 0u;
   return flags;
 }
 
@@ -244,8 +244,10 @@ void ClearStatistics(std::uint32_t selection, Entry<V> &entry) {
 // What callers select by, the C++ header among them, knows every section.
 static_assert(FlagsOfSections<std::int32_t>(false) == ZOR_PROCESS_FLAGS_ALL,
               "ZOR_PROCESS_FLAGS_ALL is not the flags of all sections");
+#ifndef __SANITIZE_ADDRESS__  // with which GCC holds that a function may have the address null
 static_assert((FlagsOfSections<std::int32_t>(true) & ~std::uint32_t{ZOR_PROCESS_FLAGS_CLEARED}) == 0,
               "ZOR_PROCESS_FLAGS_CLEARED lacks a statistic that a clear resets");
+#endif
 
 #define ZOR_INSTANTIATE(type, value, unsigned_value, total)    \
   template char *RenderEntry<value>(const Rendering<value> &); \

@@ -150,6 +150,8 @@ struct Segment {
   V first, last;
   std::uint64_t before; /**< samples of the segments below */
   std::uint64_t count;
+
+  bool holds(std::uint64_t sample) const { return sample - before < count; }
 };
 
 /** All samples of a distribution, as segments that ascend, and percentiles of them.
@@ -174,9 +176,12 @@ class Segments {
   std::optional<Points> points() const {
     if (total_ == 0) return std::nullopt;
     Points points;
+    auto segment = list_.begin();
     for (std::size_t i = 0; i < points.size(); ++i) {
       const std::uint64_t position = g_stats_percentile_1000[i] * (total_ - 1);
-      points[i] = between(position / 100000, static_cast<double>(position % 100000) / 100000);
+      const std::uint64_t sample = position / 100000;
+      while (!segment->holds(sample)) ++segment;
+      points[i] = between(*segment, sample, static_cast<double>(position % 100000) / 100000);
     }
     std::sort(points.begin(), points.end());  // of 64 bits, not all values are doubles
     return points;
@@ -189,11 +194,9 @@ class Segments {
     double offset;
   };
 
-  Place place(std::uint64_t sample) const {
+  Place place(const Segment<V> &segment, std::uint64_t sample) const {
     if (sample == 0) return {min_, 0};
-    if (sample >= total_ - 1) return {max_, 0};
-    const auto is_before = [](std::uint64_t k, const Segment<V> &segment) { return k < segment.before; };
-    const Segment<V> &segment = *std::prev(std::upper_bound(list_.begin(), list_.end(), sample, is_before));
+    if (sample == total_ - 1) return {max_, 0};
     const double head = segment.before == 0 ? 0.5 : 0;
     const double tail = segment.before + segment.count == total_ ? 0.5 : 0;
     const double part = static_cast<double>(sample - segment.before) + 0.5 - head;
@@ -201,12 +204,13 @@ class Segments {
     return {segment.first, static_cast<double>(distance(segment.first, segment.last)) * part / parts};
   }
 
-  /** What lies between a sample and the next one, at this share of their distance, rounded to thousandths. */
-  Decimal between(std::uint64_t sample, double share) const {
-    const auto [base, low] = place(sample);
+  /** What lies between a sample of this segment and the next one, at this share of their distance, rounded to
+   * thousandths. */
+  Decimal between(const Segment<V> &segment, std::uint64_t sample, double share) const {
+    const auto [base, low] = place(segment, sample);
     double offset = low + 0.0005;
     if (share > 0) {
-      const Place next = place(sample + 1);
+      const Place next = place(segment.holds(sample + 1) ? segment : *(&segment + 1), sample + 1);
       offset += share * std::max(0.0, static_cast<double>(distance(base, next.base)) + next.offset - low);
     }
     const std::uint64_t room = distance(base, max_);
@@ -248,16 +252,18 @@ template <class Range, class V>
 void read_buckets(const Range &range, Distribution &distribution, Segments<V> &segments) {
   distribution.start = range.Start;
   distribution.last = advance(range.End, UINT64_MAX);
-  distribution.buckets.reserve(range.Nsc);
+  distribution.buckets.resize(range.Nsc);
+  Bucket *bucket = distribution.buckets.data();
   V next = range.Start;
   for (std::uint32_t i = 0; i < range.Nsc; ++i) {
     const V first = std::exchange(next, get_start(range, i + 1));
     if (first == next) continue;  // no value
     const V last = advance(next, UINT64_MAX);
     const std::uint32_t count = range.pu16_counters[i];
-    distribution.buckets.push_back({first, last, count});
+    *bucket++ = {first, last, count};
     if (count != 0) segments.add(first, last, count);
   }
+  distribution.buckets.resize(static_cast<std::size_t>(bucket - distribution.buckets.data()));
 }
 
 /** The distribution of an object: of what is outside the range, only the number is known. */
