@@ -172,14 +172,15 @@ template <class V>
 inline Found LocateInSubRanges(RangeWalk<V> &walk, std::uint32_t rank, V &vk, V &vk1) {
   const RangeCounters<V> &record = walk.record;
   const RankSearch<V> &search = walk.search;
+  const std::uint16_t *counters = record.pu16_counters;
+  const std::uint32_t count = record.Nsc;
   std::uint32_t position = walk.position;
-  if (position >= record.Nsc) return Found::kNone;
-  while (rank > search.below + record.pu16_counters[position]) {
-    search.below += record.pu16_counters[position];
-    if (++position == record.Nsc) {
-      walk.position = position;
-      return Found::kNone;
-    }
+  std::uint32_t below = search.below;
+  while (position < count && rank > below + counters[position]) below += counters[position++];
+  search.below = below;
+  if (position >= count) {
+    walk.position = position;
+    return Found::kNone;
   }
   SubRange<V> range = ValuesOf<V>(record, position);
   if (!NarrowToExtremes(range, search.min, search.max)) return Found::kNone;
