@@ -328,7 +328,7 @@ Fit FitBuckets(const Object &object, const Values &range, std::uint32_t clear) {
   std::optional<Fit> best;
   for (const std::uint16_t buckets : kBuckets) {
     const bool is_even = range.Width() % buckets == 0 || range.high == object.all.high;
-    const bool is_small = buckets <= range.Width() && std::size_t{2} * buckets * object.instances <= kMemory;
+    const bool is_small = buckets <= range.Width() && object.instances * 2 * buckets <= kMemory;
     if (best && !(is_even && is_small)) continue;
     Fit fit = Try(object, range, buckets, clear);
     if (!best || fit.CloseShare() > best->CloseShare()) best = std::move(fit);
