@@ -2,6 +2,7 @@
 #ifndef ZOR_TESTS_API_H_
 #define ZOR_TESTS_API_H_
 
+#include "base/value_types.h"
 #include "zor/process.h"
 
 template <class V>
@@ -9,17 +10,8 @@ struct Api;
 
 #define ZOR_TEST_API(type, value, unsigned_value, total_type)                           \
   template <>                                                                           \
-  struct Api<value> {                                                                   \
-    using Unsigned = unsigned_value;                                                    \
-    using Total = total_type;                                                           \
-    using Summary = stats_summary_##type##_t;                                           \
-    using RangeCounters = stats_range_counters_##type##_t;                              \
-    using FixedPoint = stats_fixed_point_##type##_t;                                    \
+  struct Api<value> : zor::Types<value> {                                               \
     using Entry = zor_process_object_instance_entry_##type##_t;                         \
-    using SortedArray = stats_sorted_array_##type##_t;                                  \
-    using Learner = stats_learner_##type##_t;                                           \
-    using DynamicCounters = stats_dynamic_counters_##type##_t;                          \
-    using Analyzer = stats_analyzer_##type##_t;                                         \
     static constexpr std::uint32_t kTypeCode =                                          \
         (sizeof(value) == 8 ? 3 : 1) + static_cast<std::uint32_t>(value(-1) > 0);       \
     static constexpr auto ArrayInit = stats_sorted_array_init_##type;                   \

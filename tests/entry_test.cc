@@ -120,44 +120,6 @@ TEST_F(EntryTest, PrintsBoundsAndWhatIsNotKept) {
 }
 
 // The operations through the tables, as an outside caller may use them.
-TYPED_TEST(TypedEntryTest, ServesThroughTheTables) {
-  using V = TypeParam;
-  constexpr std::uint32_t slot = Api<V>::kTypeCode - 1;
-  const V range[2] = {0, 9}, inverted[2] = {9, 0};
-  const auto create = [&](std::uint32_t kind, std::uint32_t flags, const V *bounds, std::uint32_t buckets) {
-    return static_cast<typename Api<V>::Entry *>(
-        g_zor_poi_entry_create_funcs[slot]("key", kind, flags, bounds, buckets, 5, nullptr));
-  };
-  for (std::uint32_t flags : {9u, 10u, 12u, 15u}) EXPECT_EQ(create(0, flags, range, 5), nullptr);
-  EXPECT_EQ(create(0, 2, inverted, 5), nullptr);
-  EXPECT_EQ(create(0, 2, range, 65536), nullptr);  // the low 16 bits count
-  auto *entry = create(1, 0x10004, nullptr, 0x10003);
-  ASSERT_NE(entry, nullptr);
-  EXPECT_EQ(std::tuple(entry->range_counters->Nsc, entry->range_counters->Start, entry->clear_count),
-            std::tuple(3, std::numeric_limits<V>::min(), 5));
-  // A counter that wraps: the first value primes, 150 to 20 is a step of 2^w - 130.
-  std::uint32_t ended = 0;
-  unsigned char unaligned[sizeof(V) + 1];
-  for (int v : {100, 150, 20}) {
-    const V value = static_cast<V>(v);
-    std::memcpy(unaligned + 1, &value, sizeof value);
-    EXPECT_EQ(g_zor_poi_entry_insert_funcs[slot](entry, unaligned + 1, &ended), 0);
-  }
-  EXPECT_EQ(entry->summary->u32_no_of_samples, 2u);
-  EXPECT_EQ(std::is_signed_v<V> ? entry->summary->Vmin : entry->summary->Vmax, static_cast<V>(V{0} - V{130}));
-  g_zor_poi_entry_clear_funcs[slot](2, entry, 0);
-  EXPECT_EQ(std::tuple(entry->summary->u32_no_of_samples, entry->range_counters->u16_no_of_samples,
-                       entry->range_counters->pu16_counters[0] + entry->range_counters->pu16_counters[1]),
-            std::tuple(2u, 0, 0));
-  g_zor_poi_entry_set_clear_buffer_funcs[slot](entry, strdup("held when destroyed"));
-  g_zor_poi_entry_destroy_funcs[slot](entry);
-  entry = create(0, 0, nullptr, 100);
-  g_zor_poi_entry_clear_funcs[slot](3, entry, 0);  // it has nothing to clear
-  EXPECT_EQ(g_zor_poi_entry_insert_funcs[slot](entry, range, &ended), 0);
-  EXPECT_EQ(this->Take(g_zor_poi_entry_get_data_funcs[slot](4, "dg", "object", 2, nullptr, entry)), "");
-  g_zor_poi_entry_destroy_funcs[slot](entry);
-}
-
 // A baseline through the engine: learning, a record at the end of every period, the refusal to overwrite one,
 // refused outliers, and the restart after a count is full.
 TYPED_TEST(TypedEntryTest, LearnsABaseline) {

@@ -77,20 +77,3 @@ TEST(HashSet, TellsManyNamesApart) {
   for (const Record &record : records) ASSERT_EQ(kel_ext_hash_name_get(&set, record.name), &record);
   kel_hashset_free(&set);
 }
-
-TEST(DataList, KeepsItemsInOrder) {
-  const std::uint64_t list = zor_datalist_create();
-  for (int i = 0; i < 100; ++i) {
-    EXPECT_EQ(vamra_edm_datalist_add(list, "name", 3, 0, ("line " + std::to_string(i)).c_str(), i < 10 ? 7 : 8), 0);
-  }
-  zor_datalist_item_t item;
-  ASSERT_EQ(zor_datalist_get(list, 42, &item), 0);
-  EXPECT_EQ(std::tuple(std::string(item.text), std::string(item.name), item.size),
-            std::tuple("line 42", "name", 8u));
-  EXPECT_NE(zor_datalist_get(list, 100, &item), 0);
-  EXPECT_NE(vamra_edm_datalist_add(0, "name", 3, 0, "", 1), 0);
-  EXPECT_NE(vamra_edm_datalist_add(list, "name", 3, 0, "", -1), 0);
-  EXPECT_EQ(std::tuple(zor_datalist_count(list), zor_datalist_count(0)), std::tuple(100u, 0u));
-  zor_datalist_free(list);
-  zor_datalist_free(0);
-}

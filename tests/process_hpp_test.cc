@@ -132,50 +132,6 @@ TEST(ProcessHppTest, RefusesRowsThatWouldGoWrongAndTellsWhatFailed) {
             "g-summary, rx, b, 1, 7, 7, 7.000\ng-summary, tx, a, 1, -1, -1, -1.000\n");
 }
 
-class ProcessHppRoundTrip : public EngineTest {};
-
-TEST_F(ProcessHppRoundTrip, GivesTheRecordsOfPlainCalls) {
-  MakeDg(0, 1, 3);
-  MakeObject("i32", ZOR_PROCESS_FLAG_PERCENTILE, 0, 3, static_cast<std::uint64_t>(-50), 50, 7);
-  MakeObject("u32", ZOR_PROCESS_FLAG_PERCENTILE, 1);
-  MakeObject("i64", ZOR_PROCESS_FLAG_SUMMARY, 1);
-  AddInstance("u32", "b");
-  ASSERT_EQ(Template({{"key", 0}, {"i32", 1}, {"u32", 2}, {"none", 4}, {"i64", 3}}), 0u);
-  zp::Group group = *zp::Engine().group("ifstats", {.clear = std::chrono::seconds(21)});  // which keeps the engine
-  const auto counter = zp::Values::cumulative;
-  ASSERT_TRUE(group.object("i32", {.statistics = kPercentile, .range = Range(-50, 50), .buckets = 7}));
-  ASSERT_TRUE(group.object("u32", {.statistics = kPercentile, .values = counter, .instances = {"b"}}));
-  ASSERT_TRUE(group.object("i64", {.statistics = kSummary, .values = counter}));
-  zp::Template table("key");
-  const auto i32 = table.column<std::int32_t>("i32");
-  const auto u32 = table.column<std::uint32_t>("u32");
-  table.column<std::uint64_t>("none");
-  const auto i64 = table.column("i64", ZOR_PROCESS_DATA_TYPE_INT64);
-  ASSERT_TRUE(group.start(table));
-  for (std::int32_t i = 0; i < 10; ++i) {
-    zp::Poll poll = *group.poll();
-    for (const char *key : {"a", "b"}) {
-      const std::int32_t x = i * 13 - (*key == 'a' ? 60 : 40);
-      const auto square = static_cast<std::uint32_t>(x * x);
-      ASSERT_EQ(Row(key, {x, square, {}, std::int64_t{-x}}), 0u);
-      ASSERT_TRUE(poll.row(key, {i32(x), u32(square), i64(zp::Value(std::int64_t{-x}))}));
-    }
-    ASSERT_EQ(EndOfPoll(), 0u);
-    ASSERT_TRUE(poll.end());
-    const std::string records = Records(group);
-    EXPECT_EQ(records, WithoutTime(Collect()));
-    EXPECT_EQ(records.empty(), i % 3 != 2);
-  }
-  std::string report, walked;
-  for (const std::string &item : Report(6)) report += item;
-  EXPECT_EQ(*group.report({.sections = kPercentile | Statistics::distribution}), report);
-  EXPECT_EQ(pvg_prt_handle, nullptr);
-  EXPECT_EQ(group.headers()->size(), 2u);
-  EXPECT_EQ((*group.walk().begin())->text.rfind("ifstats-summary: ", 0), 0u);  // comes with the percentiles
-  for (const auto &instance : group.walk()) walked += std::string(instance->object) + std::string(instance->name);
-  EXPECT_EQ(walked, "i32ai32bu32bi64ai64b");
-}
-
 // Outliers and records of a baseline cost its neighbours nothing; it is reported in the library's words.
 TEST(ProcessHppTest, BaselinesDoNotStopTheirGroup) {
   zp::Engine engine;

@@ -223,29 +223,3 @@ TEST(StatisticsPrint, ShowsDecimalValues) {
   EXPECT_EQ(stats_percentile_get_values_int64(points, values, 0, 0, 0, 0, lookup, &next), 4u);
   EXPECT_EQ(stats_percentile_get_values_int64(points + 2, values, 2, 0, 0, 2, lookup, &next), 3u);
 }
-
-TEST(SortedArray, KeepsEitherTail) {
-  stats_sorted_array_int32_t array = {};
-  EXPECT_EQ(stats_sorted_array_init_int32(&array, 0), 1u);
-  ASSERT_EQ(stats_sorted_array_init_int32(&array, 3), 0u);
-  std::uint32_t was_full = 7;
-  for (const int v : {5, -1, 3})
-    EXPECT_EQ(stats_sorted_array_adv_insert_int32(&array, v, 1, &was_full, nullptr), 0u);
-  EXPECT_EQ(was_full, 0u);
-  const struct {
-    std::int32_t value, mode;
-    std::uint32_t code, was_full;
-    std::int32_t out;
-    const char *contents;
-  } steps[] = {{4, 0, 1, 0, 99, "[-1][3][5]"}, {4, 3, 0, 0, 99, "[-1][3][5]"}, {4, 2, 0, 1, -1, "[3][4][5]"},
-               {3, 2, 1, 1, 3, "[3][4][5]"},   {2, 1, 0, 1, 5, "[2][3][4]"},   {4, 1, 1, 1, 4, "[2][3][4]"}};
-  for (const auto &[value, mode, code, full, leaving, contents] : steps) {
-    std::int32_t out = 99;
-    EXPECT_EQ(stats_sorted_array_adv_insert_int32(&array, value, mode, &was_full, &out), code);
-    EXPECT_EQ(std::tuple(was_full, out), std::tuple(full, leaving));
-    EXPECT_EQ(
-        Printed([&] { stats_sorted_array_print_int32(&array); }),
-        std::string("Sorted-Array => Size = 3, Valid-Length = 3\nSorted-Array-Content => ") + contents + "\n");
-  }
-  stats_sorted_array_uninit_int32(&array);
-}
