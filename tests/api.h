@@ -14,8 +14,6 @@ struct Api;
     using Entry = zor_process_object_instance_entry_##type##_t;                         \
     static constexpr std::uint32_t kTypeCode =                                          \
         (sizeof(value) == 8 ? 3 : 1) + static_cast<std::uint32_t>(value(-1) > 0);       \
-    static constexpr auto ArrayInit = stats_sorted_array_init_##type;                   \
-    static constexpr auto ArrayUninit = stats_sorted_array_uninit_##type;               \
     static constexpr auto LearnerInit = stats_learner_init_##type;                      \
     static constexpr auto LearnerUninit = stats_learner_uninit_##type;                  \
     static constexpr auto LearnerLearn = stats_learner_learn_##type;                    \
@@ -35,9 +33,7 @@ struct Api;
     static constexpr auto AnalyzerPrint = stats_analyzer_print_##type;                  \
     static constexpr auto SummaryEval = stats_summary_eval_##type;                      \
     static constexpr auto SummaryPrint = stats_summary_print_##type;                    \
-    static constexpr auto GetValues = stats_percentile_get_values_##type;               \
     static constexpr auto GetVkVk1 = stats_percentile_get_Vk_Vk1_##type;                \
-    static constexpr auto PercentilePrint = stats_percentile_print_##type;              \
     static constexpr auto RangeInit = stats_range_counters_init_##type;                 \
     static constexpr auto RangeInsert = stats_range_counters_insert_##type;             \
     static constexpr auto RangeFind = stats_range_counters_find_Vk_Vk1_##type;          \

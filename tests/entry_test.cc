@@ -119,7 +119,6 @@ TEST_F(EntryTest, PrintsBoundsAndWhatIsNotKept) {
   zor_datalist_free(handle.datalist);
 }
 
-// The operations through the tables, as an outside caller may use them.
 // A baseline through the engine: learning, a record at the end of every period, the refusal to overwrite one,
 // refused outliers, and the restart after a count is full.
 TYPED_TEST(TypedEntryTest, LearnsABaseline) {

@@ -16,7 +16,7 @@
 namespace zorstat {
 
 inline constexpr std::uint32_t kShortestInterval = 10;  // seconds; the library takes no shorter one
-inline constexpr std::uint32_t kLargestCount = 65535;   // of buckets and of polls between clears
+inline constexpr std::uint32_t kLargestCount = zor::process::kLargestCount;  // of buckets, of polls between clears
 
 using zor::process::Interval;
 using zor::process::Range;
@@ -123,11 +123,6 @@ struct ObjectPlan {
   std::optional<NameList> instances;
   OptionalSetting<Interval> clear;
 };
-
-// Whether the statistics count values in buckets over a range.
-inline bool HasBuckets(std::uint16_t statistics) {
-  return (statistics & (ZOR_PROCESS_FLAG_DISTRIBUTION | ZOR_PROCESS_FLAG_PERCENTILE)) != 0;
-}
 
 // Throws SettingsError, naming `where`.
 std::string ReadDgName(const std::string &name, const std::string &where);
