@@ -49,6 +49,11 @@ std::string_view FieldOf(std::string_view line, int commas) {
   return line.substr(1, line.find(',') - 1);
 }
 
+// Samples of a baseline beyond its range.
+std::uint64_t Outside(const Reading &reading) {
+  return reading.distribution ? reading.distribution->below + reading.distribution->above : 0;
+}
+
 // The instances that have counted nothing but zeros.
 std::set<std::string, std::less<>> IdleInstances(const zp::Group &group) {
   std::set<std::string, std::less<>> idle;
@@ -73,46 +78,46 @@ zp::ObjectSettings SettingsOf(const ObjectPlan &plan, std::uint32_t poll_interva
 
 }  // namespace
 
-Collector::Collector(const Table &table, const std::vector<ObjectPlan> &plans, const Settings &settings,
-                     const std::string &dg, std::uint32_t poll_interval)
-    : table_(table), dg_(dg), headers_wanted_(settings.headers) {
+Collector::Collector(const Run &run, const Settings &settings, bool keep_readings)
+    : run_(run), headers_wanted_(settings.headers), keep_readings_(keep_readings) {
   const auto has_buckets = [](const ObjectPlan &plan) { return overlap(StatisticsOf(plan), kBuckets); };
   if (settings.clear) {
-    clear_polls_ = ClearPolls(*settings.clear, poll_interval);
-  } else if (std::any_of(plans.begin(), plans.end(), has_buckets)) {
+    clear_polls_ = ClearPolls(*settings.clear, run.poll_interval);
+  } else if (std::any_of(run.plans.begin(), run.plans.end(), has_buckets)) {
     clear_polls_ = zp::kLargestCount;  // a bucket counts no further
   }
   if (settings.expire) expire_ = settings.expire->value;
   if (settings.percentile) percentile_ = settings.percentile->value;
   if (settings.instances) missing_instances_ = settings.instances->value;
-  for (const ObjectPlan &plan : plans) objects_.push_back(MakeObject(plan, dg, poll_interval));
+  for (const ObjectPlan &plan : run.plans) objects_.push_back(MakeObject(plan));
 }
 
-Collector::Object Collector::MakeObject(const ObjectPlan &plan, const std::string &dg,
-                                        std::uint32_t poll_interval) const {
-  const Column &column = table_.columns[plan.column];
+Collector::Object Collector::MakeObject(const ObjectPlan &plan) const {
+  const Column &column = run_.table.columns[plan.column];
   zp::GroupSettings settings;
-  settings.poll_interval = std::chrono::seconds(poll_interval);
+  settings.poll_interval = std::chrono::seconds(run_.poll_interval);
+  settings.keep_readings = keep_readings_;
   if (clear_polls_) settings.clear = zp::Interval::polls(*clear_polls_);  // a baseline has no part in it but expiry
   settings.expire = expire_;
   zp::Engine engine;
-  zp::Group group = Take(engine.group(dg, settings), "settings", column.name);
-  Check(group.object(column.name, SettingsOf(plan, poll_interval)), "settings", column.name);
-  zp::Template columns(table_.key);
+  zp::Group group = Take(engine.group(run_.group, settings), "settings", column.name);
+  Check(group.object(column.name, SettingsOf(plan, run_.poll_interval)), "settings", column.name);
+  zp::Template columns(run_.table.key);
   const auto values = columns.column(column.name, column.type);
   Check(group.start(columns), "template", column.name);
-  return {column.name, plan.column, StatisticsOf(plan), std::move(group), values};
+  return {column.name, &plan, StatisticsOf(plan), std::move(group), values};
 }
 
 void Collector::AddRows(const Poll &poll, const std::string &source) {
   rest_ = true;
+  last_time_ = poll.time;
   any_row_ = any_row_ || poll.rows() != 0;
   CountRepeats(poll);
   for (Object &object : objects_) object.poll.emplace(Take(object.group.poll(), source, object.name));
   for (std::size_t row = 0; row < poll.rows(); ++row) {
     const zp::Name key = poll.key(row);
     for (Object &object : objects_) {
-      const Value &value = poll.values(row)[object.index];
+      const Value &value = poll.values(row)[object.plan->column];
       if (!value) continue;
       object.has_value = true;
       Check(object.poll->row(key, {object.column(*value)}), source, object.name);
@@ -142,12 +147,59 @@ void Collector::EndPoll(std::string *records) {
     TakeRecords(object, records);
     Check(ended, "end of poll", object.name);
   }
-  if (clear_polls_ && ++polls_since_clear_ == *clear_polls_) {
-    polls_since_clear_ = 0;
+  ++polls_since_clear_;
+  if (clear_polls_ && polls_since_clear_ == *clear_polls_) {
     rest_ = false;
     FindMissing();
+    if (keep_readings_) EndInterval();
+    polls_since_clear_ = 0;
   }
   InsertHeaders(start, records);
+}
+
+void Collector::EndInterval() {
+  for (Object &object : objects_) {
+    std::vector<Reading> ended = object.group.take_readings();
+    if (!ended.empty()) object.ended = std::move(ended);
+  }
+  interval_ = {last_time_, polls_since_clear_, Join([](const Object &object) { return object.ended; })};
+  for (Object &object : objects_) {
+    object.outside.clear();
+    for (const Reading &reading : object.ended) object.outside[reading.name] = Outside(reading);
+    object.ended.clear();
+  }
+}
+
+// A baseline stands behind the other statistics of its column.
+template <class Read>
+std::vector<ObjectReadings> Collector::Join(Read read) const {
+  std::vector<ObjectReadings> joined;
+  for (const Object &object : objects_) {
+    if (IsFirstOfColumn(object)) joined.push_back({object.name, object.plan, {}});
+    std::vector<InstanceReadings> &instances = joined.back().instances;
+    std::vector<Reading> readings = read(object);
+    instances.reserve(instances.size() + readings.size());
+    if (object.statistics != Statistics::baseline) {
+      for (Reading &reading : readings) instances.push_back({std::move(reading), std::nullopt});
+      continue;
+    }
+    std::map<std::string_view, InstanceReadings *> known;
+    for (InstanceReadings &instance : instances) known.emplace(instance.name(), &instance);
+    for (Reading &reading : readings) {
+      const auto found = known.find(reading.name);
+      InstanceReadings &instance = found == known.end() ? instances.emplace_back() : *found->second;
+      const auto before = object.outside.find(reading.name);
+      instance.outside = Outside(reading) - (before == object.outside.end() ? 0 : before->second);
+      instance.baseline = std::move(reading);
+    }
+  }
+  return joined;
+}
+
+std::optional<IntervalReadings> Collector::TakeInterval() { return std::exchange(interval_, std::nullopt); }
+
+std::vector<ObjectReadings> Collector::InProgress() const {
+  return Join([](const Object &object) { return object.group.readings(); });
 }
 
 // Before the instances that had values expire.
@@ -165,6 +217,7 @@ void Collector::Finish(std::string *records) {
     failure.Try([&] { FinishObject(object, records); });
   }
   failure.Try([&] { InsertHeaders(start, records); });
+  if (keep_readings_ && rest_) EndInterval();
   FindMissing();
   failure.Rethrow();
 }
@@ -172,6 +225,7 @@ void Collector::Finish(std::string *records) {
 void Collector::FinishObject(Object &object, std::string *records) const {
   const bool is_baseline = object.statistics == Statistics::baseline;
   if (!rest_ && !is_baseline) return;
+  if (is_baseline && keep_readings_) object.ended = object.group.readings();
   const zp::Status rendered = is_baseline ? object.group.snapshot() : object.group.clear();
   TakeRecords(object, records);
   Check(rendered, "last records", object.name);
@@ -194,7 +248,7 @@ void Collector::TakeRecords(Object &object, std::string *records) const {
   if (lines.empty()) return;
   records->append(lines);
   const bool is_baseline = object.statistics == Statistics::baseline;
-  const std::string head = dg_ + (is_baseline ? "-baseline: " : "-percentile: ");
+  const std::string head = run_.group + (is_baseline ? "-baseline: " : "-percentile: ");
   std::optional<std::set<std::string, std::less<>>> idle;  // baselines that have counted nothing but zeros
   std::string_view before;                                 // of a percentile record, the summary of its instance
   for (std::string_view rest = lines; !rest.empty();) {
@@ -251,7 +305,7 @@ std::vector<std::string> Collector::Notes() const {
 
 // A baseline beside other statistics of a column is behind them.
 bool Collector::IsFirstOfColumn(const Object &object) const {
-  return &object == objects_.data() || (&object)[-1].index != object.index;
+  return &object == objects_.data() || (&object)[-1].plan->column != object.plan->column;
 }
 
 // What came of the samples.

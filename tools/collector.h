@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "readings.h"
 #include "settings.h"
 #include "table.h"
 #include "zor/process.hpp"
@@ -18,10 +19,8 @@ namespace zorstat {
 
 class Collector {
  public:
-  // poll_interval in seconds. The table must outlive the collector. Throws Error, here and below, if the library
-  // fails.
-  Collector(const Table &table, const std::vector<ObjectPlan> &plans, const Settings &settings,
-            const std::string &dg, std::uint32_t poll_interval);
+  // The run must outlive the collector. Throws Error, here and below, if the library fails.
+  Collector(const Run &run, const Settings &settings, bool keep_readings);
 
   // Begins a poll and delivers its rows. `source` names their origin in errors.
   void AddRows(const Poll &poll, const std::string &source);
@@ -32,6 +31,12 @@ class Collector {
 
   // Appends the records of what the last clear, or a poll that failed, has left; called once, at the end.
   void Finish(std::string *records);
+
+  // The readings of the interval that has ended since the last call, if they are kept.
+  std::optional<IntervalReadings> TakeInterval();
+
+  // Those of the one in progress.
+  std::vector<ObjectReadings> InProgress() const;
 
   // The console report of the interval in progress.
   std::string Report() const;
@@ -45,7 +50,7 @@ class Collector {
   // has an engine, which lives with it.
   struct Object {
     std::string name;
-    std::size_t index;  // of its column
+    const ObjectPlan *plan;
     zor::process::Statistics statistics;
     zor::process::Group group;
     zor::process::Column<zor::process::Value> column;
@@ -55,9 +60,14 @@ class Collector {
     std::uint64_t percentiles = 0;  // records of them with samples; unknown ones have nine zeros for other values
     std::map<std::string_view, std::uint64_t> unknown = {};  // by reason
     std::size_t learning = 0;                                // instances, at the end
+    std::vector<Reading> ended = {};                         // of an interval, until they are joined
+    std::map<std::string, std::uint64_t> outside = {};       // of baselines, up to the end of the last interval
   };
 
-  Object MakeObject(const ObjectPlan &plan, const std::string &dg, std::uint32_t poll_interval) const;
+  Object MakeObject(const ObjectPlan &plan) const;
+  template <class Read>
+  std::vector<ObjectReadings> Join(Read read) const;
+  void EndInterval();
   void FinishObject(Object &object, std::string *records) const;
   void TakeRecords(Object &object, std::string *records) const;
   static const char *WhyUnknown(const Object &object, std::string_view record);
@@ -76,14 +86,16 @@ class Collector {
     std::string first;  // and where it was
   };
 
-  const Table &table_;
-  std::string dg_;
+  const Run &run_;
   std::vector<Object> objects_;
   std::optional<std::uint32_t> clear_polls_;
   std::optional<std::uint32_t> percentile_;
   std::uint32_t expire_ = 0;    // intervals without a value; 0: never
   NameList missing_instances_;  // of the wanted ones, those without a value so far
   bool headers_wanted_;
+  bool keep_readings_;
+  std::optional<IntervalReadings> interval_;
+  std::int64_t last_time_ = 0;  // of a poll
   std::set<std::string> headers_written_;
   std::uint32_t polls_since_clear_ = 0;
   bool rest_ = false;  // there is something since the last clear

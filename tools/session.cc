@@ -7,6 +7,7 @@
 #include "clock.h"
 #include "collector.h"
 #include "error.h"
+#include "export/exporter.h"
 #include "file.h"
 #include "poll_file.h"
 
@@ -20,16 +21,53 @@ void WriteOut(std::string *lines, Output *output) {
   lines->clear();
 }
 
+// One run: polls go through the collector to the record lines and the exporters.
+class Counting {
+ public:
+  Counting(const Run &run, const Settings &settings, const Exporters &exporters)
+      : collector_(run, settings, !exporters.empty()), exporters_(exporters) {
+    for (const auto &exporter : exporters_) exporter->Begin(run);
+  }
+
+  const Collector &collector() const { return collector_; }
+
+  void AddRows(const Poll &poll, const std::string &place) { collector_.AddRows(poll, place); }
+  void EndPoll(std::int64_t time, std::string *records) {
+    collector_.EndPoll(records);
+    TellInterval();
+    for (const auto &exporter : exporters_) exporter->EndPoll(time, [&] { return collector_.InProgress(); });
+  }
+  void Finish(std::string *records) {
+    FirstFailure failure;
+    failure.Try([&] { collector_.Finish(records); });
+    failure.Try([&] { TellInterval(); });
+    for (const auto &exporter : exporters_) failure.Try([&] { exporter->Finish(); });
+    failure.Rethrow();
+  }
+
+ private:
+  void TellInterval() {
+    const std::optional<IntervalReadings> interval = collector_.TakeInterval();
+    if (!interval) return;
+    for (const auto &exporter : exporters_) exporter->EndInterval(*interval);
+  }
+
+  Collector collector_;
+  const Exporters &exporters_;
+};
+
 }  // namespace
 
 void Count(Source *source, const Settings &settings, const std::string &default_dg, const std::string &output,
            RecordTime record_time) {
   const std::vector<ObjectPlan> plans = PlanObjects(settings, source->table());
   const std::string dg = settings.dg ? settings.dg->value : ReadDgName(default_dg, "default of --dg");
+  const Exporters exporters = MakeExporters(settings);
   Poll poll;
   if (!source->Next(&poll)) return;
-  const uint32_t interval = settings.interval ? settings.interval->value : source->Interval(poll);
-  Collector collector(source->table(), plans, settings, dg, interval);
+  const Run run = {dg, settings.interval ? settings.interval->value : source->Interval(poll), source->table(),
+                   plans};
+  Counting counting(run, settings, exporters);
   Output file(output);
   std::string records;  // not yet written
   std::optional<std::string> report;
@@ -37,10 +75,10 @@ void Count(Source *source, const Settings &settings, const std::string &default_
   failure.Try([&] {
     do {
       if (record_time == RecordTime::kOfPoll) SetRecordTime(poll.time);
-      collector.AddRows(poll, source->Place(poll));
+      counting.AddRows(poll, source->Place(poll));
       // The last poll may end with a clear, after which there would be nothing to report.
-      if (settings.report && source->IsLast()) report = collector.Report();
-      collector.EndPoll(&records);
+      if (settings.report && source->IsLast()) report = counting.collector().Report();
+      counting.EndPoll(poll.time, &records);
       if (record_time == RecordTime::kNow && !records.empty()) {
         WriteOut(&records, &file);
         file.Publish();
@@ -50,9 +88,9 @@ void Count(Source *source, const Settings &settings, const std::string &default_
     } while (source->Next(&poll));
   });
   failure.Try([&] {
-    if (settings.report && !report) report = collector.Report();
+    if (settings.report && !report) report = counting.collector().Report();
   });
-  failure.Try([&] { collector.Finish(&records); });
+  failure.Try([&] { counting.Finish(&records); });
   WriteOut(&records, &file);
   if (output == "-") file.Write(report.value_or(""));
   file.Close();
@@ -62,7 +100,7 @@ void Count(Source *source, const Settings &settings, const std::string &default_
     console.Close();
   }
   failure.Try([&] {
-    for (const std::string &note : collector.Notes()) Complain(note);
+    for (const std::string &note : counting.collector().Notes()) Complain(note);
   });
   failure.Rethrow();
 }

@@ -1,0 +1,54 @@
+// What a run has measured, as plain data for exporters.
+#ifndef ZORSTAT_READINGS_H_
+#define ZORSTAT_READINGS_H_
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "settings.h"
+#include "table.h"
+#include "zor/process.hpp"
+
+namespace zorstat {
+
+using zor::process::Reading;
+
+// What does not change while a run lasts.
+struct Run {
+  std::string group;            // the data group's name
+  std::uint32_t poll_interval;  // seconds
+  const Table &table;
+  const std::vector<ObjectPlan> &plans;
+};
+
+// One instance. At least one of the two is there.
+struct InstanceReadings {
+  std::optional<Reading> values;    // of the interval; none where the object is a baseline alone
+  std::optional<Reading> baseline;  // since it has learnt
+  std::uint64_t outside = 0;        // of the interval's samples, those beyond the learnt range
+
+  const std::string &name() const { return values ? values->name : baseline->name; }
+};
+
+// In the order in which instances came.
+struct ObjectReadings {
+  std::string_view name;
+  const ObjectPlan *plan;  // of the values, or of the baseline alone
+  std::vector<InstanceReadings> instances;
+};
+
+struct IntervalReadings {
+  std::int64_t time = 0;    // of its last poll, seconds since 1970
+  std::uint32_t polls = 0;  // that it took
+  std::vector<ObjectReadings> objects;
+};
+
+using ReadInProgress = std::function<std::vector<ObjectReadings>()>;
+
+}  // namespace zorstat
+
+#endif  // ZORSTAT_READINGS_H_
