@@ -7,7 +7,6 @@
 #include <functional>
 #include <set>
 #include <string_view>
-#include <unordered_set>
 #include <utility>
 
 #include "error.h"
@@ -43,7 +42,7 @@ T Take(zp::Result<T> result, std::string_view where, std::string_view object) {
 }
 
 // A field of a record; name and time are before the first comma.
-constexpr int kInstance = 2, kSamples = 3;
+constexpr int kInstance = 2;
 std::string_view FieldOf(std::string_view line, int commas) {
   for (; commas != 0; --commas) line.remove_prefix(line.find(',') + 1);
   return line.substr(1, line.find(',') - 1);
@@ -112,7 +111,6 @@ void Collector::AddRows(const Poll &poll, const std::string &source) {
   rest_ = true;
   last_time_ = poll.time;
   any_row_ = any_row_ || poll.rows() != 0;
-  CountRepeats(poll);
   for (Object &object : objects_) object.poll.emplace(Take(object.group.poll(), source, object.name));
   for (std::size_t row = 0; row < poll.rows(); ++row) {
     const zp::Name key = poll.key(row);
@@ -123,21 +121,6 @@ void Collector::AddRows(const Poll &poll, const std::string &source) {
       Check(object.poll->row(key, {object.column(*value)}), source, object.name);
     }
   }
-}
-
-void Collector::CountRepeats(const Poll &poll) {
-  // Most polls have the keys of the one before.
-  if (poll.keys() != repeats_.keys) {
-    repeats_.keys = poll.keys();
-    repeats_.count = 0;
-    std::unordered_set<std::string_view> known;
-    for (std::size_t row = 0; row < poll.rows(); ++row) {
-      if (known.insert(poll.key(row)).second) continue;
-      ++repeats_.count;
-      if (repeats_.first.empty()) repeats_.first = fmt::format("{} at {}", Printable(poll.key(row)), poll.time);
-    }
-  }
-  repeats_.total += repeats_.count;
 }
 
 void Collector::EndPoll(std::string *records) {
@@ -233,14 +216,12 @@ void Collector::FinishObject(Object &object, std::string *records) const {
 }
 
 // As long as all samples are counted, only those outside the range make an estimate fail.
-const char *Collector::WhyUnknown(const Object &object, std::string_view record) {
+const char *Collector::WhyUnknown(const Object &object) {
   const std::uint64_t refused = object.group.refused();
   if (object.statistics == Statistics::baseline) {
     return refused != 0 ? "samples without a bucket" : "samples outside the learnt range";
   }
-  const auto samples = ParseNumber<std::uint32_t>(FieldOf(record, kSamples));
-  const bool is_full = refused != object.refused || samples > kLargestCount;
-  return is_full ? "a sum or a bucket was full" : "samples outside the range";
+  return refused != object.refused ? "a sum was full" : "samples outside the range";
 }
 
 void Collector::TakeRecords(Object &object, std::string *records) const {
@@ -260,7 +241,7 @@ void Collector::TakeRecords(Object &object, std::string *records) const {
     if (!line.ends_with(kNineZeros)) continue;
     if (is_baseline && !idle) idle = IdleInstances(object.group);
     if (is_baseline ? idle->contains(FieldOf(line, kInstance)) : summary.ends_with(kOnlyZeros)) continue;
-    ++object.unknown[WhyUnknown(object, line)];
+    ++object.unknown[WhyUnknown(object)];
   }
   object.refused = object.group.refused();
 }
@@ -348,10 +329,6 @@ void Collector::NoteCounts(std::vector<std::string> *notes) const {
 
 // What was strange in the polls.
 void Collector::NoteInput(std::vector<std::string> *notes) const {
-  if (repeats_.total != 0) {
-    notes->push_back(
-        fmt::format("keys that come twice in a poll: {} rows, first {}", repeats_.total, repeats_.first));
-  }
   Items empty;
   for (const Object &object : objects_) {
     if (!object.has_value && IsFirstOfColumn(object)) empty.Add(Printable(object.name));

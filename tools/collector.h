@@ -70,21 +70,12 @@ class Collector {
   void EndInterval();
   void FinishObject(Object &object, std::string *records) const;
   void TakeRecords(Object &object, std::string *records) const;
-  static const char *WhyUnknown(const Object &object, std::string_view record);
-  void CountRepeats(const Poll &poll);
+  static const char *WhyUnknown(const Object &object);
   void NoteCounts(std::vector<std::string> *notes) const;
   void NoteInput(std::vector<std::string> *notes) const;
   void FindMissing();
   bool IsFirstOfColumn(const Object &object) const;
   void InsertHeaders(std::size_t position, std::string *records);
-
-  // Keys that come more than once in a poll.
-  struct Repeats {
-    std::string keys;         // of the last poll
-    std::uint64_t count = 0;  // in that poll
-    std::uint64_t total = 0;
-    std::string first;  // and where it was
-  };
 
   const Run &run_;
   std::vector<Object> objects_;
@@ -100,7 +91,6 @@ class Collector {
   std::uint32_t polls_since_clear_ = 0;
   bool rest_ = false;  // there is something since the last clear
   bool any_row_ = false;
-  Repeats repeats_;
 };
 
 }  // namespace zorstat

@@ -8,6 +8,7 @@
 #include <charconv>
 #include <iterator>
 #include <limits>
+#include <numeric>
 #include <set>
 #include <variant>
 
@@ -128,8 +129,10 @@ bool PollFileReader::TakeLine() {
   return true;
 }
 
-void PollFileReader::Fail(std::string_view message) const {
-  throw Error(fmt::format("{}:{}: {}", lines_.name(), lines_.line_number(), message));
+void PollFileReader::Fail(std::string_view message) const { FailAt(lines_.line_number(), message); }
+
+void PollFileReader::FailAt(std::uint64_t line, std::string_view message) const {
+  throw Error(fmt::format("{}:{}: {}", lines_.name(), line, message));
 }
 
 void PollFileReader::ReadHeader() {
@@ -171,12 +174,31 @@ bool PollFileReader::Next(Poll *poll) {
   }
   any_poll_ = true;
   last_time_ = poll->time;
+  row_lines_.clear();
   // A line of another time, good or bad, ends this poll and is looked at by the next call.
   do {
+    row_lines_.push_back(lines_.line_number());
     ReadRow(poll);
     pending_ = TakeLine();
   } while (pending_ && !IsHeader(line_) && ReadTime() == poll->time);
+  RefuseRepeatedKeys(*poll);
   return true;
+}
+
+void PollFileReader::RefuseRepeatedKeys(const Poll &poll) {
+  if (poll.keys() == known_keys_) return;  // so in most polls
+  std::vector<std::size_t> rows(poll.rows());
+  std::iota(rows.begin(), rows.end(), std::size_t{0});
+  const auto key = [&](std::size_t row) { return std::string_view(poll.key(row)); };
+  std::stable_sort(rows.begin(), rows.end(), [&](auto a, auto b) { return key(a) < key(b); });
+  const auto same = [&](auto a, auto b) { return key(a) == key(b); };
+  const auto first = std::adjacent_find(rows.begin(), rows.end(), same);
+  if (first != rows.end()) {
+    FailAt(row_lines_[first[1]],
+           Refusal(table_.key, Printable(key(*first)),
+                   fmt::format("each key once in a poll (it is in line {}, too)", row_lines_[first[0]])));
+  }
+  known_keys_ = poll.keys();
 }
 
 int64_t PollFileReader::ReadTime() const {
@@ -264,7 +286,6 @@ std::string PollFileHeader(const Table &table) {
 void AppendPollLines(const Table &table, const Poll &poll, std::string *text) {
   for (size_t row = 0; row < poll.rows(); ++row) {
     const std::string_view key = poll.key(row);
-    if (!IsName(key)) throw Error(Refusal(table.key, Printable(key), kName));
     fmt::format_to(std::back_inserter(*text), "{},", poll.time);
     if (key.find('"') == std::string_view::npos) {
       text->append(key);

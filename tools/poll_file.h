@@ -57,12 +57,14 @@ class PollFileReader {
 
  private:
   [[noreturn]] void Fail(std::string_view message) const;
+  [[noreturn]] void FailAt(std::uint64_t line, std::string_view message) const;
   [[noreturn]] void FailFieldCount() const;
   void ReadHeader();
   bool TakeLine();
   int64_t ReadTime() const;
   std::string_view ReadKey(const char **position);
   void ReadRow(Poll *poll);
+  void RefuseRepeatedKeys(const Poll &poll);
 
   LineReader lines_;
   Table table_;
@@ -72,11 +74,13 @@ class PollFileReader {
   bool any_poll_ = false;
   int64_t last_time_ = 0;
   std::string unquoted_;
+  std::vector<std::uint64_t> row_lines_;  // of the poll
+  std::string known_keys_;                // of the poll before
 };
 
 std::string PollFileHeader(const Table &table);
 
-// Appends the poll's lines. Throws Error for a key that a poll file cannot hold.
+// Appends the poll's lines. The keys are names.
 void AppendPollLines(const Table &table, const Poll &poll, std::string *text);
 
 }  // namespace zorstat

@@ -4,9 +4,11 @@
 
 #include <algorithm>
 #include <initializer_list>
+#include <set>
 
 #include "error.h"
 #include "file.h"
+#include "notes.h"
 #include "text.h"
 
 namespace zorstat {
@@ -100,16 +102,23 @@ void ProcTable::Read(Poll *poll) {
   Parse(text_, poll);
 }
 
-void ProcTable::Parse(std::string_view text, Poll *poll) const {
+void ProcTable::Parse(std::string_view text, Poll *poll) {
   poll->Clear();
+  std::set<std::string_view> keys;
   for (uint64_t number = 1; !text.empty(); ++number) {
     std::string_view line = text.substr(0, text.find('\n'));
     text.remove_prefix(std::min(line.size() + 1, text.size()));
     std::string_view key;
     if (!take_key_(&line, &key)) continue;
     if (key.empty()) throw Error(fmt::format("{}:{}: expected a {} and its counters", path_, number, table_.key));
-    if (!IsName(key))
-      throw Error(Refusal(fmt::format("{}:{}: {}", path_, number, table_.key), Printable(key), kName));
+    if (!IsName(key)) {
+      LeaveOut(number, key, kName);
+      continue;
+    }
+    if (!keys.insert(key).second) {
+      LeaveOut(number, key, "each key once in a poll");
+      continue;
+    }
     Value *values = poll->AddRow(key, table_.columns.size());
     // Older kernels have fewer columns, newer ones may have more.
     for (size_t i = 0; i < table_.columns.size(); ++i) {
@@ -123,6 +132,13 @@ void ProcTable::Parse(std::string_view text, Poll *poll) const {
       values[i] = *number_read;
     }
   }
+}
+
+// Others may choose keys as they like, and as many.
+void ProcTable::LeaveOut(std::uint64_t line, std::string_view key, std::string_view reason) {
+  if (left_out_.size() == kNamed || !left_out_.emplace(key).second) return;
+  Complain(Refusal(fmt::format("{}:{}: row left out: {}", path_, line, table_.key), Printable(key), reason));
+  if (left_out_.size() == kNamed) Complain(fmt::format("{}: of more such rows there is no note", path_));
 }
 
 }  // namespace zorstat

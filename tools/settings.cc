@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cmath>
 #include <limits>
+#include <map>
 #include <set>
 #include <type_traits>
 #include <utility>
@@ -42,8 +43,9 @@ const OptionalSetting<T> &FirstSet(const OptionalSetting<T> &own, const Optional
   return own ? own : common;
 }
 
+// The names are in order.
 bool Contains(const NameList &names, const std::string &name) {
-  return std::find(names.begin(), names.end(), name) != names.end();
+  return std::binary_search(names.begin(), names.end(), name);
 }
 
 std::string RangeText(const Range &range) {
@@ -52,16 +54,27 @@ std::string RangeText(const Range &range) {
                      static_cast<std::int64_t>(range.bounds[1]));
 }
 
-void CheckColumns(const OptionalSetting<NameList> &names, const Table &table) {
-  if (!names) return;
-  for (const std::string &name : names->value) {
-    const auto same = [&](const Column &column) { return column.name == name; };
-    if (std::any_of(table.columns.begin(), table.columns.end(), same)) continue;
-    NameList columns;
-    for (const Column &column : table.columns) columns.push_back(column.name);
-    Refuse(names->where, name, "a column of the input: " + Joined(columns, ", "));
+// Of many columns, each can be named.
+class ColumnCheck {
+ public:
+  explicit ColumnCheck(const Table &table) : table_(table) {
+    for (const Column &column : table.columns) known_.insert(column.name);
   }
-}
+  void operator()(const std::string &where, const std::string &name) const {
+    if (known_.contains(name)) return;
+    NameList names;
+    for (const Column &column : table_.columns) names.push_back(column.name);
+    Refuse(where, name, "a column of the input: " + Joined(names, ", "));
+  }
+  void operator()(const OptionalSetting<NameList> &names) const {
+    if (!names) return;
+    for (const std::string &name : names->value) (*this)(names->where, name);
+  }
+
+ private:
+  const Table &table_;
+  std::set<std::string_view> known_;
+};
 
 bool MeansAll(const NameList &columns) { return columns.size() == 1 && columns[0] == "all"; }
 
@@ -191,6 +204,12 @@ NameList ReadNames(const Given &given) {
   return given.parts;
 }
 
+NameList ReadColumns(const Given &given) {
+  NameList names = ReadNames(given);
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
 double ReadOutside(const Given &given) {
   const auto percent = ParseNumber<double>(given.text());
   if (!percent || !(*percent >= 0 && *percent <= 50)) Refuse(given.where, given.text(), "a number from 0 to 50");
@@ -235,7 +254,7 @@ constexpr SettingRow kSettings[] = {
     {"cumulative", "LIST",
      "columns that are counters, whose samples are the differences\n"
      "from poll to poll; or all (default: none)",
-     kList, Set<&Settings::cumulative, ReadNames>, kReplay | kTopLevel},
+     kList, Set<&Settings::cumulative, ReadColumns>, kReplay | kTopLevel},
     {"cumulative", "", "", kTruth, Set<&Settings::cumulative, ReadAllOrNone>, kObject},
     {"interval", "SECONDS", "between polls, at least 10 (default: that of the first two)", kInteger, kReadInterval,
      kReplay | kTopLevel},
@@ -269,7 +288,7 @@ constexpr SettingRow kSettings[] = {
     {"outside", "PERCENT",
      "per cent of the samples that a range may leave out where\nthe rare ones cost much (default: 0.1)", kText,
      SetPlain<&Settings::outside, ReadOutside>, kSuggest},
-    {"objects", "LIST", "columns to count (default: all)", kList, Set<&Settings::objects, ReadNames>, kCounting},
+    {"objects", "LIST", "columns to count (default: all)", kList, Set<&Settings::objects, ReadColumns>, kCounting},
     {"instances", "LIST", "keys to count (default: all)", kList, Set<&Settings::instances, ReadNames>,
      kForAll | kObject},
     {"dg", "NAME",
@@ -319,20 +338,22 @@ std::string ReadDgName(const std::string &name, const std::string &where) {
 }
 
 std::vector<ObjectPlan> PlanObjects(const Settings &settings, const Table &table) {
-  CheckColumns(settings.objects, table);
-  if (settings.cumulative && !MeansAll(settings.cumulative->value)) CheckColumns(settings.cumulative, table);
+  const ColumnCheck check(table);
+  check(settings.objects);
+  if (settings.cumulative && !MeansAll(settings.cumulative->value)) check(settings.cumulative);
+  std::map<std::string_view, const Settings *> tables;
   for (const Settings &object : settings.tables) {
-    CheckColumns(Setting<NameList>{{object.name.value}, object.name.where}, table);
+    check(object.name.where, object.name.value);
+    tables.emplace(object.name.value, &object);
   }
   if (settings.statistics) CheckRange(settings.range, settings.statistics->value);
   std::vector<ObjectPlan> plans;
   for (std::size_t i = 0; i < table.columns.size(); ++i) {
     const Column &column = table.columns[i];
     if (settings.objects && !Contains(settings.objects->value, column.name)) continue;
-    const auto own = std::find_if(settings.tables.begin(), settings.tables.end(),
-                                  [&](const Settings &object) { return object.name.value == column.name; });
-    if (own == settings.tables.end() && !settings.tables.empty()) continue;
-    AppendPlans(settings, own == settings.tables.end() ? Settings{} : *own, table, i, &plans);
+    const auto own = tables.find(column.name);
+    if (own == tables.end() && !tables.empty()) continue;
+    AppendPlans(settings, own == tables.end() ? Settings{} : *own->second, table, i, &plans);
   }
   if (plans.empty()) {
     throw SettingsError(fmt::format("{}: no object is left (expected columns that have a table [objects.NAME])",

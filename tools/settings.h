@@ -39,12 +39,12 @@ struct Settings {
   OptionalSetting<Range> range;
   OptionalSetting<Interval> clear;  // for a baseline, of samples
   OptionalSetting<NameList> instances;
-  OptionalSetting<NameList> cumulative;  // columns; {"all"}: every one
+  OptionalSetting<NameList> cumulative;  // columns, in order; {"all"}: every one
   OptionalSetting<Values> resets;        // how counters are read: whether resets are told from wraps
 
   // Of all objects alone:
   OptionalSetting<std::string> dg;
-  OptionalSetting<NameList> objects;
+  OptionalSetting<NameList> objects;          // in order
   OptionalSetting<std::uint32_t> interval;    // seconds
   OptionalSetting<std::uint32_t> percentile;  // whole percent
   OptionalSetting<std::uint32_t> count;       // polls

@@ -57,9 +57,9 @@ constexpr Case kFaults[] = {
     // The end of a buffer falls on different places of the lines.
     {"a line that is longer than a buffer, and many short ones",
      "(echo time,k,a; printf 0,; head -c 700000 /dev/zero | tr '\\0' k; awk 'BEGIN { print \",5\"; for (i = 0; "
-     "i < 130000; ++i) print \"1,\" substr(\"123456789abcd\", 1, 1 + i % 13) \",1\" }') |"
+     "i < 130000; ++i) print i + 1 \",\" substr(\"123456789abcd\", 1, 1 + i % 13) \",1\" }') |"
      " $Z replay - --statistics summary -o r.txt; wc -c < r.txt; grep -c ', 10000, 1, 1, 1.000' r.txt",
-     "700689\n13\n", "zorstat: keys that come twice in a poll: 129987 rows, first 1 at 1\n"},
+     "700759\n13\n", ""},
     {"more polls than a bucket counts",
      "awk 'BEGIN { print \"time,k,a\"; for (i = 0; i < 65540; ++i) print i \",x,5\" }' | $Z replay - --range 0:9 |"
      " grep percentile | cut -d, -f4-5",

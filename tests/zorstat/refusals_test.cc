@@ -43,6 +43,7 @@ TEST_F(RefusalsTest, NamesLineValueAndExpectationOfAPollFile) {
       {"time,k,a\n4294967296,x,1\n", ":2: time: '4294967296'"},
       {"time,k,a\n5,x,1\n4,x,1\n", ":3: time 4 goes back (expected 5 or later)", 1},
       {"time,k,a\n1,x,1\n1,y,1\ntime,k,b\n", ":4: header: 'time,k,b': expected that of the first line", 2},
+      {"time,k,a\n1,x,1\n2,y,1\n2,x,1\n2,z,1\n2,x,1\n", ":6: k: 'x': expected each key once in a poll", 1},
       {"time,k,a\n1,,1\n", ":2: k: is empty"},
       {"time,k,a\n1,\"x,1\n", ":2: k: closing quote is missing"},
       {"time,k,a\n1,\"x\"y,1\n", ":2: k: text behind the closing quote"},
