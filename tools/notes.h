@@ -16,16 +16,18 @@ inline constexpr std::size_t kNamed = 8;
 // A list in a note: "a 1, b 2 and 3 more".
 class Items {
  public:
+  explicit Items(std::size_t named = kNamed) : named_(named) {}
   void Add(std::string_view item) {
-    if (++count_ <= kNamed) text_.append(count_ == 1 ? "" : ", ").append(item);
+    if (++count_ <= named_) text_.append(count_ == 1 ? "" : ", ").append(item);
   }
   bool empty() const { return count_ == 0; }
   std::string text() const {
-    return count_ <= kNamed ? text_ : text_ + " and " + std::to_string(count_ - kNamed) + " more";
+    return count_ <= named_ ? text_ : text_ + " and " + std::to_string(count_ - named_) + " more";
   }
 
  private:
   std::string text_;
+  std::size_t named_;
   std::size_t count_ = 0;
 };
 

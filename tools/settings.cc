@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "error.h"
+#include "notes.h"
 #include "text.h"
 #include "zor/types.h"
 
@@ -62,9 +63,9 @@ class ColumnCheck {
   }
   void operator()(const std::string &where, const std::string &name) const {
     if (known_.contains(name)) return;
-    NameList names;
-    for (const Column &column : table_.columns) names.push_back(column.name);
-    Refuse(where, name, "a column of the input: " + Joined(names, ", "));
+    Items columns(20);
+    for (const Column &column : table_.columns) columns.Add(column.name);
+    Refuse(where, name, "a column of the input: " + columns.text());
   }
   void operator()(const OptionalSetting<NameList> &names) const {
     if (!names) return;
