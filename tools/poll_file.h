@@ -76,7 +76,7 @@ class PollFileReader {
 
 std::string PollFileHeader(const Table &table);
 
-// Appends the poll's lines. Throws Error for a key that a poll file cannot hold.
+// Appends the poll's lines. Throws Error for a key or a time that a poll file cannot hold.
 void AppendPollLines(const Table &table, const Poll &poll, std::string *text);
 
 }  // namespace zorstat
