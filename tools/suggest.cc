@@ -228,9 +228,8 @@ Values UsualRange(std::vector<Wide> &values, double outside, const Values &all) 
     throw std::bad_alloc();
   }
   const auto from_lowest = [&](Wide value) { return static_cast<std::uint64_t>(value - all.low); };
-  for (std::size_t i = 0; i < values.size(); i += stride) {
+  for (std::size_t i = 0; i < values.size(); i += stride)
     stats_learner_learn_uint64(&learner, from_lowest(values[i]));
-  }
   std::uint64_t min;
   std::uint64_t max;
   std::uint64_t low;
