@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "export/jsonl.h"
+#include "export/table.h"
 
 namespace zorstat {
 namespace {
@@ -18,9 +19,14 @@ std::unique_ptr<Exporter> MakeFormat(const Settings &settings, std::string *line
   switch (FormatOf(settings)) {
     case Format::kJsonLines:
       return MakeJsonLines(settings, lines);
-    default:
-      return nullptr;
+    case Format::kTable:
+      return MakeTable(lines);
+    case Format::kCsv:
+      return MakeCsv(settings, lines);
+    case Format::kRecords:
+      break;
   }
+  return nullptr;
 }
 
 }  // namespace
