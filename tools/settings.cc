@@ -1,9 +1,11 @@
 #include "settings.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
+#include <climits>
 #include <cmath>
 #include <limits>
 #include <map>
@@ -88,6 +90,18 @@ Values ValuesOf(const Settings &settings, const Settings &object, const Column &
   return resets ? resets->value : Values::counter;
 }
 
+// A gauge has no samples of an interval to be divided by it.
+Unit UnitOf(const Settings &settings, const Settings &object, const Column &column, Values values) {
+  Unit unit = column.unit;
+  if (const auto &own = FirstSet(object.unit, settings.unit)) {
+    unit.name = own->value.name;
+    unit.factor = own->value.factor;
+  }
+  if (const auto &own = FirstSet(object.per_second, settings.per_second)) unit.per_second = own->value;
+  if (values == Values::sampled) unit.per_second = false;
+  return unit;
+}
+
 void CheckRange(const OptionalSetting<Range> &range, std::uint16_t statistics) {
   if (!range || statistics != kBaseline) return;
   Refuse(range->where, RangeText(range->value), "no range: a baseline learns its own");
@@ -106,6 +120,7 @@ ObjectPlan PlanObject(const Settings &settings, const Settings &object, const Co
   const auto &buckets = FirstSet(object.buckets, settings.buckets);
   plan.buckets = buckets ? buckets->value : kDefaultBuckets;
   plan.values = ValuesOf(settings, object, column);
+  plan.unit = UnitOf(settings, object, column, plan.values);
   if (const auto &instances = FirstSet(object.instances, settings.instances)) plan.instances = instances->value;
   if (plan.statistics == kBaseline) {
     plan.clear = FirstSet(object.clear, settings.clear);
@@ -228,6 +243,34 @@ NameList ReadAllOrNone(const Given &given) { return ReadTruth(given) ? NameList{
 std::string ReadText(const Given &given) { return given.text(); }
 std::string ReadDg(const Given &given) { return ReadDgName(given.text(), given.where); }
 
+constexpr std::pair<std::string_view, Format> kFormats[] = {
+    {"records", Format::kRecords}, {"table", Format::kTable}, {"csv", Format::kCsv}, {"jsonl", Format::kJsonLines}};
+
+Format ReadFormat(const Given &given) {
+  NameList known;
+  for (const auto &[name, format] : kFormats) {
+    if (given.text() == name) return format;
+    known.emplace_back(name);
+  }
+  Refuse(given.where, given.text(), Alternatives(known));
+}
+
+std::string ReadName(const Given &given) {
+  if (!IsName(given.text())) Refuse(given.where, given.text(), kName);
+  return given.text();
+}
+
+Unit ReadUnit(const Given &given) {
+  const auto unit = ParseUnit(given.text());
+  if (!unit) Refuse(given.where, given.text(), "a short name, or a factor and a name as in 512 bytes");
+  return *unit;
+}
+
+bool ReadPer(const Given &given) {
+  if (given.text() != "second" && given.text() != "sample") Refuse(given.where, given.text(), "second or sample");
+  return given.text() == "second";
+}
+
 // Keeps what `parse` makes of a value as the member, with its place or without.
 template <auto member, auto parse>
 void Set(const Given &given, Settings &settings) {
@@ -302,8 +345,15 @@ constexpr SettingRow kSettings[] = {
     {"report", "", "at the end, print the interval in progress", kTruth, SetPlain<&Settings::report, ReadTruth>,
      kForAll},
     {"config", "FILE", "settings in TOML", kText, SetPlain<&Settings::config, ReadText>, kCounting},
-    {"output", "FILE", "write records to this file (default: standard output)", kText,
+    {"unit", "", "", kText, Set<&Settings::unit, ReadUnit>, kTopLevel | kObject},
+    {"per", "", "", kText, Set<&Settings::per_second, ReadPer>, kTopLevel | kObject},
+    {"output", "FILE", "write to this file (default: standard output)", kText,
      SetPlain<&Settings::output, ReadText>, kCounting, 'o'},
+    {"format", "FORMAT",
+     "what to write: records, table, csv or jsonl (default:\ntable on a terminal, else records)", kText,
+     Set<&Settings::format, ReadFormat>, kForAll},
+    {"host", "NAME", "host in csv and jsonl (default: the name of this one)", kText, Set<&Settings::host, ReadName>,
+     kForAll},
     {"output", "FILE", "poll file (default: standard output)", kText, SetPlain<&Settings::output, ReadText>,
      kRecord, 'o'},
     {"output", "FILE", "settings file (default: standard output)", kText, SetPlain<&Settings::output, ReadText>,
@@ -329,6 +379,13 @@ void SetOption(std::string_view name, const std::string &text, Settings *setting
   const SettingRow *row = FindSetting(name, kAnyCommand);
   if (row == nullptr) throw SettingsError(fmt::format("{}: unknown option", where));
   row->read({row->form.Parts(text), std::move(where)}, *settings);
+}
+
+std::string HostName(const Settings &settings) {
+  if (settings.host) return settings.host->value;
+  char name[HOST_NAME_MAX + 1] = {};
+  if (gethostname(name, HOST_NAME_MAX) != 0 || !IsName(name)) return "localhost";
+  return name;
 }
 
 std::string ReadDgName(const std::string &name, const std::string &where) {
