@@ -3,13 +3,15 @@
 #include <initializer_list>
 #include <utility>
 
+#include "export/prometheus.h"
+
 namespace zorstat {
 namespace {
 
 // Makes its exporter, or null where the settings do not ask for it.
 using MakeExporter = std::unique_ptr<Exporter> (*)(const Settings &settings);
 
-constexpr std::initializer_list<MakeExporter> kExporters = {};
+constexpr std::initializer_list<MakeExporter> kExporters = {MakePrometheus};
 
 }  // namespace
 
