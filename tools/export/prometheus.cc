@@ -132,7 +132,7 @@ void ForEachSocketAt(int port, Use use) {
 // Serves the families at /metrics from threads of its own. The server of prometheus-cpp takes some texts that are
 // no addresses for others, does not tell why it cannot listen and, as Debian builds it, knows no addresses of
 // version 6. So it begins at any free port of the loopback and is then given a socket of ours in the place of its
-// own.
+// own, to which it may need two seconds to turn; clients wait.
 class Server {
  public:
   Server(const Setting<std::string> &address, const std::shared_ptr<prometheus::Collectable> &families)
@@ -148,9 +148,10 @@ class Server {
       FailToListen(address, error.what());
     }
     exposer_->RegisterCollectable(families);
-    ForEachSocketAt(exposer_->GetListeningPorts().front(), [&](int fd) {
-      if (dup3(socket_.fd(), fd, O_CLOEXEC) < 0) FailToListen(address, ErrnoText(errno));
-    });
+    bool is_given = false;
+    ForEachSocketAt(exposer_->GetListeningPorts().front(),
+                    [&](int fd) { is_given = dup3(socket_.fd(), fd, O_CLOEXEC) == fd; });
+    if (!is_given) FailToListen(address, "the server has no socket");
   }
   // The server's threads look only every two seconds whether they are to end, unless their sockets tell them.
   ~Server() {
