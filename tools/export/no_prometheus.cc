@@ -5,13 +5,10 @@
 namespace zorstat {
 
 std::unique_ptr<Exporter> MakePrometheus(const Settings &settings) {
-  for (const auto &wanted : {settings.listen, settings.prometheus}) {
-    if (!wanted) continue;
-    throw SettingsError(
-        fmt::format("{}: this zorstat was built without prometheus-cpp (the option ZOR_PROMETHEUS of its build)",
-                    wanted->where));
-  }
-  return nullptr;
+  const auto &wanted = settings.listen ? settings.listen : settings.prometheus;
+  if (!wanted) return nullptr;
+  throw SettingsError(fmt::format("{}: this zorstat was built without prometheus-cpp (CMake option ZOR_PROMETHEUS)",
+                                  wanted->where));
 }
 
 }  // namespace zorstat
