@@ -105,7 +105,7 @@ std::vector<ClientMetric::Quantile> QuantilesOf(const zp::Reading &reading) {
 
 // Of an object that has a range. Which buckets there are comes from the settings alone, so that instances and hosts
 // have the same edges. With the same buckets those of a coarse set are among those of one finer by a whole factor.
-void FamilyMaker::FindEdges(const InstanceReadings &instance, Object *object) const {
+void FamilyMaker::FindEdges(const InstanceReadings &instance, ObjectSeries *object) const {
   if (!object->plan->range || !instance.values || !instance.values->distribution) return;
   const auto &[start, last, below, above, buckets] = *instance.values->distribution;
   if (!IsLeast(start, run_.table.columns[object->plan->column].type)) AppendEdge(Before(start), &object->edges);
@@ -119,10 +119,10 @@ void FamilyMaker::Meet(const std::vector<ObjectReadings> &objects) {
     objects_.push_back({std::string(objects[i].name), objects[i].plan});
   }
   for (std::size_t i = 0; i < objects.size(); ++i) {
-    Object &object = objects_[i];
+    ObjectSeries &object = objects_[i];
     for (const InstanceReadings &instance : objects[i].instances) {
       if (object.edges.empty()) FindEdges(instance, &object);
-      Series &series = object.series[instance.name()];
+      InstanceSeries &series = object.series[instance.name()];
       series.counts.resize(object.edges.size());
     }
   }
@@ -137,7 +137,7 @@ void FamilyMaker::Follow(const std::vector<ObjectReadings> &in_progress) {
   }
 }
 
-void FamilyMaker::Add(const InstanceReadings &instance, const Object &object, Series *series) {
+void FamilyMaker::Add(const InstanceReadings &instance, const ObjectSeries &object, InstanceSeries *series) {
   if (const auto &values = instance.values) {
     series->summary.sample_count += values->samples;
     series->summary.sample_sum += static_cast<double>(values->sum);
@@ -157,7 +157,7 @@ void FamilyMaker::Add(const InstanceReadings &instance, const Object &object, Se
   series->resets += instance.values ? instance.values->resets : instance.baseline->resets;
   if (const auto &reading = instance.baseline) {
     series->refused += reading->refused;
-    Baseline &baseline = series->baseline.emplace();
+    BaselineSeries &baseline = series->baseline.emplace();
     baseline.is_learning = reading->baseline == zp::Stage::learning;
     if (const auto &learnt = reading->distribution) {
       baseline.low = learnt->start;
@@ -174,7 +174,7 @@ void FamilyMaker::EndInterval(const IntervalReadings &interval) {
   Meet(interval.objects);
   for (std::size_t i = 0; i < interval.objects.size(); ++i) {
     for (const InstanceReadings &instance : interval.objects[i].instances) {
-      Series &series = objects_[i].series.find(instance.name())->second;
+      InstanceSeries &series = objects_[i].series.find(instance.name())->second;
       Add(instance, objects_[i], &series);
       if (instance.values) series.summary.quantile = QuantilesOf(*instance.values);
     }
@@ -213,7 +213,7 @@ class FamilyMaker::Builder {
     AddCounter(family, labels, above);
   }
 
-  void AddSeries(const Object &object, const Labels &labels, const Series &series) {
+  void AddSeries(const ObjectSeries &object, const Labels &labels, const InstanceSeries &series) {
     const unsigned statistics = object.plan->statistics;
     const bool has_summary = (statistics & (ZOR_PROCESS_FLAG_SUMMARY | ZOR_PROCESS_FLAG_PERCENTILE)) != 0;
     if (has_summary) Add(kInterval, labels).summary = series.summary;
@@ -239,7 +239,7 @@ class FamilyMaker::Builder {
   }
 
  private:
-  void AddBaseline(const Labels &labels, const Baseline &baseline) {
+  void AddBaseline(const Labels &labels, const BaselineSeries &baseline) {
     Add(kBaseline, labels).summary = baseline.summary;
     if (baseline.low) AddGauge(kBaselineLow, labels, *baseline.low);
     if (baseline.high) AddGauge(kBaselineHigh, labels, *baseline.high);
@@ -266,7 +266,7 @@ MetricFamilies FamilyMaker::Make(const std::vector<ObjectReadings> &in_progress)
     }
     labels[1].value = objects_[i].name;
     for (const auto &[name, ended] : objects_[i].series) {
-      Series series = ended;
+      InstanceSeries series = ended;
       if (const auto found = now.find(name); found != now.end()) Add(*found->second, objects_[i], &series);
       labels[2].value = name;
       builder.AddSeries(objects_[i], labels, series);

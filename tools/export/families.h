@@ -17,6 +17,29 @@ namespace zorstat {
 
 using MetricFamilies = std::vector<prometheus::MetricFamily>;
 
+struct BaselineSeries {
+  bool is_learning = false;
+  std::optional<zor::process::Number> low, high;  // of the learnt range
+  std::uint64_t below = 0, above = 0;             // samples beyond it
+  prometheus::ClientMetric::Summary summary = {};
+};
+
+// Of one instance, since the start.
+struct InstanceSeries {
+  std::vector<std::uint64_t> counts = {};          // samples up to each edge and above the one before
+  std::uint64_t below = 0, above = 0;              // samples beyond the configured range
+  prometheus::ClientMetric::Summary summary = {};  // with the quantiles of the last interval that has ended
+  std::uint64_t refused = 0, resets = 0;
+  std::optional<BaselineSeries> baseline = std::nullopt;
+};
+
+struct ObjectSeries {
+  std::string name;
+  const ObjectPlan *plan;
+  std::vector<zor::process::Number> edges = {};  // ascending; none where there is no histogram
+  std::map<std::string, InstanceSeries, std::less<>> series = {};
+};
+
 // A clear sets readings back, but the counters of Prometheus must not go back: so the totals of the intervals that
 // have ended are kept, of each instance until it expires, 8 bytes for each edge and about 600 beside them.
 class FamilyMaker {
@@ -34,33 +57,14 @@ class FamilyMaker {
   MetricFamilies Make(const std::vector<ObjectReadings> &in_progress) const;
 
  private:
-  struct Baseline {
-    bool is_learning = false;
-    std::optional<zor::process::Number> low, high;  // of the learnt range
-    std::uint64_t below = 0, above = 0;             // samples beyond it
-    prometheus::ClientMetric::Summary summary = {};
-  };
-  struct Series {
-    std::vector<std::uint64_t> counts = {};          // samples up to each edge and above the one before
-    std::uint64_t below = 0, above = 0;              // samples beyond the configured range
-    prometheus::ClientMetric::Summary summary = {};  // with the quantiles of the last interval that has ended
-    std::uint64_t refused = 0, resets = 0;
-    std::optional<Baseline> baseline = std::nullopt;
-  };
-  struct Object {
-    std::string name;
-    const ObjectPlan *plan;
-    std::vector<zor::process::Number> edges = {};  // ascending; none where there is no histogram
-    std::map<std::string, Series, std::less<>> series = {};
-  };
   class Builder;
 
   void Meet(const std::vector<ObjectReadings> &objects);
-  void FindEdges(const InstanceReadings &instance, Object *object) const;
-  static void Add(const InstanceReadings &instance, const Object &object, Series *series);
+  void FindEdges(const InstanceReadings &instance, ObjectSeries *object) const;
+  static void Add(const InstanceReadings &instance, const ObjectSeries &object, InstanceSeries *series);
 
   const Run &run_;
-  std::vector<Object> objects_;
+  std::vector<ObjectSeries> objects_;
   std::uint64_t polls_ = 0;
   std::int64_t last_poll_ = 0;  // seconds since 1970
   std::optional<std::int64_t> interval_end_;
