@@ -37,4 +37,5 @@ if(ZOR_BUILD_TOOLS)
   install(DIRECTORY share/zorstat DESTINATION ${CMAKE_INSTALL_DATADIR} COMPONENT tools)
   install(FILES tools/zorstat.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME zorstat
     COMPONENT tools)
+  install(FILES share/zorstat/zorstat.rules.yml DESTINATION ${CMAKE_INSTALL_DATADIR}/zorstat COMPONENT tools)
 endif()
