@@ -68,6 +68,8 @@ void Database::Run(const char *statements) {
   Check(sqlite3_exec(handle_.get(), statements, nullptr, nullptr, nullptr));
 }
 
+void Database::RollBack() noexcept { sqlite3_exec(handle_.get(), "ROLLBACK", nullptr, nullptr, nullptr); }
+
 std::int64_t Database::Integer(const char *query) {
   Statement statement(*this, query);
   return statement.Step() ? static_cast<std::int64_t>(statement.Number(0).bits()) : 0;
@@ -80,18 +82,26 @@ void Database::Check(int code) const {
 void Database::Fail(int code) const {
   const int error = sqlite3_system_errno(handle_.get());
   switch (code & 0xff) {
-    case SQLITE_NOMEM: throw std::bad_alloc();
-    case SQLITE_NOTADB: throw Error(path_ + ": is not a database");
-    case SQLITE_CORRUPT: throw Error(path_ + ": is a damaged database");
+    case SQLITE_NOMEM:
+      throw std::bad_alloc();
+    case SQLITE_NOTADB:
+      throw Error(path_ + ": is not a database");
+    case SQLITE_CORRUPT:
+      throw Error(path_ + ": is a damaged database");
     case SQLITE_BUSY:
-    case SQLITE_LOCKED: throw Error(path_ + ": is locked by another program");
-    case SQLITE_FULL: throw Error(fmt::format("{}: cannot write: {}", path_, ErrnoText(ENOSPC)));
-    case SQLITE_READONLY: throw Error(path_ + ": cannot write: it is read-only");
-    case SQLITE_CANTOPEN: throw Error(fmt::format("{}: cannot open: {}", path_, ErrnoText(error ? error : ENOENT)));
+    case SQLITE_LOCKED:
+      throw Error(path_ + ": is locked by another program");
+    case SQLITE_FULL:
+      throw Error(fmt::format("{}: cannot write: {}", path_, ErrnoText(ENOSPC)));
+    case SQLITE_READONLY:
+      throw Error(path_ + ": cannot write: it is read-only");
+    case SQLITE_CANTOPEN:
+      throw Error(fmt::format("{}: cannot open: {}", path_, ErrnoText(error ? error : ENOENT)));
     case SQLITE_IOERR:
       if (error != 0) throw Error(fmt::format("{}: cannot read or write: {}", path_, ErrnoText(error)));
       break;
-    default: break;
+    default:
+      break;
   }
   throw Error(fmt::format("{}: {}", path_, sqlite3_errmsg(handle_.get())));
 }
@@ -113,7 +123,8 @@ void Statement::Bind(int parameter, std::string_view text) {
 void Statement::Bind(int parameter, zor::process::Number number) {
   if (!number.is_negative() && number.bits() > kLargestInteger) {
     const std::string digits = fmt::format("{:020}", number.bits());
-    sqlite3_bind_text(statement_.get(), parameter, digits.data(), static_cast<int>(digits.size()), SQLITE_TRANSIENT);
+    sqlite3_bind_text(statement_.get(), parameter, digits.data(), static_cast<int>(digits.size()),
+                      SQLITE_TRANSIENT);
   } else {
     sqlite3_bind_int64(statement_.get(), parameter, static_cast<std::int64_t>(number.bits()));
   }
@@ -133,9 +144,7 @@ void Statement::Finish() {
   sqlite3_reset(statement_.get());
 }
 
-bool Statement::IsNull(int column) const {
-  return sqlite3_column_type(statement_.get(), column) == SQLITE_NULL;
-}
+bool Statement::IsNull(int column) const { return sqlite3_column_type(statement_.get(), column) == SQLITE_NULL; }
 
 std::string_view Statement::Text(int column) const {
   const auto *text = reinterpret_cast<const char *>(sqlite3_column_text(statement_.get(), column));

@@ -24,6 +24,7 @@ class Database {
   static Database OpenToWrite(const std::string &path);
 
   void Run(const char *statements);
+  void RollBack() noexcept;
   std::int64_t Integer(const char *query);  // the first column of its first row
   bool is_open_to_write() const;
 

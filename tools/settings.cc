@@ -310,6 +310,8 @@ constexpr SettingRow kSettings[] = {
      Set<&Settings::format, ReadFormat>, kForAll},
     {"host", "NAME", "in the lines of csv and jsonl (default: that of this host)", kText,
      Set<&Settings::host, ReadName>, kForAll},
+    {"sqlite", "FILE", "keep the intervals in this database, for 'zorstat query'", kText,
+     SetPlain<&Settings::sqlite, ReadText>, kCounting},
     {"output", "FILE", "poll file (default: standard output)", kText, SetPlain<&Settings::output, ReadText>,
      kRecord, 'o'},
     {"output", "FILE", "settings file (default: standard output)", kText, SetPlain<&Settings::output, ReadText>,

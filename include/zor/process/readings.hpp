@@ -173,8 +173,6 @@ class Segments {
     total_ += count;
   }
 
-  std::uint64_t total() const { return total_; }
-
   std::optional<Points> points() const {
     if (total_ == 0) return std::nullopt;
     Points points;
@@ -183,13 +181,13 @@ class Segments {
     return points;
   }
 
-  /** The value at a point in thousandths of a per cent, of up to 10^14 samples and at least one. */
+  /** The value at a point in thousandths of a per cent, of at least one sample. */
   Decimal at(std::uint32_t point) const {
-    const std::uint64_t position = point * (total_ - 1);
-    const std::uint64_t sample = position / 100000;
+    const std::uint64_t rest = (total_ - 1) % 100000 * point;
+    const std::uint64_t sample = (total_ - 1) / 100000 * point + rest / 100000;
     const auto is_below = [&](const Segment<V> &segment) { return segment.before + segment.count <= sample; };
     const auto segment = std::partition_point(list_.begin(), list_.end(), is_below);
-    return between(*segment, sample, static_cast<double>(position % 100000) / 100000);
+    return between(*segment, sample, static_cast<double>(rest % 100000) / 100000);
   }
 
  private:
