@@ -34,7 +34,7 @@ BEGIN
 END $$;
 
 -- Moves the lines into the table. Returns how many rows are new or have changed.
-CREATE OR REPLACE FUNCTION zorstat_import() RETURNS bigint LANGUAGE plpgsql AS $$
+CREATE OR REPLACE FUNCTION zorstat_import() RETURNS bigint LANGUAGE plpgsql SET client_min_messages = warning AS $$
 DECLARE
   changed bigint;
 BEGIN
