@@ -29,6 +29,6 @@ def of_page(command):
     return found
 
 
-for words in [], ["replay"], ["live"], ["record"], ["suggest"]:
+for words in [], ["replay"], ["live"], ["record"], ["suggest"], ["query"]:
     different = of_help(words) ^ of_page(words)
     assert not different, f"zorstat {words}: either --help or the man page alone has {different}"
