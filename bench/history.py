@@ -49,7 +49,8 @@ with tempfile.TemporaryDirectory(dir=".") as directory:
     ]:
         taken = seconds(command, file)
         size = os.path.getsize(file)
-        print(f"{what:15} {ROWS / taken:9.0f} rows/s, {taken - counting:.2f} s beside counting, {size / ROWS:.0f} bytes/row")
+        print(f"{what:15} {ROWS / taken:9.0f} rows/s, {taken - counting:.2f} s beside counting")
+        print(f"{'  size':15} {size / ROWS:9.0f} bytes/row")
         print(f"{'  query':15} {seconds(['query', file, *QUERY]):9.2f} s")
         print(f"{'  by instance':15} {seconds(['query', file, *QUERY, '--by', 'instance']):9.2f} s")
     os.chdir("..")

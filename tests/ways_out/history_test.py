@@ -65,7 +65,8 @@ for _ in range(2):  # the second time changes nothing
         zorstat("replay", "-", *FILL, "--sqlite", "fleet.db", "--host", host, "-o", "records", text=text)
     first_rows = first_rows or rows("fleet.db")
     assert rows("fleet.db") == first_rows and len(first_rows) == 4 * 3 * 2 * 10
-    lines = "".join(zorstat("replay", "-", *FILL, "--format", "jsonl", "--host", h, text=t) for h, t in inputs.items())
+    told = [zorstat("replay", "-", *FILL, "--format", "jsonl", "--host", h, text=t) for h, t in inputs.items()]
+    lines = "".join(told)
     with open("fleet.jsonl", "a", encoding="utf-8") as file:
         file.write(lines)
     run("sqlite3", "-bail", "lines.db", f".read {SQL}/sqlite.sql", f".read {SQL}/sqlite_import.sql", text=lines)
@@ -74,14 +75,17 @@ assert rows("fleet.db", "SELECT max(max) FROM zorstat") == [(LARGEST,)]
 assert table(zorstat("query", "fleet.db", "--object", "big", "--format", "csv"))[0]["max"] == LARGEST
 
 # Percentiles over all hosts: each way the same, and within a bucket of those of the samples.
-answers = [nine_of_query(*f, "--object", "load") for f in (["fleet.db"], ["fleet.jsonl"], ["lines.db", "fleet.jsonl"])]
+histories = ["fleet.db"], ["fleet.jsonl"], ["lines.db", "fleet.jsonl"]
+answers = [nine_of_query(*files, "--object", "load") for files in histories]
 settings = [f".param set :{name} {value}" for name, value in [("object", "load"), ("from", 0), ("to", 1e12)]]
-shell = run("sqlite3", "-csv", "-header", "fleet.db", ".param init", *settings, f".read {SQL}/sqlite_percentile.sql")
-answers.append([float(line["value"]) for line in table(shell)])
+settings += [f".read {SQL}/sqlite_percentile.sql"]
+told = table(run("sqlite3", "-csv", "-header", "fleet.db", ".param init", *settings))
+answers.append([float(line["value"]) for line in told])
 if POSTGRES:
     os.mkdir("postgres")
     os.chown("postgres", NOBODY, -1)
-    os.environ |= {"HOME": os.getcwd(), "PGHOST": f"{os.getcwd()}/postgres", "PGUSER": "zor", "PGDATABASE": "postgres"}
+    here = os.getcwd()
+    os.environ |= {"HOME": here, "PGHOST": f"{here}/postgres", "PGUSER": "zor", "PGDATABASE": "postgres"}
     run(f"{POSTGRES[0]}/initdb", "-D", "postgres/data", "-A", "trust", "-U", "zor", "-N", "-E", "UTF8", user=NOBODY)
     with subprocess.Popen(
         [f"{POSTGRES[0]}/postgres", "-D", "postgres/data", "-k", os.environ["PGHOST"], "-c", "listen_addresses=",
@@ -93,7 +97,7 @@ if POSTGRES:
                     break
                 time.sleep(0.1)
             run(*psql, "-f", f"{SQL}/postgresql.sql")
-            copy = "\\copy zorstat_line FROM 'fleet.jsonl' CSV QUOTE E'\\x01' DELIMITER E'\\x02'"  # has all lines twice
+            copy = "\\copy zorstat_line FROM 'fleet.jsonl' CSV QUOTE E'\\x01' DELIMITER E'\\x02'"
             for changed in 240, 0:
                 told = run(*psql, "-1", "-t", "-c", copy, "-c", "SELECT zorstat_import()")
                 assert told == f"COPY 480\n{changed}\n", told
@@ -116,7 +120,8 @@ for point, *values in zip(POINTS, *answers):
     assert abs(values[0] - low - (high - low) * (rank % 1)) <= WIDTH, (point, values, low, high)
 
 # What is asked, and what cannot be added.
-zorstat("replay", "-", *FILL, "--buckets", "50", "--host", "b", "--sqlite", "fleet.db", "-o", "r", text=inputs["web1"])
+OTHER = ["--buckets", "50", "--host", "b", "--sqlite", "fleet.db", "-o", "records"]
+zorstat("replay", "-", *FILL, *OTHER, text=inputs["web1"])
 for words, lines, error in [
     ([], 2, None), (["--instance", "i2"], 2, None), (["--host", "b"], 1, None), (["--by", "host"], 5, None),
     (["--by", "hour", "--host", "b"], 2, None), (["--to", "1795300300", "--host", "b"], 1, None),
@@ -160,12 +165,12 @@ with open("text.db", "w", encoding="utf-8") as file:
 lock = sqlite3.connect("lines.db", isolation_level=None)
 lock.execute("BEGIN IMMEDIATE")
 os.chmod("killed.db", 0o444)
-limit = len(old) + 100000
+limit = (len(old) + 100000,) * 2
 for database, expected, more in [
     ("text.db", "is not a database", {}), ("other.db", "is a database of another program", {}),
     ("newer.db", "is a history of version 9", {}), ("none/x.db", "cannot open: no such file", {}),
     ("lines.db", "is locked by another program", {}), ("killed.db", "read-only", {"user": NOBODY}),
-    ("fleet.db", "cannot read or write: ", {"preexec_fn": lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit))}),
+    ("fleet.db", "cannot read or write: ", {"preexec_fn": lambda: resource.setrlimit(resource.RLIMIT_FSIZE, limit)}),
 ]:
     before = state(database)
     error = zorstat("replay", "many.csv", "--clear", "2", "--sqlite", database, status=1, **more)

@@ -14,7 +14,8 @@ def option(name, text):
 def of_help(command):
     text = subprocess.run([PROGRAM, *command, "--help"], check=True, capture_output=True, text=True).stdout
     lines = re.search(r"^Options:\n((?:  .*\n)+)", text, re.M).group(1)
-    return {option(*item) for item in re.findall(r"^  (-\S+(?: \S+)?)(?=  |\n| REQ)((?:.*\n(?!  -))*.*\n)", lines, re.M)}
+    items = re.findall(r"^  (-\S+(?: \S+)?)(?=  |\n| REQ)((?:.*\n(?!  -))*.*\n)", lines, re.M)
+    return {option(*item) for item in items}
 
 
 def of_page(command):
