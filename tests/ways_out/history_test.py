@@ -165,12 +165,15 @@ with open("text.db", "w", encoding="utf-8") as file:
 lock = sqlite3.connect("lines.db", isolation_level=None)
 lock.execute("BEGIN IMMEDIATE")
 os.chmod("killed.db", 0o444)
-limit = (len(old) + 100000,) * 2
+def limit_files():
+    resource.setrlimit(resource.RLIMIT_FSIZE, (len(old) + 100000,) * 2)
+
+
 for database, expected, more in [
     ("text.db", "is not a database", {}), ("other.db", "is a database of another program", {}),
     ("newer.db", "is a history of version 9", {}), ("none/x.db", "cannot open: no such file", {}),
     ("lines.db", "is locked by another program", {}), ("killed.db", "read-only", {"user": NOBODY}),
-    ("fleet.db", "cannot read or write: ", {"preexec_fn": lambda: resource.setrlimit(resource.RLIMIT_FSIZE, limit)}),
+    ("fleet.db", "cannot read or write: ", {"preexec_fn": limit_files}),
 ]:
     before = state(database)
     error = zorstat("replay", "many.csv", "--clear", "2", "--sqlite", database, status=1, **more)

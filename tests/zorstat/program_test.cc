@@ -126,7 +126,7 @@ constexpr Case kRuns[] = {
      "0\n reads, sda, 0\r\n in_flight, sda, 1, 9, 9, 9.000\r\n2\n",
      ""},
     {"bash completes what --help lists", "bash complete.bash $Z",
-     "replay live record suggest\nnet disk cpu\nsummary,percentile\n--count --clear --config\n--count\n\nf.csv\n",
+     "replay live record suggest query\nnet disk cpu\nsummary,percentile\n--count --clear --config\n--count\n\nf.csv\n",
      ""},
 };
 
