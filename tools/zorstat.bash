@@ -19,6 +19,7 @@ _zorstat() {
     --cumulative,*) candidates=all ;;
     --by,*) candidates='hour day instance host' ;;
     --resets,*) candidates='detect ignore' ;;
+    --format,*) candidates='records table csv jsonl' ;;
     --config,*) _filedir toml ;;
     -o,* | -*,*"$prev FILE"*) _filedir ;;
     -*,*"$prev DIR"*) _filedir -d ;;
