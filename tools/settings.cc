@@ -373,8 +373,10 @@ constexpr SettingRow kSettings[] = {
     {"format", "FORMAT",
      "what to write: records, table, csv or jsonl (default:\ntable on a terminal, else records)", kText,
      Set<&Settings::format, ReadFormat>, kForAll},
-    {"host", "NAME", "host in csv and jsonl (default: the name of this one)", kText, Set<&Settings::host, ReadName>,
-     kForAll},
+    {"host", "NAME", "host in csv, jsonl and histories (default: the name of\nthis one)", kText,
+     Set<&Settings::host, ReadName>, kForAll},
+    {"sqlite", "FILE", "keep the intervals in this database, for 'zorstat query'", kText,
+     SetPlain<&Settings::sqlite, ReadText>, kCounting},
     {"listen", "HOST:PORT",
      "serve metrics to Prometheus at http://HOST:PORT/metrics;\n"
      "quantiles are those of an interval: give --clear, too",

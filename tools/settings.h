@@ -66,6 +66,7 @@ struct Settings {
   std::string output = "-";
   OptionalSetting<Format> format;
   OptionalSetting<std::string> host;
+  std::string sqlite;
   std::vector<Settings> tables;  // if there are any, these are the objects
 
   Setting<std::string> name;  // of the one object
