@@ -39,11 +39,11 @@ void Database::Close::operator()(sqlite3 *handle) const { sqlite3_close_v2(handl
 void Statement::Finalize::operator()(sqlite3_stmt *statement) const { sqlite3_finalize(statement); }
 
 Database::Database(std::string path, const std::string &uri, int flags) : path_(std::move(path)) {
-  sqlite3 *handle = nullptr;
-  const int code = sqlite3_open_v2(uri.c_str(), &handle, flags | SQLITE_OPEN_URI, nullptr);
-  handle_.reset(handle);
+  sqlite3 *opened = nullptr;
+  const int code = sqlite3_open_v2(uri.c_str(), &opened, flags | SQLITE_OPEN_URI, nullptr);
+  handle_.reset(opened);
   Check(code);
-  sqlite3_busy_timeout(handle, kPatience);
+  sqlite3_busy_timeout(opened, kPatience);
 }
 
 Database Database::OpenToRead(const std::string &path) {

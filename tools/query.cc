@@ -62,9 +62,9 @@ struct Key {
 
   friend bool operator<(const Key &a, const Key &b) {
     const auto parts = [](const Key &key) {
-      const BucketRange range = key.range.value_or(BucketRange{});
-      return std::tuple(std::string_view(key.by), std::string_view(key.group), key.range.has_value(), range.start,
-                        range.last, range.count);
+      const auto &[start, last, count] = key.range.value_or(BucketRange{});
+      return std::tuple(std::string_view(key.by), std::string_view(key.group), key.range.has_value(), start, last,
+                        count);
     };
     return parts(a) < parts(b);
   }
@@ -203,11 +203,12 @@ Sums Collect(const std::vector<std::string> &files, const Question &question) {
   constexpr std::size_t kShown = 20;
   const bool is_read_again = std::find(options.files.begin(), options.files.end(), "-") == options.files.end();
   HistoryFilter wider;
-  for (const auto &[option, member, field] : kConditions) {
+  for (const Condition &condition : kConditions) {
+    const auto &[option, member, field] = condition;
     std::set<std::string> known;
     if (!(filter.*member) || !is_read_again) continue;
     for (const std::string &file : options.files) {
-      ReadHistory(file, wider, [&](const HistoryRow &row) { known.insert(row.*field); });
+      ReadHistory(file, wider, [&](const HistoryRow &row) { known.insert(row.*condition.field); });
     }
     wider.*member = filter.*member;
     if (known.empty() || known.contains(*(filter.*member))) continue;

@@ -54,7 +54,8 @@ def nine_of_query(*words):
     return [float(line[str(p)]) for p in POINTS]
 
 
-os.chdir(tempfile.mkdtemp())
+directory = tempfile.TemporaryDirectory()
+os.chdir(directory.name)
 os.chmod(".", 0o777)
 FILL = ["--dg", "g", "--objects", "load,big", "--range", "0:99999", "--clear", "30"]
 pooled, inputs, first_rows = [], {}, None
