@@ -28,8 +28,6 @@ namespace {
 namespace zp = zor::process;
 __extension__ using Wide = __int128;
 
-constexpr std::uint32_t kAllSamples = 100000;  // thousandths of a per cent
-
 // What the samples are told apart by, beside their group and buckets.
 struct By {
   std::string_view name;
@@ -129,6 +127,7 @@ std::vector<zp::Decimal> Estimate(const BucketRange &range, const Sum &sum, cons
   }
   segments.add(static_cast<V>(start + width), std::numeric_limits<V>::max(), sum.above);
   std::vector<zp::Decimal> values;
+  values.reserve(points.size());
   for (const Point &point : points) values.push_back(segments.at(point.thousandths));
   return values;
 }
@@ -213,6 +212,7 @@ Sums Collect(const std::vector<std::string> &files, const Question &question) {
     wider.*member = filter.*member;
     if (known.empty() || known.contains(*(filter.*member))) continue;
     std::vector<std::string> names;
+    names.reserve(known.size());
     for (const std::string &name : known) names.push_back(names.size() == kShown ? "..." : Printable(name));
     names.resize(std::min(names.size(), kShown + 1));
     throw SettingsError(Refusal(option, Printable(*(filter.*member)), Alternatives(names)));
