@@ -8,7 +8,7 @@ from typing import Any
 SONAME = "libzor_process.so.1"
 
 # A PyDLL keeps the interpreter's lock during a call: the library takes one at a time, for all engines together.
-lib = ctypes.PyDLL(os.environ.get("ZOR_PROCESS_LIBRARY") or SONAME)
+lib: Any = ctypes.PyDLL(os.environ.get("ZOR_PROCESS_LIBRARY") or SONAME)
 # The free() of the whole process, as the library's malloc() is: a preloaded allocator has both.
 free = ctypes.PyDLL(None).free
 free.restype, free.argtypes = None, [c_void_p]
@@ -29,7 +29,6 @@ Cell = record(type=c_uint32, length=c_uint32, value=c_void_p)
 Msg = record(user=c_uint64, kind=c_uint32, count=c_int32, columns=c_void_p)
 OperEntry = record(links=c_void_p * 2, name=c_char_p, column=c_uint32, flags=c_uint16, dg_name=c_char_p,
                    data_type=c_uint32, instances=c_void_p)
-EntryHead = record(links=c_void_p * 2, name=c_char_p)
 Cursor = record(dg_name=c_char_p, dg=c_void_p, oper_entry=POINTER(OperEntry), entry=c_void_p, flags=c_uint16)
 
 OPER_SET, OPER_DELETE, OPER_CLEAR, OPER_GET = range(4)
@@ -40,7 +39,7 @@ COLUMN_KEY = 1
 Predicate = ctypes.CFUNCTYPE(ctypes.c_int, POINTER(Cursor), c_void_p)
 
 # Texts that the caller frees are void pointers: ctypes would turn a char pointer into bytes, and lose it.
-for _name, _result, *_arguments in [
+_PROTOTYPES: list[Any] = [
     ("kel_ext_hash_name_init", None, c_void_p),
     ("kel_hashset_free", None, c_void_p),
     ("zor_process_engine_set_dg", c_uint32, POINTER(Engine), c_uint32, POINTER(c_char_p), POINTER(Attr)),
@@ -54,7 +53,8 @@ for _name, _result, *_arguments in [
     ("zor_process_engine_get_clear_buffer", c_void_p, POINTER(Cursor)),
     ("zor_process_engine_set_clear_buffer", None, POINTER(Cursor), c_void_p),
     ("zor_proc_get_error_string_list", c_char_p, c_uint32),
-]:
+]
+for _name, _result, *_arguments in _PROTOTYPES:
     getattr(lib, _name).restype, getattr(lib, _name).argtypes = _result, _arguments
 
 POINTS = tuple((c_uint32 * 9).in_dll(lib, "g_stats_percentile_1000"))

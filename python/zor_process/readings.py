@@ -1,6 +1,6 @@
-"""Readings: the statistics of an instance as plain data. Number, extremes, sum and average are those of its records;
-percentiles are estimated from its buckets as zor/process/readings.hpp does, to the digit: never outside the extremes,
-always ascending, and there whenever a sample is."""
+"""Readings: the statistics of an instance as plain data. Number, extremes, sum and average are those of its
+records; percentiles are estimated from its buckets as zor/process/readings.hpp does, to the digit: never outside
+the extremes, always ascending, and there whenever a sample is."""
 
 import ctypes
 import enum
@@ -9,32 +9,7 @@ from decimal import Decimal
 from typing import Any, Iterator, Optional
 
 from ._library import ENTRIES, POINTS
-
-
-class Type(enum.IntEnum):
-    """The type of a column."""
-    INT32 = 1
-    UINT32 = 2
-    INT64 = 3
-    UINT64 = 4
-
-    @property
-    def bits(self) -> int:
-        return 32 if self <= Type.UINT32 else 64
-
-    @property
-    def is_signed(self) -> bool:
-        return self in (Type.INT32, Type.INT64)
-
-    @property
-    def low(self) -> int:
-        """The smallest value."""
-        return -1 << (self.bits - 1) if self.is_signed else 0
-
-    @property
-    def high(self) -> int:
-        """The largest value."""
-        return self.low + (1 << self.bits) - 1
+from .settings import Type
 
 
 class Stage(enum.IntEnum):
@@ -98,10 +73,10 @@ class _Segment:
 class _Segments:
     """All samples of a distribution, as segments that ascend, and percentiles of them.
 
-    Sample k of n, counted from 0, is taken to stand at first + (last - first) * (i + 1/2) / count, where i counts it
-    in its segment: in the middle of its part. The samples 0 and n - 1 stand at the extremes. They take half a part of
-    their segments, whose ends the extremes are; it is shared out to the others. A point p lies between the samples on
-    both sides of p * (n - 1), by linear interpolation."""
+    Sample k of n, counted from 0, is taken to stand at first + (last - first) * (i + 1/2) / count, where i counts
+    it in its segment: in the middle of its part. The samples 0 and n - 1 stand at the extremes. They take half a
+    part of their segments, whose ends the extremes are; it is shared out to the others. A point p lies between the
+    samples on both sides of p * (n - 1), by linear interpolation."""
 
     def __init__(self, low: int, high: int) -> None:
         self.low, self.high, self.total = low, high, 0
@@ -160,36 +135,32 @@ def _read_buckets(counters: Any, start_of: Any) -> Iterator[Bucket]:
         first = following
 
 
-def _nodes(side: Any) -> list[Any]:
-    nodes, node = [], side.head
+def _nodes(side: Any) -> Iterator[Any]:
+    node = side.head
     while node:
-        nodes.append(node.contents)
-        node = ctypes.cast(node.contents.next, type(side.head))
-    return nodes
+        yield node.contents
+        node = ctypes.cast(node.contents.next, type(node))
 
 
 def _read_distribution(kind: Type, counters: Any, dynamic: Any, segments: _Segments) -> Distribution:
-    """A baseline has a few buckets outside the range, the dynamic ones. Of what found none only the number is known:
-    it is taken to lie beyond the outermost bucket of its side."""
-    start, end = counters.start, counters.end
-    lower, upper = (_nodes(dynamic.below), _nodes(dynamic.above)) if dynamic else ([], [])
-    below, above = (dynamic.below.exceptions, dynamic.above.exceptions) if dynamic else (counters.below, counters.above)
-    segments.add(kind.low, (lower[0].start if lower else start) - 1, below)
-    for node in lower:
+    """A baseline has a few buckets outside the range, the dynamic ones. Of samples that found none only the number
+    is known: they are taken to lie beyond the outermost bucket of their side."""
+    start, end, lowest, highest = counters.start, counters.end, kind.range[0], kind.range[-1]
+    below, above, lower, upper = counters.below, counters.above, [], []
+    if dynamic:
+        below, above, width = dynamic.below.exceptions, dynamic.above.exceptions, dynamic.width
         # Counted from the range on, so that the one at the type's smallest value can be narrower.
-        nearer = (start - node.start - 1) // dynamic.width * dynamic.width
-        segments.add(node.start, start - nearer - 1, node.count)
+        lower = [Bucket(node.start, start - (start - node.start - 1) // width * width - 1, node.count)
+                 for node in _nodes(dynamic.below)]
+        upper = [Bucket(node.start, min(node.start + width - 1, highest), node.count)
+                 for node in _nodes(dynamic.above)]
     buckets = list(_read_buckets(counters, ENTRIES[kind][1]))
-    for bucket in buckets:
+    segments.add(lowest, (lower[0].first if lower else start) - 1, below)
+    for bucket in lower + buckets + upper:
         segments.add(bucket.first, bucket.last, bucket.count)
-    beyond = end
-    for node in upper:
-        last = min(node.start + dynamic.width - 1, kind.high)
-        segments.add(node.start, last, node.count)
-        beyond = min(last + 1, kind.high)
-    segments.add(beyond, kind.high, above)
-    return Distribution(start, end - 1, below + sum(node.count for node in lower),
-                        above + sum(node.count for node in upper), buckets)
+    segments.add(min(upper[-1].last + 1, highest) if upper else end, highest, above)
+    return Distribution(start, end - 1, below + sum(bucket.count for bucket in lower),
+                        above + sum(bucket.count for bucket in upper), buckets)
 
 
 def read(kind: Type, entry: Any, reading: Reading) -> None:
@@ -201,9 +172,10 @@ def read(kind: Type, entry: Any, reading: Reading) -> None:
         reading.baseline = Stage(analyzer.stage)
         counters = analyzer.counters if reading.baseline == Stage.ANALYZING else None
     if summary and summary.count:
-        reading.samples, reading.min, reading.max, reading.sum = summary.count, summary.min, summary.max, summary.total
-        average = abs(summary.total) * 1000 // summary.count
-        reading.average = _decimal(average if summary.total >= 0 else -average)
+        reading.samples, reading.sum = summary.count, summary.total
+        reading.min, reading.max = summary.min, summary.max
+        average = abs(reading.sum) * 1000 // reading.samples
+        reading.average = _decimal(average if reading.sum >= 0 else -average)
     if counters:
         segments = _Segments(reading.min, reading.max)
         reading.distribution = _read_distribution(kind, counters, analyzer and analyzer.dynamic, segments)
