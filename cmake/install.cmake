@@ -14,7 +14,7 @@ install(DIRECTORY include/ platform/include/ DESTINATION ${CMAKE_INSTALL_INCLUDE
   FILES_MATCHING PATTERN *.h PATTERN *.hpp)
 
 # Where Debian's Python 3 looks, whatever its minor version; elsewhere PYTHONPATH leads there.
-install(DIRECTORY python/ DESTINATION lib/python3/dist-packages COMPONENT python
+install(DIRECTORY python/zor_process DESTINATION lib/python3/dist-packages COMPONENT python
   FILES_MATCHING PATTERN *.py PATTERN py.typed PATTERN __pycache__ EXCLUDE)
 
 install(EXPORT zor_process NAMESPACE zor:: FILE zor_processTargets.cmake DESTINATION ${cmake_dir}
