@@ -20,6 +20,7 @@
 #include "config_file.h"
 #include "error.h"
 #include "file.h"
+#include "query.h"
 #include "session.h"
 #include "settings.h"
 #include "source.h"
@@ -75,6 +76,17 @@ constexpr const char *kSuggestFooter =
     "Example: settings for a recording, then its records:\n"
     "  zorstat suggest polls.csv -o polls.toml\n"
     "  zorstat replay polls.csv --config polls.toml\n";
+
+constexpr const char *kQueryFooter =
+    "\nFILE is a database that --sqlite keeps, or JSON Lines that --format jsonl writes; an\n"
+    "interval that is in several of them counts once. Percentiles are those of all samples\n"
+    "together: buckets are added, where ranges and buckets are the same; others stand apart.\n"
+    "Times are local ones; TIME is a day or a time of day as in 2026-11-22 or\n"
+    "'2026-11-22 14:00', a time ago as in -90m, -2h or -7d, or seconds since 1970. An\n"
+    "interval has the time of its last poll.\n"
+    "\n"
+    "Example: CPU time since yesterday, by the hour:\n"
+    "  zorstat query cpu.db --object user --instance cpu --from -1d --by hour\n";
 
 // A command with its options.
 class Command {
@@ -159,6 +171,20 @@ void Suggest(const Command &command) {
   output.Close();
 }
 
+void AddQueryOptions(CLI::App *app, QueryOptions *options) {
+  app->add_option("FILE", options->files, "histories, or - for standard input")->required()->type_name("");
+  app->add_option("--object", options->object, "whose samples")->required()->type_name("NAME");
+  app->add_option("--instance", options->instance, "of this one (default: all)")->type_name("NAME");
+  app->add_option("--group", options->group, "of this data group (default: each)")->type_name("NAME");
+  app->add_option("--host", options->host, "of this host (default: all)")->type_name("NAME");
+  app->add_option("--from", options->from, "of intervals that end at this time or later")->type_name("TIME");
+  app->add_option("--to", options->to, "of intervals that end before this time")->type_name("TIME");
+  app->add_option("--by", options->by, "a line for each hour, day, instance or host")->type_name("WHAT");
+  app->add_option("--points", options->points, "percentiles (default: 50,97.72,99.87)")->type_name("LIST");
+  app->add_option("--format", options->format, "table, csv or jsonl (default: table)")->type_name("FORMAT");
+  app->footer(kQueryFooter);
+}
+
 int Run(int argc, char **argv) {
   CLI::App app("Statistics of periodically polled counters.");
   app.name("zorstat");
@@ -189,6 +215,10 @@ int Run(int argc, char **argv) {
   const Command suggest_command(suggest, kSuggest, "FILE", "poll file, or - for standard input");
   suggest->footer(kSuggestFooter);
 
+  CLI::App *query = app.add_subcommand("query", "percentiles of what runs have kept, together");
+  QueryOptions query_options;
+  AddQueryOptions(query, &query_options);
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError &error) {
@@ -212,6 +242,7 @@ int Run(int argc, char **argv) {
   if (live->parsed()) Live(live_command);
   if (record->parsed()) RecordPolls(record_command);
   if (suggest->parsed()) Suggest(suggest_command);
+  if (query->parsed()) Query(query_options);
   return 0;
 }
 

@@ -21,11 +21,14 @@ void WriteOut(std::string *lines, Output *output) {
   lines->clear();
 }
 
-// One run: polls go through the collector to the record lines and the exporters.
+// One run: polls go through the collector to the exporters, and to the record lines unless another format takes their
+// place.
 class Counting {
  public:
   Counting(const Run &run, const Settings &settings, const Exporters &exporters)
-      : collector_(run, settings, !exporters.empty()), exporters_(exporters) {
+      : collector_(run, settings, !exporters.empty()),
+        exporters_(exporters),
+        writes_records_(FormatOf(settings) == Format::kRecords) {
     for (const auto &exporter : exporters_) exporter->Begin(run);
   }
 
@@ -33,19 +36,25 @@ class Counting {
 
   void AddRows(const Poll &poll, const std::string &place) { collector_.AddRows(poll, place); }
   void EndPoll(std::int64_t time, std::string *records) {
-    collector_.EndPoll(records);
+    collector_.EndPoll(Wanted(records));
     TellInterval();
     for (const auto &exporter : exporters_) exporter->EndPoll(time, [&] { return collector_.InProgress(); });
   }
   void Finish(std::string *records) {
     FirstFailure failure;
-    failure.Try([&] { collector_.Finish(records); });
+    failure.Try([&] { collector_.Finish(Wanted(records)); });
     failure.Try([&] { TellInterval(); });
     for (const auto &exporter : exporters_) failure.Try([&] { exporter->Finish(); });
     failure.Rethrow();
   }
 
  private:
+  // Records are rendered whatever is written, as notes tell of them.
+  std::string *Wanted(std::string *records) {
+    unwanted_.clear();
+    return writes_records_ ? records : &unwanted_;
+  }
+
   void TellInterval() {
     const std::optional<IntervalReadings> interval = collector_.TakeInterval();
     if (!interval) return;
@@ -54,6 +63,8 @@ class Counting {
 
   Collector collector_;
   const Exporters &exporters_;
+  bool writes_records_;
+  std::string unwanted_;
 };
 
 }  // namespace
@@ -62,14 +73,14 @@ void Count(Source *source, const Settings &settings, const std::string &default_
            RecordTime record_time) {
   const std::vector<ObjectPlan> plans = PlanObjects(settings, source->table());
   const std::string dg = settings.dg ? settings.dg->value : ReadDgName(default_dg, "default of --dg");
-  const Exporters exporters = MakeExporters(settings);
+  std::string lines;  // not yet written
+  const Exporters exporters = MakeExporters(settings, &lines);
   Poll poll;
   if (!source->Next(&poll)) return;
   const Run run = {dg, settings.interval ? settings.interval->value : source->Interval(poll), source->table(),
                    plans};
   Counting counting(run, settings, exporters);
   Output file(output);
-  std::string records;  // not yet written
   std::optional<std::string> report;
   FirstFailure failure;
   failure.Try([&] {
@@ -78,20 +89,20 @@ void Count(Source *source, const Settings &settings, const std::string &default_
       counting.AddRows(poll, source->Place(poll));
       // The last poll may end with a clear, after which there would be nothing to report.
       if (settings.report && source->IsLast()) report = counting.collector().Report();
-      counting.EndPoll(poll.time, &records);
-      if (record_time == RecordTime::kNow && !records.empty()) {
-        WriteOut(&records, &file);
+      counting.EndPoll(poll.time, &lines);
+      if (record_time == RecordTime::kNow && !lines.empty()) {
+        WriteOut(&lines, &file);
         file.Publish();
-      } else if (records.size() >= kBatch) {
-        WriteOut(&records, &file);
+      } else if (lines.size() >= kBatch) {
+        WriteOut(&lines, &file);
       }
     } while (source->Next(&poll));
   });
   failure.Try([&] {
     if (settings.report && !report) report = counting.collector().Report();
   });
-  failure.Try([&] { counting.Finish(&records); });
-  WriteOut(&records, &file);
+  failure.Try([&] { counting.Finish(&lines); });
+  WriteOut(&lines, &file);
   if (output == "-") file.Write(report.value_or(""));
   file.Close();
   if (output != "-" && report) {

@@ -1,9 +1,11 @@
 #include "settings.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
+#include <climits>
 #include <cmath>
 #include <limits>
 #include <map>
@@ -228,6 +230,25 @@ NameList ReadAllOrNone(const Given &given) { return ReadTruth(given) ? NameList{
 std::string ReadText(const Given &given) { return given.text(); }
 std::string ReadDg(const Given &given) { return ReadDgName(given.text(), given.where); }
 
+constexpr std::pair<std::string_view, Format> kFormats[] = {{"records", Format::kRecords},
+                                                            {"table", Format::kTable},
+                                                            {"csv", Format::kCsv},
+                                                            {"jsonl", Format::kJsonLines}};
+
+Format ReadFormat(const Given &given) {
+  NameList known;
+  for (const auto &[name, format] : kFormats) {
+    if (given.text() == name) return format;
+    known.emplace_back(name);
+  }
+  Refuse(given.where, given.text(), Alternatives(known));
+}
+
+std::string ReadName(const Given &given) {
+  if (!IsName(given.text())) Refuse(given.where, given.text(), kName);
+  return given.text();
+}
+
 // Keeps what `parse` makes of a value as the member, with its place or without.
 template <auto member, auto parse>
 void Set(const Given &given, Settings &settings) {
@@ -304,6 +325,13 @@ constexpr SettingRow kSettings[] = {
     {"config", "FILE", "settings in TOML", kText, SetPlain<&Settings::config, ReadText>, kCounting},
     {"output", "FILE", "write records to this file (default: standard output)", kText,
      SetPlain<&Settings::output, ReadText>, kCounting, 'o'},
+    {"format", "FORMAT",
+     "what to write: records, table, csv or jsonl (default:\ntable on a terminal, else records)", kText,
+     Set<&Settings::format, ReadFormat>, kForAll},
+    {"host", "NAME", "in the lines of csv and jsonl (default: that of this host)", kText,
+     Set<&Settings::host, ReadName>, kForAll},
+    {"sqlite", "FILE", "keep the intervals in this database, for 'zorstat query'", kText,
+     SetPlain<&Settings::sqlite, ReadText>, kCounting},
     {"output", "FILE", "poll file (default: standard output)", kText, SetPlain<&Settings::output, ReadText>,
      kRecord, 'o'},
     {"output", "FILE", "settings file (default: standard output)", kText, SetPlain<&Settings::output, ReadText>,
@@ -329,6 +357,13 @@ void SetOption(std::string_view name, const std::string &text, Settings *setting
   const SettingRow *row = FindSetting(name, kAnyCommand);
   if (row == nullptr) throw SettingsError(fmt::format("{}: unknown option", where));
   row->read({row->form.Parts(text), std::move(where)}, *settings);
+}
+
+std::string HostName(const Settings &settings) {
+  if (settings.host) return settings.host->value;
+  char name[HOST_NAME_MAX + 1] = {};
+  if (gethostname(name, HOST_NAME_MAX) != 0 || !IsName(name)) return "localhost";
+  return name;
 }
 
 std::string ReadDgName(const std::string &name, const std::string &where) {

@@ -32,6 +32,9 @@ template <class T>
 using OptionalSetting = std::optional<Setting<T>>;
 using NameList = std::vector<std::string>;
 
+// What the readings of an interval are written as.
+enum class Format { kRecords, kTable, kCsv, kJsonLines };
+
 // What options and a settings file say, for all objects or in a table [objects.NAME] for one.
 struct Settings {
   OptionalSetting<std::uint16_t> statistics;  // ZOR_PROCESS_FLAG_*
@@ -55,6 +58,9 @@ struct Settings {
   std::string proc = "/proc";
   std::string config;
   std::string output = "-";
+  OptionalSetting<Format> format;
+  OptionalSetting<std::string> host;
+  std::string sqlite;
   std::vector<Settings> tables;  // if there are any, these are the objects
 
   Setting<std::string> name;  // of the one object
@@ -123,6 +129,13 @@ struct ObjectPlan {
   std::optional<NameList> instances;
   OptionalSetting<Interval> clear;
 };
+
+inline Format FormatOf(const Settings &settings) {
+  return settings.format ? settings.format->value : Format::kRecords;
+}
+
+// The name of this host, unless the settings have one.
+std::string HostName(const Settings &settings);
 
 // Throws SettingsError, naming `where`.
 std::string ReadDgName(const std::string &name, const std::string &where);
