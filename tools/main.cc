@@ -110,6 +110,9 @@ class Command {
     Settings settings = WithOptions({});
     if (!settings.config.empty()) settings = WithOptions(ReadConfigFile(settings.config));
     settings.report = settings.report || settings.percentile;
+    const bool on_screen = settings.output == "-" && isatty(STDOUT_FILENO) == 1;
+    if (!settings.format && !settings.headers && on_screen)
+      settings.format = {Format::kTable, "default of --format"};
     return settings;
   }
 

@@ -279,11 +279,6 @@ Answer AnswerOf(const Sums &sums, const Question &question) {
   return answer;
 }
 
-std::size_t WidthOf(std::string_view text) {
-  const auto begins = [](char c) { return (static_cast<unsigned char>(c) & 0xc0) != 0x80; };
-  return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), begins));
-}
-
 // For people: columns that are the same in all lines are left out, if they tell only what is apart.
 std::string TableText(Answer answer, std::size_t points) {
   const auto is_same = [&](std::size_t column) {
@@ -301,13 +296,13 @@ std::string TableText(Answer answer, std::size_t points) {
   for (auto &line : answer.lines) {
     for (std::size_t i = 0; i < line.size(); ++i) {
       line[i] = line[i].empty() ? "-" : Printable(line[i]);
-      widths[i] = std::max(widths[i], WidthOf(line[i]));
+      widths[i] = std::max(widths[i], DisplayWidth(line[i]));
     }
   }
   for (const auto &line : answer.lines) {
     std::string row;
     for (std::size_t i = 0; i < line.size(); ++i) {
-      const std::string space(widths[i] - WidthOf(line[i]) + (i == 0 ? 0 : 2), ' ');
+      const std::string space(widths[i] - DisplayWidth(line[i]) + (i == 0 ? 0 : 2), ' ');
       const std::string gap = i == 0 ? "" : "  ";
       row += answer.is_text[i] ? gap + line[i] + space.substr(gap.size()) : space + line[i];
     }

@@ -47,6 +47,18 @@ struct IntervalReadings {
   std::vector<ObjectReadings> objects;
 };
 
+inline bool HasSummary(const ObjectPlan &plan) {
+  return (plan.statistics & (ZOR_PROCESS_FLAG_SUMMARY | ZOR_PROCESS_FLAG_PERCENTILE)) != 0;
+}
+
+// The samples of an interval, also where a distribution alone has counted them.
+inline std::uint64_t SamplesOf(const Reading &values, const ObjectPlan &plan) {
+  if (HasSummary(plan) || !values.distribution) return values.samples;
+  std::uint64_t samples = values.distribution->below + values.distribution->above;
+  for (const zor::process::Bucket &bucket : values.distribution->buckets) samples += bucket.count;
+  return samples;
+}
+
 using ReadInProgress = std::function<std::vector<ObjectReadings>()>;
 
 }  // namespace zorstat

@@ -21,8 +21,8 @@ void WriteOut(std::string *lines, Output *output) {
   lines->clear();
 }
 
-// One run: polls go through the collector to the exporters, and to the record lines unless another format takes their
-// place.
+// One run: polls go through the collector to the exporters, and to the record lines unless another format takes
+// their place.
 class Counting {
  public:
   Counting(const Run &run, const Settings &settings, const Exporters &exporters)

@@ -90,6 +90,18 @@ Values ValuesOf(const Settings &settings, const Settings &object, const Column &
   return resets ? resets->value : Values::counter;
 }
 
+// A gauge has no samples of an interval to be divided by it.
+Unit UnitOf(const Settings &settings, const Settings &object, const Column &column, Values values) {
+  Unit unit = column.unit;
+  if (const auto &own = FirstSet(object.unit, settings.unit)) {
+    unit.name = own->value.name;
+    unit.factor = own->value.factor;
+  }
+  if (const auto &own = FirstSet(object.per_second, settings.per_second)) unit.per_second = own->value;
+  if (values == Values::sampled) unit.per_second = false;
+  return unit;
+}
+
 void CheckRange(const OptionalSetting<Range> &range, std::uint16_t statistics) {
   if (!range || statistics != kBaseline) return;
   Refuse(range->where, RangeText(range->value), "no range: a baseline learns its own");
@@ -108,6 +120,7 @@ ObjectPlan PlanObject(const Settings &settings, const Settings &object, const Co
   const auto &buckets = FirstSet(object.buckets, settings.buckets);
   plan.buckets = buckets ? buckets->value : kDefaultBuckets;
   plan.values = ValuesOf(settings, object, column);
+  plan.unit = UnitOf(settings, object, column, plan.values);
   if (const auto &instances = FirstSet(object.instances, settings.instances)) plan.instances = instances->value;
   if (plan.statistics == kBaseline) {
     plan.clear = FirstSet(object.clear, settings.clear);
@@ -230,10 +243,8 @@ NameList ReadAllOrNone(const Given &given) { return ReadTruth(given) ? NameList{
 std::string ReadText(const Given &given) { return given.text(); }
 std::string ReadDg(const Given &given) { return ReadDgName(given.text(), given.where); }
 
-constexpr std::pair<std::string_view, Format> kFormats[] = {{"records", Format::kRecords},
-                                                            {"table", Format::kTable},
-                                                            {"csv", Format::kCsv},
-                                                            {"jsonl", Format::kJsonLines}};
+constexpr std::pair<std::string_view, Format> kFormats[] = {
+    {"records", Format::kRecords}, {"table", Format::kTable}, {"csv", Format::kCsv}, {"jsonl", Format::kJsonLines}};
 
 Format ReadFormat(const Given &given) {
   NameList known;
@@ -247,6 +258,17 @@ Format ReadFormat(const Given &given) {
 std::string ReadName(const Given &given) {
   if (!IsName(given.text())) Refuse(given.where, given.text(), kName);
   return given.text();
+}
+
+Unit ReadUnit(const Given &given) {
+  const auto unit = ParseUnit(given.text());
+  if (!unit) Refuse(given.where, given.text(), "a short name, or a factor and a name as in 512 bytes");
+  return *unit;
+}
+
+bool ReadPer(const Given &given) {
+  if (given.text() != "second" && given.text() != "sample") Refuse(given.where, given.text(), "second or sample");
+  return given.text() == "second";
 }
 
 // Keeps what `parse` makes of a value as the member, with its place or without.
@@ -323,6 +345,8 @@ constexpr SettingRow kSettings[] = {
     {"report", "", "at the end, print the interval in progress", kTruth, SetPlain<&Settings::report, ReadTruth>,
      kForAll},
     {"config", "FILE", "settings in TOML", kText, SetPlain<&Settings::config, ReadText>, kCounting},
+    {"unit", "", "", kText, Set<&Settings::unit, ReadUnit>, kTopLevel | kObject},
+    {"per", "", "", kText, Set<&Settings::per_second, ReadPer>, kTopLevel | kObject},
     {"output", "FILE", "write records to this file (default: standard output)", kText,
      SetPlain<&Settings::output, ReadText>, kCounting, 'o'},
     {"format", "FORMAT",

@@ -45,6 +45,9 @@ struct Settings {
   OptionalSetting<NameList> cumulative;  // columns, in order; {"all"}: every one
   OptionalSetting<Values> resets;        // how counters are read: whether resets are told from wraps
 
+  OptionalSetting<Unit> unit;  // but for per_second
+  OptionalSetting<bool> per_second;
+
   // Of all objects alone:
   OptionalSetting<std::string> dg;
   OptionalSetting<NameList> objects;          // in order
@@ -128,6 +131,7 @@ struct ObjectPlan {
   Values values = Values::sampled;
   std::optional<NameList> instances;
   OptionalSetting<Interval> clear;
+  Unit unit = {};  // of samples, for people
 };
 
 inline Format FormatOf(const Settings &settings) {

@@ -5,6 +5,7 @@
 
 #include "export/jsonl.h"
 #include "export/sqlite.h"
+#include "export/table.h"
 
 namespace zorstat {
 namespace {
@@ -19,9 +20,14 @@ std::unique_ptr<Exporter> MakeFormat(const Settings &settings, std::string *line
   switch (FormatOf(settings)) {
     case Format::kJsonLines:
       return MakeJsonLines(settings, lines);
-    default:
-      return nullptr;
+    case Format::kTable:
+      return MakeTable(lines);
+    case Format::kCsv:
+      return MakeCsv(settings, lines);
+    case Format::kRecords:
+      break;
   }
+  return nullptr;
 }
 
 }  // namespace

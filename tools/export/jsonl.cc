@@ -7,8 +7,9 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string_view>
+#include <utility>
 
-#include "zor/types.h"
+#include "units.h"
 
 namespace zorstat {
 namespace {
@@ -16,14 +17,6 @@ namespace {
 namespace zp = zor::process;
 
 std::string Quoted(std::string_view text) { return nlohmann::json(text).dump(); }
-
-// Without the zeros at its end.
-std::string Shortest(const zp::Decimal &value) {
-  std::string text = value.text();
-  const std::size_t last = text.find_last_not_of('0');
-  text.resize(text[last] == '.' ? last : last + 1);
-  return text;
-}
 
 // Numbers are written as the digits that they have: a double would lose some of 64 bits.
 class JsonLines : public Exporter {
@@ -59,23 +52,15 @@ class JsonLines : public Exporter {
   }
 
   void AddValues(const Reading &reading, const ObjectPlan &plan) {
-    const bool has_summary = (plan.statistics & (ZOR_PROCESS_FLAG_SUMMARY | ZOR_PROCESS_FLAG_PERCENTILE)) != 0;
-    const std::uint64_t samples = has_summary ? reading.samples : Counted(reading.distribution);
+    const std::uint64_t samples = SamplesOf(reading, plan);
     Add(",\"samples\":{}", samples);
     if (samples == 0) return;
-    if (has_summary) {
+    if (HasSummary(plan)) {
       Add(",\"min\":{},\"max\":{},\"sum\":{}", reading.min.text(), reading.max.text(), reading.sum.text());
       AddPercentiles(reading.points);
     }
     // Without a range the buckets cover all values of the type, which tells nothing.
     if (plan.range && reading.distribution) AddDistribution(*reading.distribution);
-  }
-
-  static std::uint64_t Counted(const std::optional<zp::Distribution> &distribution) {
-    if (!distribution) return 0;
-    std::uint64_t samples = distribution->below + distribution->above;
-    for (const zp::Bucket &bucket : distribution->buckets) samples += bucket.count;
-    return samples;
   }
 
   void AddPercentiles(const std::optional<zp::Points> &points) {

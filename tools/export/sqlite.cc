@@ -10,7 +10,7 @@
 #include "error.h"
 #include "history_sqlite.h"
 #include "sqlite_schema.h"
-#include "zor/types.h"
+#include "units.h"
 
 namespace zorstat {
 namespace {
@@ -59,7 +59,7 @@ Database OpenHistory(const std::string &path) {
 // The arrays are text as in JSON Lines.
 std::string PercentileArray(const zp::Points &points) {
   std::string text = "[";
-  for (const zp::Decimal &point : points) text += point.text() + ",";
+  for (const zp::Decimal &point : points) text += Shortest(point) + ",";
   text.back() = ']';
   return text;
 }
@@ -72,13 +72,6 @@ std::string CountArray(const std::vector<zp::Bucket> &buckets) {
   }
   if (!buckets.empty()) text.pop_back();
   return text += ']';
-}
-
-std::uint64_t Counted(const std::optional<zp::Distribution> &distribution) {
-  if (!distribution) return 0;
-  std::uint64_t samples = distribution->below + distribution->above;
-  for (const zp::Bucket &bucket : distribution->buckets) samples += bucket.count;
-  return samples;
 }
 
 class Sqlite : public Exporter {
@@ -119,11 +112,10 @@ class Sqlite : public Exporter {
   }
 
   void BindValues(const Reading &reading, const ObjectPlan &plan) {
-    const bool has_summary = (plan.statistics & (ZOR_PROCESS_FLAG_SUMMARY | ZOR_PROCESS_FLAG_PERCENTILE)) != 0;
-    const std::uint64_t samples = has_summary ? reading.samples : Counted(reading.distribution);
+    const std::uint64_t samples = SamplesOf(reading, plan);
     insert_.Bind(kSamples, samples);
     if (samples == 0) return;
-    if (has_summary) {
+    if (HasSummary(plan)) {
       insert_.Bind(kMin, reading.min);
       insert_.Bind(kMax, reading.max);
       insert_.Bind(kSum, reading.sum);
