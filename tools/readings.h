@@ -23,6 +23,7 @@ struct Run {
   std::uint32_t poll_interval;  // seconds
   const Table &table;
   const std::vector<ObjectPlan> &plans;
+  bool is_live;  // polls are taken now, not read from a file
 };
 
 // One instance. At least one of the two is there.

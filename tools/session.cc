@@ -78,7 +78,7 @@ void Count(Source *source, const Settings &settings, const std::string &default_
   Poll poll;
   if (!source->Next(&poll)) return;
   const Run run = {dg, settings.interval ? settings.interval->value : source->Interval(poll), source->table(),
-                   plans};
+                   plans, record_time == RecordTime::kNow};
   Counting counting(run, settings, exporters);
   Output file(output);
   std::optional<std::string> report;
