@@ -4,6 +4,9 @@
 const charts = {};
 const TIME_STEPS = [10, 30, 60, 300, 600, 1800, 3600, 7200, 10800, 21600, 43200, 86400, 172800, 604800, 2592000];
 
+const NO_BUCKETS = () => page.object.since ? 'A baseline alone: these are the points since it has learnt.' :
+  'No distribution is kept: a range makes its buckets.';
+
 function show(id, label, config) {
   charts[id]?.destroy();
   const canvas = element('canvas', {role: 'img', 'aria-label': label});
@@ -39,25 +42,27 @@ function timeAxis() {
 // Values of the rows. Where extremes are not asked for and would press the others flat, what is above `usual` is
 // cut off.
 function valueAxis(rows, usual) {
-  const high = Math.max(...rows.map(most), 0);
-  const low = Math.min(...rows.map(least));
+  const high = largest(rows.map(most), 0);
+  const low = smallest(rows.map(least));
   const cut = find('extremes').checked || high <= 2 * usual ? high : usual * 1.25;
   const bottom = low > 0.6 * cut ? low - 0.1 * (cut - low) : Math.min(low, 0);
   return axis({min: bottom, max: cut > bottom ? cut : bottom + 1, afterFit: scale => { scale.width = 64; },
     ticks: {maxTicksLimit: 8, callback: value => text(value)}});
 }
-const upper = rows => Math.max(...rows.map(row => around(row, 2)), 0);
+const upper = rows => largest(rows.map(row => around(row, 2)), 0);
 
 // The fan: each interval's points, those of the same distance from the median in the same shade.
 
 function fanPoints(rows, point) {
   const list = [];
+  const isWide = rows.length < 60; // then each interval is a step
   rows.forEach((row, i) => {
     const y = row.points[point];
     const x = [begins[row.interval], ends[row.interval]];
-    if (rows[i - 1]?.interval !== row.interval - 1) list.push({x: x[0], y: NaN}, {x: x[0], y});
+    if (rows[i - 1]?.interval !== row.interval - 1) list.push({x: x[0], y: NaN});
+    if (isWide || rows[i - 1]?.interval !== row.interval - 1) list.push({x: x[0], y});
     list.push({x: (x[0] + x[1]) / 2, y});
-    if (rows[i + 1]?.interval !== row.interval + 1) list.push({x: x[1], y});
+    if (isWide || rows[i + 1]?.interval !== row.interval + 1) list.push({x: x[1], y});
   });
   return list;
 }
@@ -168,10 +173,10 @@ function drawHeat(id, label, rows, usual) {
 // How the samples of the shown time spread.
 
 function drawSpread(sums, usual) {
-  const marks = POINTS.map(point => [point, sums.point(point / 100)]);
+  const marks = POINTS.map(point => [point, sums.point(point)]);
   find('points').tBodies[0].replaceChildren(...marks.filter(([, value]) => !Number.isNaN(value)).map(([point, value]) =>
     element('tr', {}, element('td', {}, point), element('td', {}, text(value)))));
-  if (!sums.parts.length) return note('spread', 'No distribution is kept: a range makes its buckets.');
+  if (!sums.parts.length) return note('spread', NO_BUCKETS());
   const end = find('extremes').checked || sums.high <= 2 * usual ? sums.high : usual * 1.25;
   const bins = clamp(sums.parts.length, 20, 80);
   const width = (end - sums.low) / bins || 1;
@@ -198,7 +203,7 @@ function drawSpread(sums, usual) {
       ctx.moveTo(at, area.top);
       ctx.lineTo(at, area.bottom);
       ctx.stroke();
-      if (at - last > 46) ctx.fillText(`${point} %`, last = at, area.top - 4);
+      if (at - last > 46 && at - area.left > 24) ctx.fillText(`${point} %`, last = at, area.top - 4);
     }
     ctx.restore();
   };
@@ -225,14 +230,15 @@ function drawChosen() {
   }
   drawFan(rows);
   if (rows.some(row => row.edges)) drawHeat('heat', `Distribution of ${short(page.instance.name)} over time`, rows, upper(rows));
-  else note('heat', 'No distribution is kept: a range makes its buckets.');
-  drawSpread(totals(rows), upper(rows));
+  else note('heat', NO_BUCKETS());
+  drawSpread(totals(page.object.since ? rows.slice(-1) : rows), upper(rows));
 }
 
 function drawAll() {
+  find('together').hidden = page.object.instances.length === 1;
   const rows = visible(page.object.instances.flatMap(instance => instance.rows)).filter(row => row.edges);
   const uppers = rows.map(row => around(row, 2)).sort((a, b) => a - b);
-  if (rows.length === 0) note('all', 'No distribution is kept: a range makes its buckets.');
+  if (rows.length === 0) note('all', NO_BUCKETS());
   else drawHeat('all', `Distribution of all instances of ${short(page.object.name)} over time`, rows, uppers[Math.floor(uppers.length * 0.995)]);
 }
 

@@ -29,6 +29,7 @@ struct PageRow {
   std::uint64_t below = 0, above = 0;  // samples beyond it
   std::uint64_t outside = 0;           // samples beyond the learnt range
   std::uint64_t resets = 0;
+  bool since_learnt = false;        // samples and points are those of all intervals up to it
   std::optional<Number> low, high;  // of the learnt range, where there is one
 };
 
@@ -73,6 +74,7 @@ class Page {
     std::string name;
     Unit unit;
     std::uint32_t per;
+    bool since_learnt;
     std::vector<BucketRange> ranges = {};
     std::vector<Instance> instances = {};
     std::map<std::string, std::size_t, std::less<>> known = {};  // by name

@@ -2,36 +2,26 @@
 // Draws the page from its data. Names come from outside: they go into the page as text alone.
 
 const POINTS = [0, 0.13, 2.28, 15.87, 50, 84.13, 97.72, 99.87, 100];
-const MOST_ROWS = 200;  // of the table
+const MOST_ROWS = 200; // of the table
 const data = JSON.parse(document.getElementById('data').textContent);
 const ends = data.intervals.map(interval => interval[0]);
 const begins = data.intervals.map(interval => interval[0] - interval[1]);
-const whole = {
-  from: begins[0],
-  to: ends[ends.length - 1]
-};
-const page = {
-  object: null,
-  instance: null,
-  view: {...whole},
-  sort: 'Departure',
-  falling: true,
-  shown: [],
-  lines: []
-};
+const whole = {from: begins[0], to: ends[ends.length - 1]};
+const page = {object: null, instance: null, view: {...whole}, cursor: null,
+  sort: 'Departure', falling: true, shown: [], lines: []};
 
 const find = id => document.getElementById(id);
 const colour = name => getComputedStyle(document.documentElement).getPropertyValue(`--${name}`).trim();
 const clamp = (value, low, high) => Math.min(Math.max(value, low), high);
+const largest = (list, least = -Infinity) => list.reduce((a, b) => Math.max(a, b), least);
+const smallest = (list, most = Infinity) => list.reduce((a, b) => Math.min(a, b), most);
 const short = name => name.length > 60 ? `${name.slice(0, 60)}…` : name;
 
 function element(tag, attributes = {}, ...children) {
   const made = document.createElement(tag);
   for (const [name, value] of Object.entries(attributes)) {
-    if (typeof value === 'function')
-      made[name] = value;
-    else if (value !== null)
-      made.setAttribute(name, value);
+    if (typeof value === 'function') made[name] = value;
+    else if (value !== null) made.setAttribute(name, value);
   }
   made.append(...children);
   return made;
@@ -55,8 +45,8 @@ function text(value, {unit, rate} = page.object) {
   const steps = STEPS[unit] ?? PREFIXES;
   let step = 0;
   for (; Math.abs(value) >= 999.5 && step + 1 < steps.length; ++step) value /= 1000;
-  const digits =
-      Number(value.toPrecision(Math.abs(value) < 1000 ? 3 : 6)).toLocaleString('en', {maximumFractionDigits: 20});
+  const rounded = Number(value.toPrecision(Math.abs(value) < 1000 ? 3 : 6));
+  const digits = rounded.toLocaleString('en', {maximumFractionDigits: 20});
   const known = STEPS[unit] ? steps[step] : steps[step] + unit;
   return `${digits}${known && '\u202f'}${known}${rate ? '/s' : ''}`;
 }
@@ -65,18 +55,9 @@ const widths = value => value ? `${value < 10 ? value.toFixed(1) : Math.round(va
 function when(seconds, options) {
   return new Date(seconds * 1000).toLocaleString('en-GB', {timeZone: 'UTC', ...options});
 }
-const CLOCK = {
-  hour: '2-digit',
-  minute: '2-digit'
-};
-const FINE = {
-  ...CLOCK,
-  second: '2-digit'
-};
-const DAY = {
-  day: 'numeric',
-  month: 'short'
-};
+const CLOCK = {hour: '2-digit', minute: '2-digit'};
+const FINE = {...CLOCK, second: '2-digit'};
+const DAY = {day: 'numeric', month: 'short'};
 const inSeconds = ends.some(end => end % 60 !== 0) && whole.to - whole.from < 7200;
 const clock = seconds => when(seconds, inSeconds ? FINE : CLOCK);
 const time = seconds => whole.to - whole.from > 86400 ? `${when(seconds, DAY)} ${clock(seconds)}` : clock(seconds);
@@ -94,26 +75,16 @@ function load(object) {
   for (const instance of object.instances) {
     instance.learnt = instance.learnt?.map(value => value * factor);
     instance.at = [];
-    instance.rows = instance.rows.map(
-        ([interval, samples, points, range = -1, counts = [], below = 0, above = 0, outside = 0, resets = 0]) => {
-          const row = {
-            interval,
-            samples,
-            points: points.map(value => value * factor),
-            edges: object.ranges[range],
-            counts,
-            below,
-            above,
-            outside,
-            resets
-          };
-          if (points.length === 0) row.points = POINTS.map(point => quantile(parts([row]), point / 100));
-          instance.at[interval] = row;
-          return row;
-        });
-    instance.whole = totals(instance.rows);
+    for (const [i, values] of instance.rows.entries()) {
+      const [interval, samples, points, range, counts, below, above, outside, resets] = values;
+      const row = {interval, samples, points: points.map(value => value * factor), edges: object.ranges[range],
+        counts: counts ?? [], below: below ?? 0, above: above ?? 0, outside: outside ?? 0, resets: resets ?? 0};
+      if (points.length === 0) row.points = POINTS.map(point => quantile(parts([row]), point / 100));
+      instance.rows[i] = instance.at[interval] = row;
+    }
+    instance.whole = totals(object.since ? instance.rows.slice(-1) : instance.rows);
+    instance.outside = instance.rows.reduce((sum, row) => sum + row.outside, 0);
   }
-  object.spread = object.instances.some(instance => instance.rows.some(row => row.edges));
 }
 const middle = row => row.points[row.points.length >> 1];
 const around = (row, steps) => row.points[clamp((row.points.length >> 1) + steps, 0, row.points.length - 1)];
@@ -128,10 +99,8 @@ function eachPart(row, visit) {
   if (row.below) visit(Math.min(low, row.edges[0]), row.edges[0], row.below);
   let i = 0;
   for (const samples of row.counts) {
-    if (samples < 0)
-      i -= samples;
-    else
-      visit(row.edges[i], row.edges[++i], samples);
+    if (samples < 0) i -= samples;
+    else visit(row.edges[i], row.edges[++i], samples);
   }
   const last = row.edges[row.edges.length - 1];
   if (row.above) visit(last, Math.max(high, last), row.above);
@@ -142,47 +111,37 @@ function parts(rows) {
   for (const row of rows) {
     eachPart(row, (low, high, samples) => {
       const known = sums.get(low);
-      if (known && known[1] === high)
-        known[2] += samples;
-      else
-        sums.set(known ? Symbol() : low, [low, high, samples]);
+      if (known && known[1] === high) known[2] += samples;
+      else sums.set(known ? Symbol() : low, [low, high, samples]);
     });
   }
   return [...sums.values()];
 }
 
 // The value below which this share of the samples lies, if they are spread evenly over their parts.
-function quantile(
-    list, share, low = Math.min(...list.map(part => part[0])), high = Math.max(...list.map(part => part[1]))) {
+function quantile(list, share, low = smallest(list.map(part => part[0])), high = largest(list.map(part => part[1]))) {
   const samples = list.reduce((sum, part) => sum + part[2], 0);
   for (let i = 0; i < 50; ++i) {
     const value = (low + high) / 2;
     let below = 0;
-    for (const [first, last, n] of list)
+    for (const [first, last, n] of list) {
       below += value >= last ? n : value <= first ? 0 : n * (value - first) / (last - first);
-    if (below < share * samples)
-      low = value;
-    else
-      high = value;
+    }
+    if (below < share * samples) low = value;
+    else high = value;
   }
   return high;
 }
 
 function totals(rows) {
   const sum = member => rows.reduce((total, row) => total + row[member], 0);
-  const all = {
-    samples: sum('samples'),
-    beyond: sum('below') + sum('above'),
-    outside: sum('outside'),
-    resets: sum('resets'),
-    low: rows.length ? Math.min(...rows.map(least)) : NaN,
-    high: rows.length ? Math.max(...rows.map(most)) : NaN,
-    parts: parts(rows)
+  const all = {samples: sum('samples'), beyond: sum('below') + sum('above'), resets: sum('resets'), parts: parts(rows),
+    low: rows.length ? smallest(rows.map(least)) : NaN, high: rows.length ? largest(rows.map(most)) : NaN};
+  all.point = percent => {
+    if (rows.length === 1 && rows[0].points.length === POINTS.length) return rows[0].points[POINTS.indexOf(percent)];
+    if (percent === 0 || percent === 100) return percent ? all.high : all.low;
+    return all.parts.length ? quantile(all.parts, percent / 100, all.low, all.high) : NaN;
   };
-  all.point = share => share === 0 ? all.low :
-      share === 1                  ? all.high :
-      all.parts.length             ? quantile(all.parts, share, all.low, all.high) :
-                                     NaN;
   return all;
 }
 const visible = rows =>
@@ -197,20 +156,15 @@ const COLUMNS = [
   {name: 'Max', value: i => i.whole.high, show: text},
   {name: 'Min', value: i => i.whole.low, show: text, wide: true},
   {name: 'Samples', value: i => i.whole.samples, show: count, wide: true},
-  {
-    name: 'Beyond',
-    value: i => i.whole.beyond + i.whole.outside,
-    show: count,
-    wide: true,
-    title: 'Samples beyond the range of the buckets, or the learnt range'
-  },
+  {name: 'Beyond', value: i => i.whole.beyond + i.outside, show: count, wide: true,
+    title: 'Samples beyond the range of the buckets, or the learnt range'},
   {name: 'Resets', value: i => i.whole.resets, show: count, wide: true, title: 'Of the counter'},
 ];
 
 function sparkline(instance) {
   const svg = document.createElementNS('http://www.w3.org/2000/svg', 'svg');
-  const top = Math.max(...instance.rows.map(row => around(row, 1)), 0) || 1;
-  const bottom = Math.min(...instance.rows.map(row => around(row, -1)), 0);
+  const top = largest(instance.rows.map(row => around(row, 1)), 0) || 1;
+  const bottom = smallest(instance.rows.map(row => around(row, -1)), 0);
   const x = interval => ((ends[interval] + begins[interval]) / 2 - whole.from) / (whole.to - whole.from) * 200;
   const y = value => 23 - (value - bottom) / (top - bottom) * 21;
   const step = Math.ceil(instance.rows.length / 200);
@@ -219,15 +173,12 @@ function sparkline(instance) {
   const draw = (name, values) => {
     const path = document.createElementNS(svg.namespaceURI, 'path');
     path.setAttribute('class', name);
-    path.setAttribute(
-        'd', values.map(([at, value], i) => `${i ? 'L' : 'M'}${at.toFixed(1)} ${value.toFixed(1)}`).join(''));
+    path.setAttribute('d', 'M' + values.map(([at, value]) => `${at.toFixed(1)} ${value.toFixed(1)}`).join('L'));
     svg.append(path);
   };
   const along = (rows, value, pick) => rows.map(group => [x(group[0].interval), y(pick(...group.map(value)))]);
-  draw('band', [
-    ...along(groups, row => around(row, 1), Math.max),
-    ...along([...groups].reverse(), row => around(row, -1), Math.min)
-  ]);
+  draw('band', [...along(groups, row => around(row, 1), Math.max),
+    ...along([...groups].reverse(), row => around(row, -1), Math.min)]);
   draw('line', along(groups, middle, Math.max));
   if (instance.departure >= 1) draw('when', [[x(instance.departed), 0], [x(instance.departed), 24]]);
   svg.setAttribute('viewBox', '0 0 200 24');
@@ -239,46 +190,28 @@ function sparkline(instance) {
 function drawTable() {
   const {instances} = page.object;
   for (const instance of instances) {
-    instance.whole.median ??= instance.whole.point(0.5);
-    instance.whole.upper ??= instance.whole.point(0.9772);
+    instance.whole.median ??= instance.whole.point(50);
+    instance.whole.upper ??= instance.whole.point(97.72);
   }
   const column = COLUMNS.find(({name}) => name === page.sort);
   const wanted = find('find').value.toLowerCase();
   const list = instances.filter(({name}) => name.toLowerCase().includes(wanted));
   const order = column ? (a, b) => column.value(a) - column.value(b) :
-                         (a, b) => a.name.localeCompare(b.name, 'en', {numeric: true});
+    (a, b) => a.name.localeCompare(b.name, 'en', {numeric: true});
   list.sort((a, b) => page.falling ? order(b, a) : order(a, b));
-  const head = (name, attributes) => element(
-      'th', {
-        scope: 'col',
-        ...attributes,
-        'aria-sort': page.sort === name ? (page.falling ? 'descending' : 'ascending') : null
-      },
-      element(
-          'button', {
-            type: 'button',
-            onclick: () => {
-              page.falling = page.sort === name ? !page.falling : COLUMNS.some(other => other.name === name);
-              page.sort = name;
-              drawTable();
-            }
-          },
-          name === 'key' ? data.key || 'Instance' : name));
+  const direction = page.falling ? 'descending' : 'ascending';
+  const head = (name, attributes) => element('th',
+    {scope: 'col', 'aria-sort': page.sort === name ? direction : null, ...attributes},
+    element('button', {type: 'button', onclick: () => sortBy(name)}, name === 'key' ? data.key || 'instance' : name));
   const table = find('table');
-  table.tHead.replaceChildren(element(
-      'tr', {}, head('key'),
-      element('th', {scope: 'col', class: 'spark'}, element('span', {class: 'soft'}, 'Over time')),
-      ...COLUMNS.map(({name, wide, title = null}) => head(name, {class: wide ? 'wide' : '', title}))));
+  table.tHead.replaceChildren(element('tr', {}, head('key'), element('th', {scope: 'col', class: 'spark soft'}, 'Over time'),
+    ...COLUMNS.map(({name, wide, title = null}) => head(name, {class: wide ? 'wide' : '', title}))));
   page.shown = list.slice(0, MOST_ROWS);
-  page.lines = page.shown.map(
-      instance => element(
-          'tr', {onclick: () => choose(instance, true)},
-          element('th', {scope: 'row'}, element('button', {type: 'button'}, named(instance.name))),
-          element('td', {class: 'spark'}, instance.rows.length ? sparkline(instance) : ''),
-          ...COLUMNS.map(
-              ({value, show, wide}) => element(
-                  'td', {class: wide ? 'wide' : ''},
-                  Number.isNaN(value(instance)) ? '–' : show(value(instance))))));
+  page.lines = page.shown.map(instance => element('tr', {onclick: () => choose(instance, true)},
+    element('th', {scope: 'row'}, element('button', {type: 'button'}, named(instance.name))),
+    element('td', {class: 'spark'}, instance.rows.length ? sparkline(instance) : ''),
+    ...COLUMNS.map(({value, show, wide}) => element('td', {class: wide ? 'wide' : ''},
+      Number.isNaN(value(instance)) ? '–' : show(value(instance))))));
   page.shown.forEach(({departure}, i) => page.lines[i].children[2].classList.toggle('high', departure >= 1));
   table.tBodies[0].replaceChildren(...page.lines);
   markChosen();
@@ -288,13 +221,19 @@ function drawTable() {
   find('more').textContent = `The first ${MOST_ROWS} are shown.`;
 }
 
+function sortBy(name) {
+  page.falling = page.sort === name ? !page.falling : COLUMNS.some(column => column.name === name);
+  page.sort = name;
+  drawTable();
+}
+
 function markChosen() {
   const chosen = page.shown.indexOf(page.instance);
   page.lines.forEach((line, i) => {
     const button = line.querySelector('button');
     line.classList.toggle('chosen', i === chosen);
     button.setAttribute('aria-pressed', i === chosen);
-    button.tabIndex = i === Math.max(chosen, 0) ? 0 : -1;  // the arrows lead to the others
+    button.tabIndex = i === Math.max(chosen, 0) ? 0 : -1; // the arrows lead to the others
   });
 }
 
@@ -333,20 +272,17 @@ function choose(instance, isClick = false) {
 
 function drawFacts() {
   const {instance, object} = page;
-  const {samples, beyond, outside, resets} = instance.whole;
+  const {samples, beyond, resets} = instance.whole;
   const facts = {
-    Departure: instance.departure ? `${widths(instance.departure)} at ${time(ends[instance.departed])}` :
-                                    'not known yet',
+    Departure: instance.departure ? `${widths(instance.departure)} at ${time(ends[instance.departed])}` : 'not known yet',
     Samples: count(samples),
     'Beyond the range': beyond ? `${count(beyond)} (${(beyond / samples * 100).toPrecision(2)} %)` : null,
     'Learnt range': instance.learnt ? instance.learnt.map(value => text(value)).join(' to ') : null,
-    'Beyond the learnt': instance.learnt ? count(outside) : null,
+    'Beyond the learnt': instance.learnt ? count(instance.outside) : null,
     Resets: resets || null,
   };
-  find('facts').replaceChildren(
-      ...Object.entries(facts)
-          .filter(([, value]) => value !== null)
-          .map(([name, value]) => element('div', {}, element('dt', {}, name), element('dd', {}, value))));
+  find('facts').replaceChildren(...Object.entries(facts).filter(([, value]) => value !== null)
+    .map(([name, value]) => element('div', {}, element('dt', {}, name), element('dd', {}, value))));
   find('chosen').replaceChildren(named(instance.name), ` · ${short(object.name)}`);
 }
 
@@ -357,14 +293,11 @@ function labels(points) {
 function drawNumbers() {
   if (!find('numbers').open) return;
   const rows = visible(page.instance.rows);
-  const row = (tag, cells) =>
-      element('tr', {}, ...cells.map(cell => element(tag, tag === 'th' ? {scope: 'col'} : {}, cell)));
+  const line = (tag, cells) => element('tr', {}, ...cells.map(cell => element(tag, {}, cell)));
   find('numbers').querySelector('table').replaceChildren(
-      element('thead', {}, row('th', ['Until', 'Samples', ...labels(rows[0]?.points ?? []), 'Beyond', 'Resets'])),
-      element('tbody', {}, ...rows.map(({interval, samples, points, below, above, outside, resets}) => row('td', [
-                                         time(ends[interval]), count(samples), ...points.map(value => text(value)),
-                                         below + above + outside, resets
-                                       ]))));
+    element('thead', {}, line('th', ['Until', 'Samples', ...labels(rows[0]?.points ?? []), 'Beyond', 'Resets'])),
+    element('tbody', {}, ...rows.map(row => line('td', [time(ends[row.interval]), count(row.samples),
+      ...row.points.map(value => text(value)), row.below + row.above + row.outside, row.resets]))));
 }
 
 function begin() {
@@ -372,34 +305,25 @@ function begin() {
   find('title').textContent = data.title;
   if (!data.objects.some(object => object.instances.length)) {
     find('period').textContent = 'There are no samples.';
-    document.querySelectorAll('main, footer, details').forEach(part => {
-      part.hidden = true;
-    });
+    for (const part of document.querySelectorAll('main, footer, details')) part.hidden = true;
     return;
   }
   const full = {...DAY, year: 'numeric', ...CLOCK};
-  const length = Math.max(...data.intervals.slice(0, 2).map(interval => interval[1]));
-  const lengths = length % 3600 === 0 ? `${length / 3600} h` :
-      length % 60 === 0 ? `${length / 60} min` :
-                          `${length} s`;
+  const length = largest(data.intervals.map(interval => interval[1]));
+  const [amount, unit] = length % 3600 === 0 ? [length / 3600, 'h'] : length % 60 === 0 ? [length / 60, 'min'] : [length, 's'];
   find('period').textContent = `${when(whole.from, full)} to ${when(whole.to, full)} UTC, ` +
-      `${count(ends.length)} interval${ends.length === 1 ? '' : 's'} of ${lengths}`;
-  find('objects').replaceChildren(...data.objects.map(
-      object => element('button', {type: 'button', onclick: () => open(object)}, named(object.name))));
-  data.objects.forEach((object, i) => {
-    find('objects').children[i].object = object;
-  });
+      `${count(ends.length)} interval${ends.length === 1 ? '' : 's'} of ${amount} ${unit}`;
+  find('objects').append(...data.objects.map(object =>
+    Object.assign(element('button', {type: 'button'}, named(object.name)), {object, onclick: () => open(object)})));
   find('objects').hidden = data.objects.length === 1;
   const far = data.objects.flatMap(object => object.instances.map(instance => ({object, instance})))
-                  .filter(({instance}) => instance.departure >= 1)
-                  .sort((a, b) => b.instance.departure - a.instance.departure)
-                  .slice(0, 3);
+    .filter(({instance}) => instance.departure >= 1)
+    .sort((a, b) => b.instance.departure - a.instance.departure).slice(0, 3);
   find('first').hidden = far.length === 0;
-  find('first').append(...far.map(
-      ({object, instance}) => element(
-          'button', {type: 'button', onclick: () => open(object, instance)}, named(instance.name),
-          data.objects.length > 1 ? ` ${short(object.name)}` : '',
-          ` ${widths(instance.departure)} at ${time(ends[instance.departed])}`)));
+  find('first').append(...far.map(({object, instance}) => element('button',
+    {type: 'button', onclick: () => open(object, instance)}, named(instance.name),
+    data.objects.length > 1 ? ` ${short(object.name)}` : '',
+    ` ${widths(instance.departure)} at ${time(ends[instance.departed])}`)));
   find('find').oninput = drawTable;
   find('extremes').onchange = drawCharts;
   find('reset').onclick = () => zoom(whole.from, whole.to);
@@ -408,14 +332,9 @@ function begin() {
   document.querySelectorAll('.time').forEach(watch);
   for (const query of ['print', '(prefers-color-scheme: dark)']) matchMedia(query).onchange = drawCharts;
   const [object, instance] = location.hash.slice(1).split('/').map(name => {
-    try {
-      return decodeURIComponent(name);
-    } catch {
-      return '';
-    }
+    try { return decodeURIComponent(name); } catch { return ''; }
   });
-  const known =
-      data.objects.find(({name}) => name === object) ?? data.objects.find(({instances}) => instances.length);
+  const known = data.objects.find(({name}) => name === object) ?? data.objects.find(({instances}) => instances.length);
   open(known, known.instances.find(({name}) => name === instance));
   if (data.refresh) setTimeout(() => location.reload(), data.refresh * 1000);
 }
