@@ -48,7 +48,8 @@ constexpr const char *kReplayFooter =
     "\nPoll file: a line time,KEY,NAME[:TYPE],... and then a line per row of each poll:\n"
     "seconds since 1970, key, values. TYPE is i32, u32, i64 or u64 (the default). An empty\n"
     "value is none; a new time begins a new poll; times do not go back. A signal (SIGINT,\n"
-    "SIGTERM, SIGHUP) ends the run as a failure; what was counted is written first.\n"
+    "SIGTERM, SIGHUP) ends the run as a failure; what was counted is written first. A second\n"
+    "one ends it at once.\n"
     "\n"
     "Example: summaries and percentiles of two counters for every 6 polls, and a report:\n"
     "  zorstat replay polls.csv --cumulative all --objects rx_bytes,tx_bytes \\\n"
@@ -56,6 +57,7 @@ constexpr const char *kReplayFooter =
 
 constexpr const char *kLiveFooter =
     "\nA signal (SIGINT, SIGTERM, SIGHUP) ends the run; what was collected is written first.\n"
+    "A second one ends it at once.\n"
     "All columns are counters, whose samples are the differences from poll to poll, except\n"
     "the gauge in_flight of disk.\n"
     "\n"

@@ -16,6 +16,7 @@ namespace zorstat {
 namespace {
 
 constexpr std::string_view kSpace = " \t";
+constexpr size_t kLargestFile = size_t{64} * 1024 * 1024;  // 300,000 interfaces
 
 // Takes the next word off the line; empty at its end.
 std::string_view TakeWord(std::string_view *line) {
@@ -47,7 +48,7 @@ bool TakeDevice(std::string_view *line, std::string_view *key) {
 // "cpu  1 2 3", "cpu0 1 2 3"; lines of other words follow.
 bool TakeCpu(std::string_view *line, std::string_view *key) {
   *key = TakeWord(line);
-  return key->substr(0, 3) == "cpu";
+  return key->starts_with("cpu") && key->find_first_not_of("0123456789", 3) == std::string_view::npos;
 }
 
 // Units of what a poll interval has brought.
@@ -135,7 +136,7 @@ ProcTable::ProcTable(std::string_view kind, const std::string &root) {
 }
 
 void ProcTable::Read(Poll *poll) {
-  ReadFile(path_, &text_);
+  ReadFile(path_, kLargestFile, &text_);
   Parse(text_, poll);
 }
 

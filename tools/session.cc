@@ -1,5 +1,9 @@
 #include "session.h"
 
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <chrono>
 #include <optional>
 #include <string>
 #include <vector>
@@ -67,6 +71,31 @@ class Counting {
   std::string unwanted_;
 };
 
+// The times of a poll file, which cannot go back. Where the clock was set back they go on as far as time has, so
+// that polls stay as far apart as they were taken.
+class RisingTime {
+ public:
+  int64_t Of(int64_t clock) {
+    const Clock::time_point now = Clock::now();
+    if (last_ && clock <= *last_) {
+      const auto passed = std::chrono::round<std::chrono::seconds>(now - taken_).count();
+      clock = *last_ + std::max<int64_t>(passed, 1);
+      ++went_on_;
+    }
+    last_ = clock;
+    taken_ = now;
+    return clock;
+  }
+  uint64_t went_on() const { return went_on_; }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  std::optional<int64_t> last_;
+  Clock::time_point taken_;
+  uint64_t went_on_ = 0;
+};
+
 }  // namespace
 
 void Count(Source *source, const Settings &settings, const std::string &default_dg, const std::string &output,
@@ -120,12 +149,17 @@ void Record(Source *source, const std::string &output) {
   Output file(output);
   std::string lines = PollFileHeader(source->table());
   Poll poll;
+  RisingTime time;
   while (source->Next(&poll)) {
+    poll.time = time.Of(poll.time);
     AppendPollLines(source->table(), poll, &lines);
     WriteOut(&lines, &file);
     file.Publish();
   }
   file.Close();
+  if (time.went_on() != 0) {
+    Complain(fmt::format("the clock was set back: times went on without it in {} polls", time.went_on()));
+  }
 }
 
 }  // namespace zorstat

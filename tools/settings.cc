@@ -22,6 +22,7 @@ namespace zorstat {
 namespace {
 
 constexpr std::uint32_t kDefaultBuckets = 100;
+constexpr std::uint32_t kDefaultEdges = 20;
 constexpr std::uint16_t kDefaultStatistics = ZOR_PROCESS_FLAG_SUMMARY | ZOR_PROCESS_FLAG_PERCENTILE;
 constexpr std::uint16_t kBaseline = ZOR_PROCESS_FLAG_BASELINE;
 constexpr std::uint16_t kAllButBaseline = ZOR_PROCESS_FLAGS_ALL & ~ZOR_PROCESS_FLAG_BASELINE;
@@ -119,6 +120,8 @@ ObjectPlan PlanObject(const Settings &settings, const Settings &object, const Co
   plan.statistics = statistics;
   const auto &buckets = FirstSet(object.buckets, settings.buckets);
   plan.buckets = buckets ? buckets->value : kDefaultBuckets;
+  const auto &edges = FirstSet(object.edges, settings.edges);
+  plan.edges = edges ? edges->value : kDefaultEdges;
   plan.values = ValuesOf(settings, object, column);
   plan.unit = UnitOf(settings, object, column, plan.values);
   if (const auto &instances = FirstSet(object.instances, settings.instances)) plan.instances = instances->value;
@@ -238,6 +241,24 @@ Values ReadResets(const Given &given) {
   Refuse(given.where, given.text(), "detect or ignore");
 }
 
+std::string ReadAddress(const Given &given) {
+  const std::string &text = given.text();
+  const std::size_t colon = std::min(text.rfind(':'), text.size());
+  const std::string_view host = std::string_view(text).substr(0, colon);
+  const auto port = ParseNumber<std::uint16_t>(std::string_view(text).substr(std::min(colon + 1, text.size())));
+  const bool is_bracketed = host.size() > 2 && host.front() == '[' && host.back() == ']';
+  const bool is_host = is_bracketed || (!host.empty() && host.find_first_of("[:],") == std::string_view::npos);
+  if (!is_host || !port || *port == 0) {
+    Refuse(given.where, text, "HOST:PORT, as in 127.0.0.1:9777 or [::1]:9777");
+  }
+  return text;
+}
+
+std::string ReadPromFile(const Given &given) {
+  if (!given.text().ends_with(".prom")) Refuse(given.where, given.text(), "a name that ends in .prom");
+  return given.text();
+}
+
 bool ReadTruth(const Given &given) { return given.text() == "true"; }
 NameList ReadAllOrNone(const Given &given) { return ReadTruth(given) ? NameList{"all"} : NameList{}; }
 std::string ReadText(const Given &given) { return given.text(); }
@@ -347,13 +368,27 @@ constexpr SettingRow kSettings[] = {
     {"config", "FILE", "settings in TOML", kText, SetPlain<&Settings::config, ReadText>, kCounting},
     {"unit", "", "", kText, Set<&Settings::unit, ReadUnit>, kTopLevel | kObject},
     {"per", "", "", kText, Set<&Settings::per_second, ReadPer>, kTopLevel | kObject},
-    {"output", "FILE", "write records to this file (default: standard output)", kText,
+    {"output", "FILE", "write to this file (default: standard output)", kText,
      SetPlain<&Settings::output, ReadText>, kCounting, 'o'},
     {"format", "FORMAT",
      "what to write: records, table, csv or jsonl (default:\ntable on a terminal, else records)", kText,
      Set<&Settings::format, ReadFormat>, kForAll},
-    {"host", "NAME", "in the lines of csv and jsonl (default: that of this host)", kText,
-     Set<&Settings::host, ReadName>, kForAll},
+    {"host", "NAME", "host in csv and jsonl (default: the name of this one)", kText, Set<&Settings::host, ReadName>,
+     kForAll},
+    {"listen", "HOST:PORT",
+     "serve metrics to Prometheus at http://HOST:PORT/metrics;\n"
+     "quantiles are those of an interval: give --clear, too",
+     kText, Set<&Settings::listen, ReadAddress>, kLive},
+    {"prometheus", "FILE",
+     "write these metrics to a file, NAME.prom, for the textfile\n"
+     "collector of node_exporter, after each poll",
+     kText, Set<&Settings::prometheus, ReadPromFile>, kLive},
+    {"prometheus", "FILE",
+     "write metrics for Prometheus to a file, NAME.prom, at the\n"
+     "end",
+     kText, Set<&Settings::prometheus, ReadPromFile>, kReplay},
+    {"edges", "N", "upper bounds of a histogram of these metrics, at most its\nbuckets (default: 20)", kInteger,
+     Set<&Settings::edges, ReadCount<1, kLargestCount>>, kForAll | kObject},
     {"sqlite", "FILE", "keep the intervals in this database, for 'zorstat query'", kText,
      SetPlain<&Settings::sqlite, ReadText>, kCounting},
     {"output", "FILE", "poll file (default: standard output)", kText, SetPlain<&Settings::output, ReadText>,

@@ -43,6 +43,7 @@ struct Settings {
   OptionalSetting<Interval> clear;  // for a baseline, of samples
   OptionalSetting<NameList> instances;
   OptionalSetting<NameList> cumulative;  // columns, in order; {"all"}: every one
+  OptionalSetting<std::uint32_t> edges;  // upper bounds of a histogram
   OptionalSetting<Values> resets;        // how counters are read: whether resets are told from wraps
 
   OptionalSetting<Unit> unit;  // but for per_second
@@ -55,6 +56,8 @@ struct Settings {
   OptionalSetting<std::uint32_t> percentile;  // whole percent
   OptionalSetting<std::uint32_t> count;       // polls
   OptionalSetting<std::uint32_t> expire;      // intervals; 0: never
+  OptionalSetting<std::string> listen;        // HOST:PORT
+  OptionalSetting<std::string> prometheus;    // file
   bool headers = false;
   bool report = false;
   double outside = 0.1;  // per cent of the samples that a suggested range may leave out
@@ -133,6 +136,7 @@ struct ObjectPlan {
   std::optional<NameList> instances;
   OptionalSetting<Interval> clear;
   Unit unit = {};  // of samples, for people
+  std::uint32_t edges = 0;
 };
 
 inline Format FormatOf(const Settings &settings) {

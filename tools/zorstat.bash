@@ -18,6 +18,7 @@ _zorstat() {
       ;;
     --cumulative,*) candidates=all ;;
     --resets,*) candidates='detect ignore' ;;
+    --format,*) candidates='records table csv jsonl' ;;
     --config,*) _filedir toml ;;
     -o,* | -*,*"$prev FILE"*) _filedir ;;
     -*,*"$prev DIR"*) _filedir -d ;;

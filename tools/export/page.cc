@@ -248,7 +248,8 @@ void Page::AppendInstance(const Instance &instance, const Departure &departure, 
 
 PageFrame::PageFrame() {
   try {
-    ReadFile(ZOR_CHART_JS, &charts_);
+    constexpr std::size_t kLargest = std::size_t{16} << 20;
+    ReadFile(ZOR_CHART_JS, kLargest, &charts_);
   } catch (const Error &error) {
     throw Error(fmt::format("{} (Debian package libjs-chart.js)", error.what()));
   }
