@@ -98,12 +98,10 @@ void Database::Fail(int code) const {
     case SQLITE_CANTOPEN:
       throw Error(fmt::format("{}: cannot open: {}", path_, ErrnoText(error ? error : ENOENT)));
     case SQLITE_IOERR:
-      if (error != 0) throw Error(fmt::format("{}: cannot read or write: {}", path_, ErrnoText(error)));
-      break;
+      throw Error(fmt::format("{}: cannot read or write: {}", path_, ErrnoText(error ? error : EIO)));
     default:
-      break;
+      throw Error(fmt::format("{}: {}", path_, sqlite3_errmsg(handle_.get())));
   }
-  throw Error(fmt::format("{}: {}", path_, sqlite3_errmsg(handle_.get())));
 }
 
 Statement::Statement(const Database &database, const char *text) : database_(&database) {

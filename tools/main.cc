@@ -80,7 +80,7 @@ constexpr const char *kSuggestFooter =
     "  zorstat replay polls.csv --config polls.toml\n";
 
 constexpr const char *kQueryFooter =
-    "\nFILE is a database that --sqlite keeps, or JSON Lines that --format jsonl writes; an\n"
+    "FILE is a database that --sqlite keeps, or JSON Lines that --format jsonl writes; an\n"
     "interval that is in several of them counts once. Percentiles are those of all samples\n"
     "together: buckets are added, where ranges and buckets are the same; others stand apart.\n"
     "Times are local ones; TIME is a day or a time of day as in 2026-11-22 or\n"
