@@ -53,16 +53,18 @@ const upper = rows => largest(rows.map(row => around(row, 2)), 0);
 
 // The fan: each interval's points, those of the same distance from the median in the same shade.
 
+const joins = (row, next) => row && next && begins[next.interval] - ends[row.interval] < (ends[row.interval] - begins[row.interval]) / 2;
+
 function fanPoints(rows, point) {
   const list = [];
   const isWide = rows.length < 60; // then each interval is a step
   rows.forEach((row, i) => {
     const y = row.points[point];
     const x = [begins[row.interval], ends[row.interval]];
-    if (rows[i - 1]?.interval !== row.interval - 1) list.push({x: x[0], y: NaN});
-    if (isWide || rows[i - 1]?.interval !== row.interval - 1) list.push({x: x[0], y});
+    if (!joins(rows[i - 1], row)) list.push({x: x[0], y: NaN});
+    if (isWide || !joins(rows[i - 1], row)) list.push({x: x[0], y});
     list.push({x: (x[0] + x[1]) / 2, y});
-    if (isWide || rows[i + 1]?.interval !== row.interval + 1) list.push({x: x[1], y});
+    if (isWide || !joins(row, rows[i + 1])) list.push({x: x[1], y});
   });
   return list;
 }
@@ -117,11 +119,11 @@ function drawLegend(count) {
 
 function heatCells(rows, area, x, y) {
   const height = Math.max(1, Math.round(area.height / 2));
-  const every = Math.max(1, Math.ceil((page.view.to - page.view.from) / (area.width / 2) / (ends[0] - begins[0])));
+  const seconds = typical * Math.max(1, Math.ceil((page.view.to - page.view.from) / (area.width / 2) / typical)); // of a column
   const cell = value => (value - y.min) / (y.max - y.min) * height;
   const columns = new Map();
   for (const row of rows) {
-    const column = Math.floor(row.interval / every);
+    const column = Math.floor((begins[row.interval] - whole.from) / seconds + 0.5 / (seconds / typical));
     if (!columns.has(column)) columns.set(column, new Float32Array(height));
     const cells = columns.get(column);
     eachPart(row, (low, high, samples) => {
@@ -132,7 +134,7 @@ function heatCells(rows, area, x, y) {
       }
     });
   }
-  return {columns, every, height};
+  return {columns, seconds, height};
 }
 
 function heatColours() {
@@ -147,7 +149,7 @@ function heatColours() {
 function drawHeat(id, label, rows, usual) {
   const colours = heatColours();
   const paint = ({ctx, chartArea: area, scales: {x, y}}) => {
-    const {columns, every, height} = heatCells(rows, area, x, y);
+    const {columns, seconds, height} = heatCells(rows, area, x, y);
     let top = 0;
     for (const cells of columns.values()) for (const value of cells) top = Math.max(top, value);
     ctx.save();
@@ -155,8 +157,8 @@ function drawHeat(id, label, rows, usual) {
     ctx.rect(area.left, area.top, area.width, area.height);
     ctx.clip();
     for (const [column, cells] of columns) {
-      const left = Math.round(x.getPixelForValue(begins[column * every]));
-      const right = Math.round(x.getPixelForValue(ends[Math.min((column + 1) * every, ends.length) - 1]));
+      const left = Math.round(x.getPixelForValue(whole.from + column * seconds));
+      const right = Math.round(x.getPixelForValue(whole.from + (column + 1) * seconds));
       cells.forEach((value, i) => {
         if (value < 1e-3) return;
         ctx.fillStyle = colours[Math.min(63, Math.floor(Math.sqrt(value / top) * 64))];
@@ -248,7 +250,7 @@ function drawCharts() {
 }
 
 function zoom(from, to) {
-  const length = clamp(to - from, Math.min(ends[0] - begins[0], whole.to - whole.from), whole.to - whole.from);
+  const length = clamp(to - from, Math.min(typical, whole.to - whole.from), whole.to - whole.from);
   const start = clamp(from, whole.from, whole.to - length);
   page.view = {from: start, to: start + length};
   drawCharts();

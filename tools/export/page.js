@@ -7,6 +7,7 @@ const data = JSON.parse(document.getElementById('data').textContent);
 const ends = data.intervals.map(interval => interval[0]);
 const begins = data.intervals.map(interval => interval[0] - interval[1]);
 const whole = {from: begins[0], to: ends[ends.length - 1]};
+const typical = data.intervals.reduce((longest, interval) => Math.max(longest, interval[1]), 1); // seconds
 const page = {object: null, instance: null, view: {...whole}, cursor: null,
   sort: 'Departure', falling: true, shown: [], lines: []};
 
@@ -309,8 +310,8 @@ function begin() {
     return;
   }
   const full = {...DAY, year: 'numeric', ...CLOCK};
-  const length = largest(data.intervals.map(interval => interval[1]));
-  const [amount, unit] = length % 3600 === 0 ? [length / 3600, 'h'] : length % 60 === 0 ? [length / 60, 'min'] : [length, 's'];
+  const [amount, unit] = typical % 3600 === 0 ? [typical / 3600, 'h'] :
+    typical % 60 === 0 ? [typical / 60, 'min'] : [typical, 's'];
   find('period').textContent = `${when(whole.from, full)} to ${when(whole.to, full)} UTC, ` +
       `${count(ends.length)} interval${ends.length === 1 ? '' : 's'} of ${amount} ${unit}`;
   find('objects').append(...data.objects.map(object =>
