@@ -4,17 +4,14 @@
 const charts = {};
 const TIME_STEPS = [10, 30, 60, 300, 600, 1800, 3600, 7200, 10800, 21600, 43200, 86400, 172800, 604800, 2592000];
 
-const NO_BUCKETS = () => page.object.since ? 'A baseline alone: these are the points since it has learnt.' :
-  'No distribution is kept: a range makes its buckets.';
-
 function show(id, label, config) {
   charts[id]?.destroy();
   const canvas = element('canvas', {role: 'img', 'aria-label': label});
-  find(id).replaceChildren(canvas, element('div', {class: 'cursor', hidden: ''}), element('div', {class: 'span', hidden: ''}));
+  find(id).replaceChildren(canvas, ...['cursor', 'span'].map(name => element('div', {class: name, hidden: ''})));
   find(id).setAttribute('aria-label', label);
-  const options = {animation: false, parsing: false, normalized: true, maintainAspectRatio: false, events: [], layout: {padding: {right: 12, top: 4}},
-    elements: {point: {radius: 0}, line: {borderWidth: 0}}, ...config.options,
-    plugins: {legend: {display: false}, tooltip: {enabled: false}}};
+  const options = {animation: false, parsing: false, normalized: true, maintainAspectRatio: false, events: [],
+    layout: {padding: {right: 12, top: 4}}, elements: {point: {radius: 0}, line: {borderWidth: 0}},
+    plugins: {legend: {display: false}, tooltip: {enabled: false}}, ...config.options};
   charts[id] = new Chart(canvas, {...config, options});
 }
 
@@ -23,6 +20,9 @@ function note(id, words) {
   delete charts[id];
   find(id).replaceChildren(element('p', {class: 'note'}, words));
 }
+
+const why = () => page.object.since ? 'A baseline alone: the points are those since it has learnt.' :
+  'No distribution is kept: a range makes its buckets.';
 
 const axis = more => ({type: 'linear', grid: {color: colour('line')}, ...more,
   ticks: {color: colour('soft'), maxRotation: 0, font: {size: 11}, ...more.ticks}});
@@ -36,7 +36,7 @@ function timeAxis() {
       scale.ticks = [];
       for (let t = Math.ceil(scale.min / step) * step; t <= scale.max; t += step) scale.ticks.push({value: t});
     },
-    ticks: {autoSkip: false, callback: t => t % 86400 === 0 ? when(t, DAY) : step < 60 ? when(t, FINE) : when(t, CLOCK)}});
+    ticks: {autoSkip: false, callback: t => when(t, t % 86400 === 0 ? DAY : step < 60 ? FINE : CLOCK)}});
 }
 
 // Values of the rows. Where extremes are not asked for and would press the others flat, what is above `usual` is
@@ -53,7 +53,7 @@ const upper = rows => largest(rows.map(row => around(row, 2)), 0);
 
 // The fan: each interval's points, those of the same distance from the median in the same shade.
 
-const joins = (row, next) => row && next && begins[next.interval] - ends[row.interval] < (ends[row.interval] - begins[row.interval]) / 2;
+const joins = (row, next) => row && next && begins[next.interval] - ends[row.interval] < typical / 2;
 
 function fanPoints(rows, point) {
   const list = [];
@@ -100,26 +100,27 @@ function drawFan(rows) {
     ctx.restore();
   };
   show('fan', `Percentiles of ${short(instance.name)} over time`, {type: 'line', data: {datasets},
-    plugins: [{id: 'lines', afterDatasetsDraw: lines}], options: {scales: {x: timeAxis(), y: valueAxis(rows, upper(rows))}}});
+    plugins: [{id: 'lines', afterDatasetsDraw: lines}],
+    options: {scales: {x: timeAxis(), y: valueAxis(rows, upper(rows))}}});
   drawLegend(count);
 }
 
 function drawLegend(count) {
-  const swatch = (name, label, height = '') => element('span', {}, Object.assign(element('i'),
-    {style: `background:var(--${name});${height}`}), label);
-  const bands = ['15.87–84.13 %', '2.28–97.72 %', '0.13–99.87 %', '0–100 %'].map((label, i) => swatch(`fan${i}`, label));
-  const line = 'height:2px;vertical-align:middle';
-  find('legend').replaceChildren(
-    ...(count === 3 ? [swatch('median', 'average', line), swatch('fan2', 'minimum to maximum')] : [swatch('median', 'median', line), ...bands]),
-    ...(page.instance.learnt ? [swatch('learnt', 'learnt range', line)] : []),
-    ...(page.instance.departure >= 1 ? [swatch('mark', 'departure', line)] : []));
+  const swatch = (name, label, line = '') =>
+    element('span', {}, element('i', {class: line, style: `background:var(--${name})`}), label);
+  const bands = ['15.87–84.13 %', '2.28–97.72 %', '0.13–99.87 %', '0–100 %'];
+  find('legend').replaceChildren(swatch('median', count === 3 ? 'average' : 'median', 'line'),
+    ...(count === 3 ? [swatch('fan2', 'minimum to maximum')] : bands.map((label, i) => swatch(`fan${i}`, label))),
+    ...(page.instance.learnt ? [swatch('learnt', 'learnt range', 'line')] : []),
+    ...(page.instance.departure >= 1 ? [swatch('mark', 'departure', 'line')] : []));
 }
 
 // A heat map: samples by time and value. A bucket's samples are spread over the cells that it covers.
 
 function heatCells(rows, area, x, y) {
   const height = Math.max(1, Math.round(area.height / 2));
-  const seconds = typical * Math.max(1, Math.ceil((page.view.to - page.view.from) / (area.width / 2) / typical)); // of a column
+  const fit = (page.view.to - page.view.from) / (area.width / 2);
+  const seconds = typical * Math.max(1, Math.ceil(fit / typical)); // of a column
   const cell = value => (value - y.min) / (y.max - y.min) * height;
   const columns = new Map();
   for (const row of rows) {
@@ -176,9 +177,9 @@ function drawHeat(id, label, rows, usual) {
 
 function drawSpread(sums, usual) {
   const marks = POINTS.map(point => [point, sums.point(point)]);
-  find('points').tBodies[0].replaceChildren(...marks.filter(([, value]) => !Number.isNaN(value)).map(([point, value]) =>
-    element('tr', {}, element('td', {}, point), element('td', {}, text(value)))));
-  if (!sums.parts.length) return note('spread', NO_BUCKETS());
+  find('points').tBodies[0].replaceChildren(...marks.filter(([, value]) => !Number.isNaN(value))
+    .map(([point, value]) => element('tr', {}, element('td', {}, point), element('td', {}, text(value)))));
+  if (!sums.parts.length) return note('spread', why());
   const end = find('extremes').checked || sums.high <= 2 * usual ? sums.high : usual * 1.25;
   const bins = clamp(sums.parts.length, 20, 80);
   const width = (end - sums.low) / bins || 1;
@@ -190,7 +191,8 @@ function drawSpread(sums, usual) {
       shares[i] += samples / sums.samples * 100 * (Math.min(i + 1, to) - Math.max(i, from)) / (to - from);
     }
   }
-  const points = Array.from({length: bins + 1}, (_, i) => ({x: sums.low + i * width, y: shares[Math.min(i, bins - 1)]}));
+  const points = Array.from({length: bins + 1}, (_, i) =>
+    ({x: sums.low + i * width, y: shares[Math.min(i, bins - 1)]}));
   const lines = ({ctx, chartArea: area, scales: {x}}) => {
     ctx.save();
     ctx.font = '11px system-ui, sans-serif';
@@ -209,11 +211,13 @@ function drawSpread(sums, usual) {
     }
     ctx.restore();
   };
-  show('spread', `Distribution of ${short(page.instance.name)}`, {type: 'line', plugins: [{id: 'points', afterDatasetsDraw: lines}],
+  show('spread', `Distribution of ${short(page.instance.name)}`, {type: 'line',
+    plugins: [{id: 'points', afterDatasetsDraw: lines}],
     data: {datasets: [{data: points, stepped: 'before', fill: 'origin', backgroundColor: colour('fan1'),
       borderColor: colour('fan0'), borderWidth: 1}]},
     options: {layout: {padding: {top: 16, right: 12}}, scales: {
-      x: axis({min: sums.low, max: sums.low + width * bins, ticks: {maxTicksLimit: 8, callback: value => text(value)}}),
+      x: axis({min: sums.low, max: end > sums.low ? end : sums.low + width * bins,
+        ticks: {maxTicksLimit: 8, callback: value => text(value)}}),
       y: axis({min: 0, ticks: {maxTicksLimit: 6, callback: value => `${Number(value.toPrecision(3))} %`}})}}});
 }
 
@@ -231,17 +235,19 @@ function drawChosen() {
     return;
   }
   drawFan(rows);
-  if (rows.some(row => row.edges)) drawHeat('heat', `Distribution of ${short(page.instance.name)} over time`, rows, upper(rows));
-  else note('heat', NO_BUCKETS());
+  find('heat').hidden = !rows.some(row => row.edges);
+  const label = `Distribution of ${short(page.instance.name)} over time`;
+  if (!find('heat').hidden) drawHeat('heat', label, rows, upper(rows));
   drawSpread(totals(page.object.since ? rows.slice(-1) : rows), upper(rows));
 }
 
 function drawAll() {
-  find('together').hidden = page.object.instances.length === 1;
   const rows = visible(page.object.instances.flatMap(instance => instance.rows)).filter(row => row.edges);
   const uppers = rows.map(row => around(row, 2)).sort((a, b) => a - b);
-  if (rows.length === 0) note('all', NO_BUCKETS());
-  else drawHeat('all', `Distribution of all instances of ${short(page.object.name)} over time`, rows, uppers[Math.floor(uppers.length * 0.995)]);
+  find('together').hidden = rows.length === 0 || page.object.instances.length === 1;
+  if (find('together').hidden) return;
+  drawHeat('all', `Distribution of all instances of ${short(page.object.name)} over time`, rows,
+    uppers[Math.floor(uppers.length * 0.995)]); // those that are far above are cut off
 }
 
 function drawCharts() {
@@ -262,21 +268,24 @@ function lines(id, interval, value) {
   const head = `${time(begins[interval])} – ${time(ends[interval])}`;
   const holds = row => {
     let found = 0;
-    if (row && value !== undefined) eachPart(row, (low, high, samples) => { if (low <= value && value < high) found += samples; });
+    if (row) eachPart(row, (low, high, samples) => { found += low <= value && value < high ? samples : 0; });
     return found;
   };
   if (id === 'all') {
     const there = page.object.instances.map(instance => ({instance, samples: holds(instance.at[interval])}))
       .filter(({samples}) => samples).sort((a, b) => b.samples - a.samples);
-    const names = there.slice(0, 5).map(({instance, samples}) => `${samples} of ${short(instance.name)}`);
-    return {there, words: [head, value === undefined ? '' : `about ${text(value)}: ${names.length ? '' : 'no samples'}`, ...names,
-      there.length > 5 ? `and ${there.length - 5} more` : ''].filter(Boolean)};
+    const words = [head];
+    if (value !== undefined) words.push(`about ${text(value)}: ${there.length ? '' : 'no samples'}`);
+    words.push(...there.slice(0, 5).map(({instance, samples}) => `${samples} of ${short(instance.name)}`));
+    if (there.length > 5) words.push(`and of ${there.length - 5} more`);
+    return {there, words};
   }
   const row = page.instance.at[interval];
   if (!row) return {words: [head, 'no samples']};
   const names = labels(row.points);
-  return {words: [head, `${count(row.samples)} samples`, ...(id === 'heat' && holds(row) ? [`${holds(row)} of them about ${text(value)}`] : []),
-    ...row.points.map((point, i) => `${names[i].padStart(7, '\u2007')}  ${text(point)}`).reverse()]};
+  const here = id === 'heat' && holds(row) ? [`${holds(row)} of them about ${text(value)}`] : [];
+  const points = row.points.map((point, i) => `${names[i].padStart(7, '\u2007')}  ${text(point)}`);
+  return {words: [head, `${count(row.samples)} samples`, ...here, ...points.reverse()]};
 }
 
 function point(box, interval, value, place) {
@@ -288,7 +297,8 @@ function point(box, interval, value, place) {
     if (!cursor || !charts[id]) continue;
     const {chartArea: area, scales: {x}} = charts[id];
     cursor.hidden = false;
-    cursor.style = `left:${x.getPixelForValue((begins[interval] + ends[interval]) / 2)}px;top:${area.top}px;height:${area.height}px`;
+    const left = x.getPixelForValue((begins[interval] + ends[interval]) / 2);
+    cursor.style = `left:${left}px;top:${area.top}px;height:${area.height}px`;
   }
   box.setAttribute('aria-valuenow', interval);
   box.setAttribute('aria-valuetext', words.join(', '));
@@ -297,7 +307,8 @@ function point(box, interval, value, place) {
   const edge = box.getBoundingClientRect();
   const left = place?.clientX ?? edge.left + charts[box.id].scales.x.getPixelForValue(ends[interval]);
   const top = place?.clientY ?? edge.top + 20;
-  tip.style.left = `${clamp(left + 16 + tip.offsetWidth > innerWidth ? left - tip.offsetWidth - 16 : left + 16, 4, innerWidth)}px`;
+  const isLeft = left + 20 + tip.offsetWidth > innerWidth; // of the pointer
+  tip.style.left = `${Math.max(isLeft ? left - tip.offsetWidth - 16 : left + 16, 4)}px`;
   tip.style.top = `${clamp(top - tip.offsetHeight / 2, 4, innerHeight - tip.offsetHeight - 4)}px`;
 }
 
@@ -315,8 +326,10 @@ function watch(box) {
     return {t, left: x.getPixelForValue(t), value: y.getValueForPixel(event.clientY - edge.top),
       interval: clamp(ends.findIndex(end => end >= t), 0, ends.length - 1)};
   };
-  Object.entries({tabindex: 0, role: 'slider', 'aria-valuemin': 0, 'aria-valuemax': ends.length - 1, 'aria-valuenow': 0})
-    .forEach(([name, value]) => box.setAttribute(name, value));
+  const slider = {
+    tabindex: 0, role: 'slider', 'aria-valuemin': 0, 'aria-valuemax': ends.length - 1, 'aria-valuenow': 0,
+  };
+  for (const [name, value] of Object.entries(slider)) box.setAttribute(name, value);
   box.onpointermove = event => {
     if (!charts[box.id]) return;
     const here = at(event);
@@ -325,7 +338,8 @@ function watch(box) {
     const span = box.querySelector('.span');
     const area = charts[box.id].chartArea;
     span.hidden = event.shiftKey || Math.abs(here.left - drag.left) < 5;
-    span.style = `left:${Math.min(here.left, drag.left)}px;width:${Math.abs(here.left - drag.left)}px;top:${area.top}px;height:${area.height}px`;
+    span.style = `left:${Math.min(here.left, drag.left)}px;width:${Math.abs(here.left - drag.left)}px;` +
+      `top:${area.top}px;height:${area.height}px`;
   };
   box.onpointerdown = event => {
     if (!charts[box.id] || event.button !== 0) return;
@@ -352,7 +366,7 @@ function watch(box) {
   box.onkeydown = event => {
     const {from, to} = page.view;
     const tenth = (to - from) / 10;
-    const center = page.cursor === null ? (from + to) / 2 : clamp((begins[page.cursor] + ends[page.cursor]) / 2, from, to);
+    const center = page.cursor === null ? (from + to) / 2 : clamp(ends[page.cursor], from, to);
     const step = {ArrowLeft: -1, ArrowRight: 1}[event.key];
     if (!charts[box.id] || event.ctrlKey || event.metaKey || event.altKey) return;
     if (step && event.shiftKey) zoom(from + step * tenth, to + step * tenth);

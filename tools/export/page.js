@@ -49,7 +49,7 @@ function text(value, {unit, rate} = page.object) {
   const rounded = Number(value.toPrecision(Math.abs(value) < 1000 ? 3 : 6));
   const digits = rounded.toLocaleString('en', {maximumFractionDigits: 20});
   const known = STEPS[unit] ? steps[step] : steps[step] + unit;
-  return `${digits}${known && '\u202f'}${known}${rate ? '/s' : ''}`;
+  return `${digits}${known && '\u202f'}${known}${rate && unit !== 'percent' ? '/s' : ''}`;
 }
 const count = value => value.toLocaleString('en');
 const widths = value => value ? `${value < 10 ? value.toFixed(1) : Math.round(value)} ×` : '–';
@@ -61,7 +61,8 @@ const FINE = {...CLOCK, second: '2-digit'};
 const DAY = {day: 'numeric', month: 'short'};
 const inSeconds = ends.some(end => end % 60 !== 0) && whole.to - whole.from < 7200;
 const clock = seconds => when(seconds, inSeconds ? FINE : CLOCK);
-const time = seconds => whole.to - whole.from > 86400 ? `${when(seconds, DAY)} ${clock(seconds)}` : clock(seconds);
+const isLong = whole.to - whole.from > 86400 + typical;
+const time = seconds => `${isLong ? `${when(seconds, DAY)} ` : ''}${clock(seconds)}`;
 
 // The data, in the units that are shown
 
@@ -80,7 +81,7 @@ function load(object) {
       const [interval, samples, points, range, counts, below, above, outside, resets] = values;
       const row = {interval, samples, points: points.map(value => value * factor), edges: object.ranges[range],
         counts: counts ?? [], below: below ?? 0, above: above ?? 0, outside: outside ?? 0, resets: resets ?? 0};
-      if (points.length === 0) row.points = POINTS.map(point => quantile(parts([row]), point / 100));
+      if (points.length === 0) row.points = pointsOf(parts([row]));
       instance.rows[i] = instance.at[interval] = row;
     }
     instance.whole = totals(object.since ? instance.rows.slice(-1) : instance.rows);
@@ -120,7 +121,7 @@ function parts(rows) {
 }
 
 // The value below which this share of the samples lies, if they are spread evenly over their parts.
-function quantile(list, share, low = smallest(list.map(part => part[0])), high = largest(list.map(part => part[1]))) {
+function quantile(list, share, low, high) {
   const samples = list.reduce((sum, part) => sum + part[2], 0);
   for (let i = 0; i < 50; ++i) {
     const value = (low + high) / 2;
@@ -134,12 +135,21 @@ function quantile(list, share, low = smallest(list.map(part => part[0])), high =
   return high;
 }
 
+// Of a distribution alone, whose extremes are not known.
+function pointsOf(list) {
+  const low = smallest(list.map(part => part[0]));
+  const high = largest(list.map(part => part[1]));
+  return POINTS.map(point => quantile(list, point / 100, low, high));
+}
+
 function totals(rows) {
   const sum = member => rows.reduce((total, row) => total + row[member], 0);
-  const all = {samples: sum('samples'), beyond: sum('below') + sum('above'), resets: sum('resets'), parts: parts(rows),
-    low: rows.length ? smallest(rows.map(least)) : NaN, high: rows.length ? largest(rows.map(most)) : NaN};
+  const all = {samples: sum('samples'), beyond: sum('below') + sum('above'), resets: sum('resets'),
+    low: rows.length ? smallest(rows.map(least)) : NaN, high: rows.length ? largest(rows.map(most)) : NaN,
+    parts: parts(rows)};
   all.point = percent => {
-    if (rows.length === 1 && rows[0].points.length === POINTS.length) return rows[0].points[POINTS.indexOf(percent)];
+    const [{points} = {points: []}] = rows;
+    if (rows.length === 1 && points.length === POINTS.length) return points[POINTS.indexOf(percent)];
     if (percent === 0 || percent === 100) return percent ? all.high : all.low;
     return all.parts.length ? quantile(all.parts, percent / 100, all.low, all.high) : NaN;
   };
@@ -153,13 +163,13 @@ const visible = rows =>
 const COLUMNS = [
   {name: 'Departure', value: i => i.departure, show: widths},
   {name: 'Median', value: i => i.whole.median, show: text},
-  {name: '97.72 %', value: i => i.whole.upper, show: text},
+  {name: '97.72 %', value: i => i.whole.upper, show: text, kind: 'narrow'},
   {name: 'Max', value: i => i.whole.high, show: text},
-  {name: 'Min', value: i => i.whole.low, show: text, wide: true},
-  {name: 'Samples', value: i => i.whole.samples, show: count, wide: true},
-  {name: 'Beyond', value: i => i.whole.beyond + i.outside, show: count, wide: true,
+  {name: 'Min', value: i => i.whole.low, show: text, kind: 'wide'},
+  {name: 'Samples', value: i => i.whole.samples, show: count, kind: 'wide'},
+  {name: 'Beyond', value: i => i.whole.beyond + i.outside, show: count, kind: 'wide',
     title: 'Samples beyond the range of the buckets, or the learnt range'},
-  {name: 'Resets', value: i => i.whole.resets, show: count, wide: true, title: 'Of the counter'},
+  {name: 'Resets', value: i => i.whole.resets, show: count, kind: 'wide', title: 'Of the counter'},
 ];
 
 function sparkline(instance) {
@@ -203,15 +213,16 @@ function drawTable() {
   const direction = page.falling ? 'descending' : 'ascending';
   const head = (name, attributes) => element('th',
     {scope: 'col', 'aria-sort': page.sort === name ? direction : null, ...attributes},
-    element('button', {type: 'button', onclick: () => sortBy(name)}, name === 'key' ? data.key || 'instance' : name));
+    element('button', {type: 'button', onclick: () => sortBy(name)}, name === 'key' ? data.key : name));
   const table = find('table');
-  table.tHead.replaceChildren(element('tr', {}, head('key'), element('th', {scope: 'col', class: 'spark soft'}, 'Over time'),
-    ...COLUMNS.map(({name, wide, title = null}) => head(name, {class: wide ? 'wide' : '', title}))));
+  table.tHead.replaceChildren(element('tr', {}, head('key'),
+    element('th', {scope: 'col', class: 'spark soft'}, 'Over time'),
+    ...COLUMNS.map(({name, kind = '', title = null}) => head(name, {class: kind, title}))));
   page.shown = list.slice(0, MOST_ROWS);
   page.lines = page.shown.map(instance => element('tr', {onclick: () => choose(instance, true)},
     element('th', {scope: 'row'}, element('button', {type: 'button'}, named(instance.name))),
     element('td', {class: 'spark'}, instance.rows.length ? sparkline(instance) : ''),
-    ...COLUMNS.map(({value, show, wide}) => element('td', {class: wide ? 'wide' : ''},
+    ...COLUMNS.map(({value, show, kind = ''}) => element('td', {class: kind},
       Number.isNaN(value(instance)) ? '–' : show(value(instance))))));
   page.shown.forEach(({departure}, i) => page.lines[i].children[2].classList.toggle('high', departure >= 1));
   table.tBodies[0].replaceChildren(...page.lines);
@@ -271,11 +282,13 @@ function choose(instance, isClick = false) {
   if (isClick && (box.top < 0 || box.top > innerHeight - 200)) find('chosen').scrollIntoView({block: 'start'});
 }
 
+const departure = instance => `${widths(instance.departure)} at ${time(begins[instance.departed])}`;
+
 function drawFacts() {
   const {instance, object} = page;
   const {samples, beyond, resets} = instance.whole;
   const facts = {
-    Departure: instance.departure ? `${widths(instance.departure)} at ${time(ends[instance.departed])}` : 'not known yet',
+    Departure: instance.departure ? departure(instance) : 'not known yet',
     Samples: count(samples),
     'Beyond the range': beyond ? `${count(beyond)} (${(beyond / samples * 100).toPrecision(2)} %)` : null,
     'Learnt range': instance.learnt ? instance.learnt.map(value => text(value)).join(' to ') : null,
@@ -324,7 +337,7 @@ function begin() {
   find('first').append(...far.map(({object, instance}) => element('button',
     {type: 'button', onclick: () => open(object, instance)}, named(instance.name),
     data.objects.length > 1 ? ` ${short(object.name)}` : '',
-    ` ${widths(instance.departure)} at ${time(ends[instance.departed])}`)));
+    ` ${departure(instance)}`)));
   find('find').oninput = drawTable;
   find('extremes').onchange = drawCharts;
   find('reset').onclick = () => zoom(whole.from, whole.to);
@@ -335,7 +348,8 @@ function begin() {
   const [object, instance] = location.hash.slice(1).split('/').map(name => {
     try { return decodeURIComponent(name); } catch { return ''; }
   });
-  const known = data.objects.find(({name}) => name === object) ?? data.objects.find(({instances}) => instances.length);
+  const known = data.objects.find(({name}) => name === object) ??
+    data.objects.find(({instances}) => instances.length);
   open(known, known.instances.find(({name}) => name === instance));
   if (data.refresh) setTimeout(() => location.reload(), data.refresh * 1000);
 }
