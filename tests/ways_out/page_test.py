@@ -104,3 +104,10 @@ assert code == 0, error
 shown = seen(page)
 assert [row[0] for row in shown["rows"]] == names and shown["title"] == "<i> · zorstat", shown["rows"]
 assert shown["made"] == 3 and [row[4] for row in shown["exact"][0][:2]] == [99, 44.4], shown["exact"]
+
+# Without the library of the charts nothing is counted.
+lame = HERE / "lame"
+lame.write_bytes(pathlib.Path(ZORSTAT).read_bytes().replace(b"/chart.min.js", b"/no-charts.js"))
+lame.chmod(0o700)
+run = subprocess.run([lame, "replay", hostile, "--html", page], capture_output=True, text=True)
+assert (run.returncode, run.stdout, run.stderr.count("\n")) == (1, "", 1) and "libjs-chart.js" in run.stderr, run

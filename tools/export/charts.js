@@ -128,7 +128,8 @@ function heatCells(rows, area, x, y) {
     if (!columns.has(column)) columns.set(column, new Float32Array(height));
     const cells = columns.get(column);
     eachPart(row, (low, high, samples) => {
-      const from = cell(Math.max(low, least(row)));
+      if (low > y.max) return;
+      const from = Math.min(cell(Math.max(low, least(row))), height - 1e-6);
       const to = Math.max(cell(Math.min(high, most(row))), from + 1e-6);
       for (let i = Math.max(Math.floor(from), 0); i < Math.min(to, height); ++i) {
         cells[i] += samples * (Math.min(i + 1, to) - Math.max(i, from)) / (to - from);
@@ -185,7 +186,8 @@ function drawSpread(sums, usual) {
   const width = (end - sums.low) / bins || 1;
   const shares = new Float64Array(bins);
   for (const [low, high, samples] of sums.parts) {
-    const from = (clamp(low, sums.low, sums.high) - sums.low) / width;
+    if (low > end) continue;
+    const from = Math.min((clamp(low, sums.low, sums.high) - sums.low) / width, bins - 1e-6);
     const to = Math.max((clamp(high, sums.low, sums.high) - sums.low) / width, from + 1e-6);
     for (let i = Math.floor(from); i < Math.min(to, bins); ++i) {
       shares[i] += samples / sums.samples * 100 * (Math.min(i + 1, to) - Math.max(i, from)) / (to - from);
@@ -207,7 +209,7 @@ function drawSpread(sums, usual) {
       ctx.moveTo(at, area.top);
       ctx.lineTo(at, area.bottom);
       ctx.stroke();
-      if (at - last > 46 && at - area.left > 24) ctx.fillText(`${point} %`, last = at, area.top - 4);
+      if (at - last > 46 && at > area.left + 24 && at < area.right - 16) ctx.fillText(`${point} %`, last = at, area.top - 4);
     }
     ctx.restore();
   };

@@ -152,7 +152,8 @@ void Page::Add(std::string_view object_name, const Unit &unit, std::uint32_t per
                const PageRow &row) {
   const auto is_it = [&](const Object &object) { return object.name == object_name; };
   auto object = std::find_if(objects_.begin(), objects_.end(), is_it);
-  if (object == objects_.end()) object = objects_.insert(object, {std::string(object_name), unit, per, row.since_learnt});
+  if (object == objects_.end())
+    object = objects_.insert(object, {std::string(object_name), unit, per, row.since_learnt});
   const auto [known, is_new] = object->known.try_emplace(name, object->instances.size());
   if (is_new) object->instances.push_back({name});
   Instance &instance = object->instances[known->second];
@@ -209,8 +210,8 @@ std::string Page::Data(std::int64_t refresh) const {
 // Those that depart most come first.
 void Page::AppendObject(const Object &object, std::string *text) const {
   const double factor = object.unit.factor / (object.unit.per_second ? object.per : 1);
-  Append(text, "\n{{\"name\":{},\"unit\":{},\"rate\":{},\"factor\":{},\"since\":{},\"ranges\":[", Quoted(object.name),
-         Quoted(object.unit.name), object.unit.per_second, factor, object.since_learnt);
+  Append(text, "\n{{\"name\":{},\"unit\":{},\"rate\":{},\"factor\":{},\"since\":{},\"ranges\":[",
+         Quoted(object.name), Quoted(object.unit.name), object.unit.per_second, factor, object.since_learnt);
   for (const BucketRange &range : object.ranges) {
     Append(text, "[{},{},{}],", range.start.text(), range.last.text(), range.count);
   }
