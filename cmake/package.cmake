@@ -38,6 +38,7 @@ Headers of the library, and what CMake and pkg-config need to find it.")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME zorstat)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS ${same_version})
+set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS libjs-chart.js) # for pages
 set(CPACK_DEBIAN_TOOLS_DESCRIPTION "statistics of periodically collected counters - command-line program
 zorstat keeps summaries, distributions, percentiles and baselines of the
 counters of recorded polls or of the running Linux kernel.")

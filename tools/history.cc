@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include <charconv>
 #include <limits>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -47,6 +46,11 @@ void ReadLine(std::string_view text, HistoryRow *row) {
     row->max = NumberOf(line.at("max"));
     row->sum = NumberOf(line.at("sum"));
   }
+  row->points = Has(line, "percentiles") ? line["percentiles"].get<std::vector<double>>() : std::vector<double>();
+  row->low = Has(line, "low") ? std::optional(NumberOf(line["low"])) : std::nullopt;
+  row->high = Has(line, "high") ? std::optional(NumberOf(line["high"])) : std::nullopt;
+  row->outside = Has(line, "outside") ? NaturalOf(line["outside"]) : 0;
+  row->resets = Has(line, "resets") ? NaturalOf(line["resets"]) : 0;
   row->range = std::nullopt;
   if (!Has(line, "buckets")) return;
   row->below = NaturalOf(line.at("below"));
@@ -142,21 +146,6 @@ void ReadHistory(const std::string &path, const HistoryFilter &filter, const Vis
   } else {
     ReadJsonLines(&lines, filter, visit);
   }
-}
-
-bool ReadCounts(std::string_view text, std::vector<std::uint32_t> *counts) {
-  counts->clear();
-  const char *at = text.data();
-  const char *end = at + text.size();
-  if (text == "[]") return true;
-  for (char before = '['; at != end && *at == before; before = ',') {
-    std::uint32_t count = 0;
-    const auto [rest, error] = std::from_chars(at + 1, end, count);
-    if (error != std::errc()) return false;
-    counts->push_back(count);
-    at = rest;
-  }
-  return end - at == 1 && *at == ']';
 }
 
 }  // namespace zorstat

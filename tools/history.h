@@ -2,6 +2,7 @@
 #ifndef ZORSTAT_HISTORY_H_
 #define ZORSTAT_HISTORY_H_
 
+#include <charconv>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -32,6 +33,10 @@ struct HistoryRow {
   std::optional<BucketRange> range;
   std::uint64_t below = 0, above = 0;  // samples beyond it
   std::vector<std::uint32_t> buckets;  // samples in each
+  std::vector<double> points;          // the nine, if they are known
+  std::optional<Number> low, high;     // what a baseline has learnt
+  std::uint64_t outside = 0;           // samples beyond that
+  std::uint64_t resets = 0;
 };
 
 // Which rows: those that have all that is set here.
@@ -52,7 +57,21 @@ void ReadHistory(const std::string &path, const HistoryFilter &filter, const Vis
 void ReadSqlite(const std::string &path, const HistoryFilter &filter, const VisitRow &visit);
 
 // The numbers of an array as it stands in JSON. False if it is none.
-bool ReadCounts(std::string_view text, std::vector<std::uint32_t> *counts);
+template <class Value>
+bool ReadNumbers(std::string_view text, std::vector<Value> *numbers) {
+  numbers->clear();
+  const char *at = text.data();
+  const char *end = at + text.size();
+  if (text == "[]") return true;
+  for (char before = '['; at != end && *at == before; before = ',') {
+    Value number{};
+    const auto [rest, error] = std::from_chars(at + 1, end, number);
+    if (error != std::errc()) return false;
+    numbers->push_back(number);
+    at = rest;
+  }
+  return end - at == 1 && *at == ']';
+}
 
 }  // namespace zorstat
 

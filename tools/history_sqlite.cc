@@ -12,8 +12,9 @@ constexpr std::int64_t kVersion = 1;
 
 // A condition that is not set is null.
 constexpr const char *kSelect =
-    "SELECT time, host, \"group\", object, instance, samples, min, max, sum, start, last, below, above, buckets "
-    "FROM zorstat WHERE host = ifnull(?1, host) AND \"group\" = ifnull(?2, \"group\") "
+    "SELECT time, host, \"group\", object, instance, samples, min, max, sum, start, last, below, above, buckets, "
+    "percentiles, low, high, outside, resets FROM zorstat WHERE host = ifnull(?1, host) AND \"group\" = ifnull(?2, "
+    "\"group\") "
     "AND object = ifnull(?3, object) AND instance = ifnull(?4, instance) "
     "AND time >= ifnull(?5, time) AND (?6 IS NULL OR time < ?6)";
 enum Column {
@@ -30,7 +31,12 @@ enum Column {
   kLast,
   kBelow,
   kAbove,
-  kBuckets
+  kBuckets,
+  kPercentiles,
+  kLow,
+  kHigh,
+  kOutside,
+  kResets
 };
 
 void ReadRow(const Statement &rows, HistoryRow *row) {
@@ -46,8 +52,13 @@ void ReadRow(const Statement &rows, HistoryRow *row) {
   row->sum = rows.Number(kSum);
   row->below = rows.Number(kBelow).bits();
   row->above = rows.Number(kAbove).bits();
+  if (!ReadNumbers(rows.Text(kPercentiles), &row->points)) row->points.clear();
+  row->low = rows.IsNull(kLow) ? std::nullopt : std::optional(rows.Number(kLow));
+  row->high = rows.IsNull(kHigh) ? std::nullopt : std::optional(rows.Number(kHigh));
+  row->outside = rows.Number(kOutside).bits();
+  row->resets = rows.Number(kResets).bits();
   row->range = std::nullopt;
-  if (!rows.IsNull(kStart) && ReadCounts(rows.Text(kBuckets), &row->buckets)) {
+  if (!rows.IsNull(kStart) && ReadNumbers(rows.Text(kBuckets), &row->buckets)) {
     row->range = {rows.Number(kStart), rows.Number(kLast), row->buckets.size()};
   }
 }

@@ -20,6 +20,7 @@
 #include "config_file.h"
 #include "error.h"
 #include "file.h"
+#include "history_page.h"
 #include "query.h"
 #include "session.h"
 #include "settings.h"
@@ -90,6 +91,13 @@ constexpr const char *kQueryFooter =
     "Example: CPU time since yesterday, by the hour:\n"
     "  zorstat query cpu.db --object user --instance cpu --from -1d --by hour\n";
 
+constexpr const char *kPageFooter =
+    "FILE and TIME are as in 'zorstat query'; an interval that is in several files counts\n"
+    "once. The page is one file, and loads nothing from anywhere.\n"
+    "\n"
+    "Example: a page of what disks did since yesterday:\n"
+    "  zorstat page disk.db --from -1d -o disk.html\n";
+
 // A command with its options.
 class Command {
  public:
@@ -133,8 +141,12 @@ class Command {
 };
 
 void RefuseInputAsOutput(const FileSource &source, const Settings &settings) {
-  if (settings.output == "-" || !IsSameFile(settings.output, source.fd())) return;
-  throw SettingsError(Refusal("--output", settings.output, "another file than the input"));
+  const auto refuse = [&](const char *option, const std::string &file) {
+    if (file.empty() || file == "-" || !IsSameFile(file, source.fd())) return;
+    throw SettingsError(Refusal(option, file, "another file than the input"));
+  };
+  refuse("--output", settings.output);
+  refuse("--html", settings.html);
 }
 
 void Replay(const Command &command) {
@@ -176,14 +188,19 @@ void Suggest(const Command &command) {
   output.Close();
 }
 
-void AddQueryOptions(CLI::App *app, QueryOptions *options) {
+void AddHistoryOptions(CLI::App *app, QueryOptions *options) {
   app->add_option("FILE", options->files, "histories, or - for standard input")->required()->type_name("");
-  app->add_option("--object", options->object, "whose samples")->required()->type_name("NAME");
+  app->add_option("--object", options->object, "whose samples")->type_name("NAME");
   app->add_option("--instance", options->instance, "of this one (default: all)")->type_name("NAME");
   app->add_option("--group", options->group, "of this data group (default: each)")->type_name("NAME");
   app->add_option("--host", options->host, "of this host (default: all)")->type_name("NAME");
   app->add_option("--from", options->from, "of intervals that end at this time or later")->type_name("TIME");
   app->add_option("--to", options->to, "of intervals that end before this time")->type_name("TIME");
+}
+
+void AddQueryOptions(CLI::App *app, QueryOptions *options) {
+  AddHistoryOptions(app, options);
+  app->get_option("--object")->required();
   app->add_option("--by", options->by, "a line for each hour, day, instance or host")->type_name("WHAT");
   app->add_option("--points", options->points, "percentiles (default: 50,97.72,99.87)")->type_name("LIST");
   app->add_option("--format", options->format, "table, csv or jsonl (default: table)")->type_name("FORMAT");
@@ -224,6 +241,13 @@ int Run(int argc, char **argv) {
   QueryOptions query_options;
   AddQueryOptions(query, &query_options);
 
+  CLI::App *page = app.add_subcommand("page", "write what runs have kept as a page for a browser");
+  QueryOptions page_options;
+  std::string page_output = "-";
+  AddHistoryOptions(page, &page_options);
+  page->add_option("-o,--output", page_output, "page (default: standard output)")->type_name("FILE");
+  page->footer(kPageFooter);
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError &error) {
@@ -248,6 +272,7 @@ int Run(int argc, char **argv) {
   if (record->parsed()) RecordPolls(record_command);
   if (suggest->parsed()) Suggest(suggest_command);
   if (query->parsed()) Query(query_options);
+  if (page->parsed()) WriteHistoryPage(page_options, page_output);
   return 0;
 }
 

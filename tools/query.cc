@@ -217,7 +217,7 @@ Sums Collect(const std::vector<std::string> &files, const Question &question) {
     names.resize(std::min(names.size(), kShown + 1));
     throw SettingsError(Refusal(option, Printable(*(filter.*member)), Alternatives(names)));
   }
-  throw Error(fmt::format("{}: no samples of {}{}", Joined(options.files, ", "), Printable(options.object),
+  throw Error(fmt::format("{}: no samples of {}{}", Joined(options.files, ", "), Printable(*options.object),
                           filter.from || filter.to ? " in this time" : ""));
 }
 
@@ -375,13 +375,7 @@ void CheckName(const char *option, const std::string &name, const std::array<std
 
 Question ReadQuestion(const QueryOptions &options) {
   Question question;
-  const std::int64_t now = std::time(nullptr);
-  question.filter = {options.host,
-                     options.group,
-                     options.object,
-                     options.instance,
-                     ReadTime("--from", options.from, now),
-                     ReadTime("--to", options.to, now)};
+  question.filter = ReadFilter(options);
   if (options.by) {
     CheckName<std::size(kBy)>("--by", *options.by, {"hour", "day", "instance", "host"});
     question.by =
@@ -394,6 +388,16 @@ Question ReadQuestion(const QueryOptions &options) {
 }
 
 }  // namespace
+
+HistoryFilter ReadFilter(const QueryOptions &options) {
+  const std::int64_t now = std::time(nullptr);
+  return {options.host,
+          options.group,
+          options.object,
+          options.instance,
+          ReadTime("--from", options.from, now),
+          ReadTime("--to", options.to, now)};
+}
 
 void Query(const QueryOptions &options) {
   const Question question = ReadQuestion(options);

@@ -6,16 +6,21 @@
 #include <string>
 #include <vector>
 
+#include "history.h"
+
 namespace zorstat {
 
 // As they were given.
 struct QueryOptions {
   std::vector<std::string> files;
-  std::string object;
+  std::optional<std::string> object;
   std::optional<std::string> instance, host, group, from, to, by;
   std::string points = "50,97.72,99.87";
   std::string format = "table";
 };
+
+// Of the conditions. Throws SettingsError where a time is none.
+HistoryFilter ReadFilter(const QueryOptions &options);
 
 // Writes the answer to standard output. Throws SettingsError where an option, or what it names, is not there.
 void Query(const QueryOptions &options);

@@ -395,6 +395,8 @@ constexpr SettingRow kSettings[] = {
      kRecord, 'o'},
     {"output", "FILE", "settings file (default: standard output)", kText, SetPlain<&Settings::output, ReadText>,
      kSuggest, 'o'},
+    {"html", "FILE", "write a page for a browser: at the end of a replay, live\nat the end of each interval", kText,
+     SetPlain<&Settings::html, ReadText>, kCounting},
 };
 
 }  // namespace

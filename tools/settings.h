@@ -64,6 +64,7 @@ struct Settings {
   std::string proc = "/proc";
   std::string config;
   std::string output = "-";
+  std::string html;
   OptionalSetting<Format> format;
   OptionalSetting<std::string> host;
   std::string sqlite;

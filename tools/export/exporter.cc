@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "export/jsonl.h"
+#include "export/page.h"
 #include "export/prometheus.h"
 #include "export/sqlite.h"
 #include "export/table.h"
@@ -14,7 +15,7 @@ namespace {
 // Makes its exporter, or null where the settings do not ask for it.
 using MakeExporter = std::unique_ptr<Exporter> (*)(const Settings &settings);
 
-constexpr std::initializer_list<MakeExporter> kExporters = {MakePrometheus, MakeSqlite};
+constexpr std::initializer_list<MakeExporter> kExporters = {MakePrometheus, MakeSqlite, MakePage};
 
 // Writes the lines of the format; null where the collector does.
 std::unique_ptr<Exporter> MakeFormat(const Settings &settings, std::string *lines) {
