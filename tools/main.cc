@@ -25,6 +25,7 @@
 #include "source.h"
 #include "stop.h"
 #include "suggest.h"
+#include "top/top.h"
 #include "zor/version.h"
 
 namespace zorstat {
@@ -75,6 +76,14 @@ constexpr const char *kSuggestFooter =
     "Example: settings for a recording, then its records:\n"
     "  zorstat suggest polls.csv -o polls.toml\n"
     "  zorstat replay polls.csv --config polls.toml\n";
+
+constexpr const char *kTopFooter =
+    "\nNeeds a terminal. Percentiles of an object without a range are those of its last 1000\n"
+    "samples at most. Colours are left out where NO_COLOR is set. A signal (SIGINT, SIGTERM,\n"
+    "SIGHUP) ends the view; ? tells its keys.\n"
+    "\n"
+    "Example: what each disk writes, in intervals of an hour:\n"
+    "  zorstat top disk --objects writes,sectors_written --clear 1h\n";
 
 // A command with its options.
 class Command {
@@ -149,6 +158,8 @@ void RecordPolls(const Command &command) {
   Record(&source, settings.output);
 }
 
+void Top(const Command &command) { Top(command.input, command.ReadSettings()); }
+
 void Suggest(const Command &command) {
   const Settings settings = command.ReadSettings();
   FileSource source(command.input, true);
@@ -189,6 +200,10 @@ int Run(int argc, char **argv) {
   const Command suggest_command(suggest, kSuggest, "FILE", "poll file, or - for standard input");
   suggest->footer(kSuggestFooter);
 
+  CLI::App *top = app.add_subcommand("top", "show the kernel's counters on the terminal");
+  const Command top_command(top, kTop, "SOURCE", kSourceHelp);
+  top->footer(kTopFooter);
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError &error) {
@@ -212,6 +227,7 @@ int Run(int argc, char **argv) {
   if (live->parsed()) Live(live_command);
   if (record->parsed()) RecordPolls(record_command);
   if (suggest->parsed()) Suggest(suggest_command);
+  if (top->parsed()) Top(top_command);
   return 0;
 }
 

@@ -66,6 +66,11 @@ bool LiveSource::Next(Poll *poll) {
   return true;
 }
 
+std::chrono::milliseconds LiveSource::UntilNext() const {
+  if (taken_ == 0) return {};
+  return std::max(std::chrono::ceil<std::chrono::milliseconds>(next_ + interval_ - Clock::now()), {});
+}
+
 // False when a signal asks to stop.
 bool LiveSource::TakePoll(Poll *poll) {
   if (taken_ == 0) {
