@@ -34,6 +34,7 @@ int main(int argc, char **argv) {
   bench::RegisterInserts(options);
   bench::RegisterPercentiles(options);
   bench::RegisterClear(options);
+  bench::RegisterScrape(options);
   bench::RegisterScaling(options);
   bench::RegisterRows(options);
 

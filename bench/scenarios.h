@@ -17,6 +17,7 @@ void RegisterScaling(const Options &options);
 void RegisterInserts(const Options &options);
 void RegisterPercentiles(const Options &options);
 void RegisterClear(const Options &options);
+void RegisterScrape(const Options &options);
 
 }  // namespace bench
 

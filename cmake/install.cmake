@@ -34,6 +34,8 @@ if(ZOR_BUILD_TOOLS)
   install(TARGETS zorstat RUNTIME COMPONENT tools)
   configure_file(docs/man/zorstat.1 zorstat.1 @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/zorstat.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+  install(DIRECTORY share/zorstat DESTINATION ${CMAKE_INSTALL_DATADIR} COMPONENT tools)
   install(FILES tools/zorstat.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME zorstat
     COMPONENT tools)
+  install(FILES share/zorstat/zorstat.rules.yml DESTINATION ${CMAKE_INSTALL_DATADIR}/zorstat COMPONENT tools)
 endif()

@@ -54,6 +54,7 @@ std::uint32_t zor_process_engine_clear_dg_data(zor_process_engine_t *engine, con
 }
 
 char *zor_process_engine_get_clear_buffer(const zor_process_data_cursor_t *cursor) {
+  if (!cursor->entry) return nullptr;
   return g_zor_poi_entry_get_clear_buffer_funcs[cursor->oper_entry->data_type - 1](cursor->entry);
 }
 

@@ -1,9 +1,13 @@
 // Named hash sets: an open-addressing table finds a record by name, and the records' own two link words chain them
 // in the order of insertion, so that a walk needs no storage and survives the removal of the record in hand.
 
+#include <pthread.h>
+#include <sys/random.h>
+
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 
 #include "zor/platform.h"
 
@@ -27,22 +31,60 @@ Record *Previous(const Record *record) { return static_cast<Record *>(record->li
 Record *Next(const Record *record) { return static_cast<Record *>(record->links[1]); }
 Table *TableOf(const kel_hashset_t *set) { return static_cast<Table *>(set->impl); }
 
-// Multiply-and-fold over 8-byte words: every bit of a word reaches the low bits, which index the table.
-std::uint32_t HashName(const char *name) {
+// Every bit of both factors reaches the low bits, which index the table.
+std::uint64_t Fold(std::uint64_t a, std::uint64_t b) {
   __extension__ using Wide = unsigned __int128;
-  constexpr std::uint64_t kMultiplier = 0x9E3779B97F4A7C15u;
-  std::size_t left = std::strlen(name);
-  std::uint64_t hash = left;
-  while (left > 0) {
-    std::uint64_t word = 0;
-    const std::size_t size = left < sizeof word ? left : sizeof word;
-    std::memcpy(&word, name, size);
-    const Wide product = static_cast<Wide>(hash ^ word ^ kMultiplier) * kMultiplier;
-    hash = static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
-    name += size;
-    left -= size;
+  const Wide product = static_cast<Wide>(a) * b;
+  return static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
+}
+
+template <class Word>
+std::uint64_t Load(const char *text) {
+  Word word;
+  std::memcpy(&word, text, sizeof word);
+  return word;
+}
+
+// All of a text of at most 16 bytes, in two words that may overlap.
+struct Ends {
+  std::uint64_t front, back;
+};
+
+Ends LoadEnds(const char *text, std::size_t size) {
+  if (size >= 8) return {Load<std::uint64_t>(text), Load<std::uint64_t>(text + size - 8)};
+  if (size >= 4) return {Load<std::uint32_t>(text), Load<std::uint32_t>(text + size - 4)};
+  if (size >= 2) return {Load<std::uint16_t>(text), Load<std::uint16_t>(text + size - 2)};
+  return {size == 1 ? Load<std::uint8_t>(text) : 0, 0};
+}
+
+// Drawn before the process has its first table, and constant from then on.
+std::uint64_t hash_key[4];
+pthread_once_t hash_key_drawn = PTHREAD_ONCE_INIT;
+
+// Does not wait for randomness: early in a boot, and where the system has none to give, addresses and time must do.
+void DrawHashKey() {
+  if (getrandom(hash_key, sizeof hash_key, GRND_NONBLOCK) == static_cast<ssize_t>(sizeof hash_key)) return;
+  timespec now = {};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  std::uint64_t seed = static_cast<std::uint64_t>(now.tv_nsec) << 32 ^ reinterpret_cast<std::uintptr_t>(&now);
+  for (std::uint64_t &word : hash_key) {
+    seed += reinterpret_cast<std::uintptr_t>(&word);
+    word = Fold(seed ^ 0x9E3779B97F4A7C15u, 0xD6E8FEB86659FD93u);
   }
-  return static_cast<std::uint32_t>(hash ^ (hash >> 32));
+}
+
+// The names may be chosen by someone who wants them all in one slot. So each factor of a product is hidden by a
+// word of the key, or by a state that depends on it: who does not know the key finds no word of a name that makes a
+// factor zero. The last product spreads names that differ in a byte or two.
+std::uint32_t HashName(const char *name) {
+  std::size_t left = std::strlen(name);
+  std::uint64_t state = hash_key[0] ^ left;
+  for (; left > 16; name += 16, left -= 16) {
+    state = Fold(Load<std::uint64_t>(name) ^ hash_key[1], Load<std::uint64_t>(name + 8) ^ state);
+  }
+  const Ends ends = LoadEnds(name, left);
+  state = Fold(ends.front ^ hash_key[1], ends.back ^ state);
+  return static_cast<std::uint32_t>(Fold(state ^ hash_key[2], hash_key[3]));
 }
 
 // The slot that holds the name, or the free one where it would go.
@@ -105,6 +147,7 @@ int kel_hashset_insert(kel_hashset_t *set, void *record) {
       std::free(fresh);
       return 1;
     }
+    pthread_once(&hash_key_drawn, DrawHashKey);
     set->impl = fresh;
   }
   Table *table = TableOf(set);

@@ -149,7 +149,9 @@ class AllocationFailureTest : public EngineTest {
   // A row counts in its columns from the first one on, in all of them when it succeeds, and changes nothing else.
   void CheckedRow(const std::string &key, std::uint64_t value, std::size_t columns = std::size(kObjects)) {
     std::vector<std::optional<Value>> values(std::size(kObjects));
-    std::fill_n(values.begin(), columns, value);
+    for (std::size_t i = 0; i < columns; ++i) {
+      values[i] = kObjects[i].type_code >= 3 ? Value(value) : Value(static_cast<std::uint32_t>(value));
+    }
     auto before = States();
     const std::uint32_t code = Armed([&] { return Row(key.c_str(), values); });
     auto after = States();

@@ -33,7 +33,7 @@ inline std::string WithoutTime(const std::string &records) {
   return out;
 }
 
-// A value of any of the four types, in a cell.
+// A value of any of the four types, in a cell; its width is that of the column.
 struct Value {
   std::uint64_t bits;
   template <class V>

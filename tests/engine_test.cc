@@ -260,29 +260,6 @@ TEST_F(EngineTest, ConvertsRangesToTheColumnsType) {
   }
 }
 
-TEST_F(EngineTest, ClearsAtItsIntervalAndKeepsWhatIsNotCollected) {
-  MakeDg(0, 1, 2);
-  MakeObject("rx", 1);
-  ASSERT_EQ(Template({{"key", 0}, {"rx", kUint64}}), 0u);
-  const auto poll = [&](std::uint64_t value) {
-    EXPECT_EQ((Codes{Row("a", {value}), Row("b", {value + 1})}), (Codes{0, 0}));
-    return EndOfPoll();
-  };
-  EXPECT_EQ(poll(1), 0u);
-  EXPECT_EQ(Collect(), "");
-  EXPECT_EQ(poll(3), 0u);
-  EXPECT_EQ(WithoutTime(Collect()),
-            "ifstats-summary, rx, a, 2, 1, 3, 2.000\nifstats-summary, rx, b, 2, 2, 4, 3.000\n");
-
-  // The records of 5 and 7 wait to be collected.
-  EXPECT_EQ((Codes{poll(5), poll(7), poll(9), poll(11), EndOfPoll()}), (Codes{0, 0, 0, 13, 13}));
-  EXPECT_EQ(WithoutTime(Collect()),
-            "ifstats-summary, rx, a, 2, 5, 7, 6.000\nifstats-summary, rx, b, 2, 6, 8, 7.000\n");
-  EXPECT_EQ((Codes{EndOfPoll(), Clear(7)}), (Codes{13, 0}));  // nothing was lost
-  EXPECT_EQ(WithoutTime(Collect()),
-            "ifstats-summary, rx, a, 2, 9, 11, 10.000\nifstats-summary, rx, b, 2, 10, 12, 11.000\n");
-}
-
 // The count of polls has 16 bits: an interval that it passed, or cannot hold, comes when it has wrapped.
 TEST_F(EngineTest, CountOfPollsWraps) {
   const struct {

@@ -141,16 +141,19 @@ void Collector::EndPoll(std::string *records) {
 }
 
 void Collector::EndInterval() {
+  std::vector<std::vector<Reading>> ended;
+  std::vector<std::map<std::string, std::uint64_t>> outside;
   for (Object &object : objects_) {
-    std::vector<Reading> ended = object.group.take_readings();
-    if (!ended.empty()) object.ended = std::move(ended);
+    std::vector<Reading> taken = object.group.take_readings();
+    ended.push_back(taken.empty() ? std::exchange(object.ended, {}) : std::move(taken));
+    outside.emplace_back();
+    for (const Reading &reading : ended.back()) {
+      if (reading.baseline) outside.back()[reading.name] = Outside(reading);
+    }
   }
-  interval_ = {last_time_, polls_since_clear_, Join([](const Object &object) { return object.ended; })};
-  for (Object &object : objects_) {
-    object.outside.clear();
-    for (const Reading &reading : object.ended) object.outside[reading.name] = Outside(reading);
-    object.ended.clear();
-  }
+  auto next = ended.begin();
+  interval_ = {last_time_, polls_since_clear_, Join([&](const Object &) { return std::move(*next++); })};
+  for (std::size_t i = 0; i < objects_.size(); ++i) objects_[i].outside = std::move(outside[i]);
 }
 
 // A baseline stands behind the other statistics of its column.

@@ -60,7 +60,7 @@ class Collector {
     std::uint64_t percentiles = 0;  // records of them with samples; unknown ones have nine zeros for other values
     std::map<std::string_view, std::uint64_t> unknown = {};  // by reason
     std::size_t learning = 0;                                // instances, at the end
-    std::vector<Reading> ended = {};                         // of an interval, until they are joined
+    std::vector<Reading> ended = {};                         // of a baseline, at the end
     std::map<std::string, std::uint64_t> outside = {};       // of baselines, up to the end of the last interval
   };
 

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <toml++/toml.h>
 
+#include <algorithm>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -13,6 +14,54 @@
 
 namespace zorstat {
 namespace {
+
+constexpr size_t kLargestFile = size_t{2} * 1024 * 1024;  // 8,000 objects as suggest writes them
+constexpr int kMostParts = 8;
+
+// The position behind the string that begins at the position with a quote. One on a single line ends with that, for
+// its missing quote is an error which the parser tells.
+size_t EndOfString(std::string_view text, size_t position) {
+  const char quote = text[position];
+  const std::string_view three = quote == '"' ? "\"\"\"" : "'''";
+  const bool is_long = text.substr(position, 3) == three;
+  const std::string_view end = is_long ? three : three.substr(0, 1);
+  for (position += end.size(); position < text.size(); ++position) {
+    if (text[position] == '\n' && !is_long) return position;
+    if (text[position] == '\\' && quote == '"') {
+      ++position;
+    } else if (text.substr(position, end.size()) == end) {
+      position += end.size();
+      // Up to two quotes more belong to a long string.
+      for (int more = 0; is_long && more < 2 && position < text.size() && text[position] == quote; ++more)
+        ++position;
+      return position;
+    }
+  }
+  return text.size();
+}
+
+// Each part of a dotted key is a table in a table, and the parser recurses into them: too many would end the stack.
+// Of brackets it refuses too many itself.
+void CheckKeyLengths(const std::string &path, std::string_view text) {
+  int line = 1;
+  int parts = 1;
+  for (size_t position = 0; position < text.size(); ++position) {
+    const char c = text[position];
+    if (c == '"' || c == '\'') {
+      const size_t end = EndOfString(text, position);
+      line += static_cast<int>(std::count(text.begin() + position, text.begin() + end, '\n'));
+      position = end - 1;
+    } else if (c == '#') {
+      position = std::min(text.find('\n', position), text.size()) - 1;
+    } else if (c == '.' && ++parts > kMostParts) {
+      throw SettingsError(fmt::format("{}:{}: a key of more than {} parts: expected NAME or [objects.NAME]", path,
+                                      line, kMostParts));
+    } else if (std::string_view("=,[]{}\n").find(c) != std::string_view::npos) {
+      parts = 1;
+      line += c == '\n' ? 1 : 0;
+    }
+  }
+}
 
 std::string_view TypeText(const toml::node &node) {
   switch (node.type()) {
@@ -113,7 +162,8 @@ class ConfigFile {
 
 Settings ReadConfigFile(const std::string &path) {
   std::string text;
-  ReadFile(path, &text);
+  ReadFile(path, kLargestFile, &text);
+  CheckKeyLengths(path, text);
   toml::table root;
   try {
     root = toml::parse(text, path);

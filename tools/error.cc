@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "stop.h"
 #include "text.h"
 
 namespace zorstat {
@@ -16,7 +17,8 @@ void Complain(std::string_view message) noexcept {
   end = std::replace_copy_if(message.begin(), message.end(), end, IsControl, '?');
   *end++ = '\n';
   // With no place left to complain to, there is nothing to be done about a failure.
-  [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, line, static_cast<size_t>(end - line));
+  [[maybe_unused]] const ssize_t written = WhenReady(
+      WaitForOutput, STDERR_FILENO, [&] { return write(STDERR_FILENO, line, static_cast<size_t>(end - line)); });
 }
 
 }  // namespace zorstat

@@ -2,33 +2,72 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
+#include <cstdlib>
 #include <filesystem>
+#include <limits>
 #include <memory>
+#include <system_error>
+#include <utility>
 
 #include "error.h"
+#include "stop.h"
 #include "text.h"
 
 namespace zorstat {
 
+namespace {
+
+constexpr int kAlways = O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+constexpr int kReaderWait = 50;  // ms
+
+// A file that is not complete has the name of its target, this and six random characters.
+constexpr std::string_view kMark = ".zorstat-";
+constexpr std::string_view kRandom = "XXXXXX";
+
+bool Lock(int fd) { return flock(fd, LOCK_EX | LOCK_NB) == 0; }
+
+// Nobody is known to write it, and it is this user's and has no other name.
+void RemoveUnlessLocked(const std::string &path) {
+  const int fd = open(path.c_str(), O_RDONLY | O_NOFOLLOW | kAlways);
+  if (fd < 0) return;
+  struct stat status;
+  const bool is_ours = fstat(fd, &status) == 0 && status.st_uid == geteuid() && status.st_nlink == 1;
+  if (is_ours && Lock(fd) && IsSameFile(path, fd)) unlink(path.c_str());
+  close(fd);
+}
+
+// What killed runs have left beside the target.
+void RemoveLeftOvers(const std::filesystem::path &target) {
+  const std::string start = target.filename().string().append(kMark);
+  const std::filesystem::path directory = target.has_parent_path() ? target.parent_path() : ".";
+  std::error_code error;
+  for (std::filesystem::directory_iterator file(directory, error), end; file != end; file.increment(error)) {
+    const std::string name = file->path().filename();
+    if (name.starts_with(start) && name.size() == start.size() + kRandom.size()) RemoveUnlessLocked(file->path());
+  }
+}
+
+}  // namespace
+
 int OpenForReading(const std::string &path) {
-  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  const int fd = open(path.c_str(), O_RDONLY | kAlways);
   if (fd < 0) throw Error(fmt::format("{}: cannot open: {}", path, ErrnoText(errno)));
   return fd;
 }
 
 size_t ReadSome(int fd, const std::string &name, char *buffer, size_t size) {
-  for (;;) {
-    const ssize_t got = read(fd, buffer, size);
-    if (got >= 0) return static_cast<size_t>(got);
-    if (errno != EINTR) throw Error(fmt::format("{}: cannot read: {}", name, ErrnoText(errno)));
-  }
+  const ssize_t got = WhenReady(WaitForInput, fd, [&] { return read(fd, buffer, size); });
+  if (got < 0) throw Error(fmt::format("{}: cannot read: {}", name, ErrnoText(errno)));
+  return static_cast<size_t>(got);
 }
 
-void ReadFile(const std::string &path, std::string *text) {
+void ReadFile(const std::string &path, size_t limit, std::string *text) {
   // Files of the proc file system do not tell their size.
   constexpr size_t kPiece = size_t{64} * 1024;
   struct Close {
@@ -38,6 +77,7 @@ void ReadFile(const std::string &path, std::string *text) {
   const std::unique_ptr<const int, Close> closer(&fd);
   size_t length = 0;
   for (size_t got = kPiece; got > 0; length += got) {
+    if (length > limit) throw Error(fmt::format("{}: expected at most {} bytes", path, limit));
     text->resize(length + kPiece);
     got = ReadSome(fd, path, text->data() + length, kPiece);
   }
@@ -52,25 +92,57 @@ bool IsSameFile(const std::string &path, int fd) {
 }
 
 Output::Output(const std::string &path) : name_(path == "-" ? "standard output" : path), target_(path) {
+  struct stat status;
   if (path == "-") {
     fd_ = STDOUT_FILENO;
-    return;
+  } else if (stat(path.c_str(), &status) == 0) {
+    if (!S_ISREG(status.st_mode)) {
+      OpenDirectly();
+    } else {
+      if (access(path.c_str(), W_OK) != 0) Fail("open");
+      target_ = std::filesystem::canonical(path);
+      CreateBeside();
+    }
+  } else if (errno != ENOENT) {
+    Fail("open");
+  } else if (lstat(path.c_str(), &status) == 0) {
+    errno = ENOENT;
+    Fail("follow the link");
+  } else {
+    CreateBeside();
   }
-  struct stat old;
-  const bool exists = stat(path.c_str(), &old) == 0;
-  if (exists && !S_ISREG(old.st_mode)) {
-    fd_ = open(path.c_str(), O_WRONLY | O_CLOEXEC);  // a device or a pipe
-    if (fd_ < 0) Fail("open");
-    return;
+  // Only so much is sure not to wait in a pipe that has place. It is shared with other processes if it is standard
+  // output, so that it cannot be told not to wait.
+  piece_ = fstat(fd_, &status) == 0 && S_ISREG(status.st_mode) ? std::numeric_limits<ssize_t>::max() : PIPE_BUF;
+}
+
+void Output::OpenDirectly() {
+  for (;;) {
+    fd_ = open(target_.c_str(), O_WRONLY | kAlways);
+    if (fd_ >= 0) return;
+    struct stat status;
+    // Nobody has opened the pipe to read from it.
+    if (errno != ENXIO || stat(target_.c_str(), &status) != 0 || !S_ISFIFO(status.st_mode)) Fail("open");
+    if (!WaitUnlessStopped(-1, kReaderWait)) {
+      errno = EINTR;
+      Fail("open");
+    }
   }
-  if (exists) {
-    if (access(path.c_str(), W_OK) != 0) Fail("open");
-    target_ = std::filesystem::canonical(path);  // a link stays
+}
+
+void Output::CreateBeside() {
+  RemoveLeftOvers(target_);
+  for (;;) {
+    std::string beside = target_;
+    beside.append(kMark).append(kRandom);
+    fd_ = mkostemp(beside.data(), O_CLOEXEC);
+    if (fd_ < 0) Fail("create a file beside it");
+    beside_ = std::move(beside);
+    // Before the lock another run may take it for a left-over. Not all file systems know locks.
+    if ((Lock(fd_) || errno != EWOULDBLOCK) && IsSameFile(beside_, fd_)) return;
+    close(fd_);
+    unlink(beside_.c_str());
   }
-  beside_ = fmt::format("{}.{}.part", target_, getpid());
-  fd_ = open(beside_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0666);
-  if (fd_ < 0) Fail("create a file beside it");
-  if (exists) fchmod(fd_, old.st_mode);
 }
 
 Output::~Output() {
@@ -86,15 +158,15 @@ void Output::Fail(const char *action) const {
 void Output::Write(std::string_view lines) {
   size_t done = 0;
   while (done < lines.size()) {
-    const ssize_t written = write(fd_, lines.data() + done, lines.size() - done);
-    if (written >= 0) {
-      done += static_cast<size_t>(written);
-    } else if (errno != EINTR) {
+    const std::string_view piece = lines.substr(done, piece_);
+    const ssize_t written = WhenReady(WaitForOutput, fd_, [&] { return write(fd_, piece.data(), piece.size()); });
+    if (written < 0) {
       const int error = errno;
       TakeBack(done);
       errno = error;
       Fail("write");
     }
+    done += static_cast<size_t>(written);
   }
 }
 
@@ -108,10 +180,29 @@ void Output::TakeBack(size_t bytes) const {
   if (ftruncate(fd_, start) == 0) lseek(fd_, start, SEEK_SET);
 }
 
+// Of the file whose place is taken, or of a new one.
+void Output::TakeRights() const {
+  struct stat old;
+  mode_t mode = 0666;
+  if (lstat(target_.c_str(), &old) == 0 && S_ISREG(old.st_mode)) {
+    mode = old.st_mode & 0777;
+    constexpr auto kSameOwner = static_cast<uid_t>(-1);
+    // Who may not give it away may be able to give it to the group.
+    [[maybe_unused]] const bool is_given =
+        fchown(fd_, old.st_uid, old.st_gid) == 0 || fchown(fd_, kSameOwner, old.st_gid) == 0;
+  } else {
+    const mode_t mask = umask(0);
+    umask(mask);
+    mode &= ~mask;
+  }
+  fchmod(fd_, mode);
+}
+
 void Output::Publish() {
   if (beside_.empty()) return;
+  TakeRights();
   // Some file systems find out only now that there is no space; what takes the old file's place is to be there.
-  if (fsync(fd_) != 0 && errno != EINVAL) Fail("write");
+  if (WhenReady(WaitForOutput, fd_, [&] { return fsync(fd_); }) != 0 && errno != EINVAL) Fail("write");
   if (rename(beside_.c_str(), target_.c_str()) != 0) Fail("rename what was written beside it");
   beside_.clear();
 }
@@ -120,7 +211,7 @@ void Output::Close() {
   Publish();
   const int fd = fd_;
   fd_ = -1;
-  if (close(fd) != 0) Fail("close");
+  if (close(fd) != 0 && errno != EINTR) Fail("close");  // it is closed all the same
 }
 
 }  // namespace zorstat

@@ -1,4 +1,5 @@
-// Files, checked: whatever fails is thrown with the file's name and the reason.
+// Files, checked: whatever fails is thrown with the file's name and the reason. What has to wait ends at a signal
+// that asks to stop (stop.h).
 #ifndef ZORSTAT_FILE_H_
 #define ZORSTAT_FILE_H_
 
@@ -8,17 +9,20 @@
 
 namespace zorstat {
 
-// These throw Error.
+// These throw Error. A pipe is open at once; reading waits for the one who writes.
 int OpenForReading(const std::string &path);
 size_t ReadSome(int fd, const std::string &name, char *buffer, size_t size);  // 0 at the end
-void ReadFile(const std::string &path, std::string *text);
+// Files of more than `limit` bytes are refused.
+void ReadFile(const std::string &path, size_t limit, std::string *text);
 
 // Whether the path is that of the open regular file.
 bool IsSameFile(const std::string &path, int fd);
 
 // A file of whole lines, or standard output. A file is written beside the one that may have its name and takes its
-// place when published; until then the old one stays, and the new one goes when it is not. All but the destructor
-// throw OutputError.
+// place when published, with its owner and mode as far as this process may give them; until then the old one stays,
+// nobody else can read the new one, and that goes when it is not published. It is locked while it is written, so
+// that the next run can tell what a killed one has left, and remove it. A link leads to the file, which is
+// replaced; pipes and devices are written directly. All but the destructor throw OutputError.
 class Output {
  public:
   // "-" is standard output.
@@ -35,12 +39,16 @@ class Output {
 
  private:
   [[noreturn]] void Fail(const char *action) const;
+  void OpenDirectly();
+  void CreateBeside();
+  void TakeRights() const;
   void TakeBack(size_t bytes) const;
 
   std::string name_;
   std::string target_;
   std::string beside_;  // the file's name until it is published
   int fd_ = -1;
+  size_t piece_;  // bytes that are written at once
 };
 
 }  // namespace zorstat

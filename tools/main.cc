@@ -20,6 +20,7 @@
 #include "config_file.h"
 #include "error.h"
 #include "file.h"
+#include "query.h"
 #include "session.h"
 #include "settings.h"
 #include "source.h"
@@ -48,7 +49,8 @@ constexpr const char *kReplayFooter =
     "\nPoll file: a line time,KEY,NAME[:TYPE],... and then a line per row of each poll:\n"
     "seconds since 1970, key, values. TYPE is i32, u32, i64 or u64 (the default). An empty\n"
     "value is none; a new time begins a new poll; times do not go back. A signal (SIGINT,\n"
-    "SIGTERM, SIGHUP) ends the run as a failure; what was counted is written first.\n"
+    "SIGTERM, SIGHUP) ends the run as a failure; what was counted is written first. A second\n"
+    "one ends it at once.\n"
     "\n"
     "Example: summaries and percentiles of two counters for every 6 polls, and a report:\n"
     "  zorstat replay polls.csv --cumulative all --objects rx_bytes,tx_bytes \\\n"
@@ -56,6 +58,7 @@ constexpr const char *kReplayFooter =
 
 constexpr const char *kLiveFooter =
     "\nA signal (SIGINT, SIGTERM, SIGHUP) ends the run; what was collected is written first.\n"
+    "A second one ends it at once.\n"
     "All columns are counters, whose samples are the differences from poll to poll, except\n"
     "the gauge in_flight of disk.\n"
     "\n"
@@ -76,6 +79,17 @@ constexpr const char *kSuggestFooter =
     "Example: settings for a recording, then its records:\n"
     "  zorstat suggest polls.csv -o polls.toml\n"
     "  zorstat replay polls.csv --config polls.toml\n";
+
+constexpr const char *kQueryFooter =
+    "FILE is a database that --sqlite keeps, or JSON Lines that --format jsonl writes; an\n"
+    "interval that is in several of them counts once. Percentiles are those of all samples\n"
+    "together: buckets are added, where ranges and buckets are the same; others stand apart.\n"
+    "Times are local ones; TIME is a day or a time of day as in 2026-11-22 or\n"
+    "'2026-11-22 14:00', a time ago as in -90m, -2h or -7d, or seconds since 1970. An\n"
+    "interval has the time of its last poll.\n"
+    "\n"
+    "Example: CPU time since yesterday, by the hour:\n"
+    "  zorstat query cpu.db --object user --instance cpu --from -1d --by hour\n";
 
 constexpr const char *kTopFooter =
     "\nNeeds a terminal. Percentiles of an object without a range are those of its last 1000\n"
@@ -107,6 +121,9 @@ class Command {
     Settings settings = WithOptions({});
     if (!settings.config.empty()) settings = WithOptions(ReadConfigFile(settings.config));
     settings.report = settings.report || settings.percentile;
+    const bool on_screen = settings.output == "-" && isatty(STDOUT_FILENO) == 1;
+    if (!settings.format && !settings.headers && on_screen)
+      settings.format = {Format::kTable, "default of --format"};
     return settings;
   }
 
@@ -170,6 +187,20 @@ void Suggest(const Command &command) {
   output.Close();
 }
 
+void AddQueryOptions(CLI::App *app, QueryOptions *options) {
+  app->add_option("FILE", options->files, "histories, or - for standard input")->required()->type_name("");
+  app->add_option("--object", options->object, "whose samples")->required()->type_name("NAME");
+  app->add_option("--instance", options->instance, "of this one (default: all)")->type_name("NAME");
+  app->add_option("--group", options->group, "of this data group (default: each)")->type_name("NAME");
+  app->add_option("--host", options->host, "of this host (default: all)")->type_name("NAME");
+  app->add_option("--from", options->from, "of intervals that end at this time or later")->type_name("TIME");
+  app->add_option("--to", options->to, "of intervals that end before this time")->type_name("TIME");
+  app->add_option("--by", options->by, "a line for each hour, day, instance or host")->type_name("WHAT");
+  app->add_option("--points", options->points, "percentiles (default: 50,97.72,99.87)")->type_name("LIST");
+  app->add_option("--format", options->format, "table, csv or jsonl (default: table)")->type_name("FORMAT");
+  app->footer(kQueryFooter);
+}
+
 int Run(int argc, char **argv) {
   CLI::App app("Statistics of periodically polled counters.");
   app.name("zorstat");
@@ -200,6 +231,10 @@ int Run(int argc, char **argv) {
   const Command suggest_command(suggest, kSuggest, "FILE", "poll file, or - for standard input");
   suggest->footer(kSuggestFooter);
 
+  CLI::App *query = app.add_subcommand("query", "percentiles of what runs have kept, together");
+  QueryOptions query_options;
+  AddQueryOptions(query, &query_options);
+
   CLI::App *top = app.add_subcommand("top", "show the kernel's counters on the terminal");
   const Command top_command(top, kTop, "SOURCE", kSourceHelp);
   top->footer(kTopFooter);
@@ -227,6 +262,7 @@ int Run(int argc, char **argv) {
   if (live->parsed()) Live(live_command);
   if (record->parsed()) RecordPolls(record_command);
   if (suggest->parsed()) Suggest(suggest_command);
+  if (query->parsed()) Query(query_options);
   if (top->parsed()) Top(top_command);
   return 0;
 }

@@ -51,6 +51,14 @@ void AppendValue(const Value &value, std::string *text) {
   if (value) std::visit([&](auto number) { fmt::format_to(std::back_inserter(*text), "{}", number); }, *value);
 }
 
+// Records hold no later time. One in milliseconds is above it.
+constexpr int64_t kLatest = std::numeric_limits<uint32_t>::max();
+bool IsTime(int64_t time) { return time >= 0 && time <= kLatest; }
+
+std::string TimeRefusal(std::string_view time) {
+  return Refusal("time", Printable(time), fmt::format("whole seconds since 1970, at most {}", kLatest));
+}
+
 bool IsHeader(std::string_view line) { return line.substr(0, 5) == "time,"; }
 
 // Whether a regular file ends before the position that was reached in it.
@@ -204,11 +212,7 @@ void PollFileReader::RefuseRepeatedKeys(const Poll &poll) {
 int64_t PollFileReader::ReadTime() const {
   const std::string_view field = line_.substr(0, line_.find(','));
   const auto time = ParseNumber<int64_t>(field);
-  // Records hold no later time. One in milliseconds is above it.
-  constexpr int64_t kLatest = std::numeric_limits<uint32_t>::max();
-  if (!time || *time < 0 || *time > kLatest) {
-    Fail(Refusal("time", Printable(field), fmt::format("whole seconds since 1970, at most {}", kLatest)));
-  }
+  if (!time || !IsTime(*time)) Fail(TimeRefusal(field));
   return *time;
 }
 
@@ -284,6 +288,7 @@ std::string PollFileHeader(const Table &table) {
 }
 
 void AppendPollLines(const Table &table, const Poll &poll, std::string *text) {
+  if (!IsTime(poll.time)) throw Error(TimeRefusal(std::to_string(poll.time)));
   for (size_t row = 0; row < poll.rows(); ++row) {
     const std::string_view key = poll.key(row);
     fmt::format_to(std::back_inserter(*text), "{},", poll.time);

@@ -80,7 +80,7 @@ class PollFileReader {
 
 std::string PollFileHeader(const Table &table);
 
-// Appends the poll's lines. The keys are names.
+// Appends the poll's lines. The keys are names. Throws Error for a time that a poll file cannot hold.
 void AppendPollLines(const Table &table, const Poll &poll, std::string *text);
 
 }  // namespace zorstat

@@ -1,6 +1,7 @@
 #include "proc_table.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <initializer_list>
@@ -15,6 +16,7 @@ namespace zorstat {
 namespace {
 
 constexpr std::string_view kSpace = " \t";
+constexpr size_t kLargestFile = size_t{64} * 1024 * 1024;  // 300,000 interfaces
 
 // Takes the next word off the line; empty at its end.
 std::string_view TakeWord(std::string_view *line) {
@@ -46,8 +48,21 @@ bool TakeDevice(std::string_view *line, std::string_view *key) {
 // "cpu  1 2 3", "cpu0 1 2 3"; lines of other words follow.
 bool TakeCpu(std::string_view *line, std::string_view *key) {
   *key = TakeWord(line);
-  return key->substr(0, 3) == "cpu";
+  return key->starts_with("cpu") && key->find_first_not_of("0123456789", 3) == std::string_view::npos;
 }
+
+// Units of what a poll interval has brought.
+const Unit kCount{"", 1, true};
+const Unit kBytes{"bytes", 1, true};
+const Unit kSectors{"bytes", 512, true};  // in this file, whatever the device's own are
+const Unit kTime{"ms", 1, true};
+const Unit kShare{"percent", 0.1, true};  // of the time that passed, in ms
+const Unit kTicks{"percent", 100.0 / static_cast<double>(sysconf(_SC_CLK_TCK)), true};  // of a CPU
+
+struct ColumnUnit {
+  std::string_view column;
+  const Unit &unit;
+};
 
 }  // namespace
 
@@ -58,6 +73,14 @@ struct ProcTable::Kind {
   TakeKey take_key;
   std::initializer_list<const char *> columns;
   std::string_view gauge;
+  const Unit &unit;
+  std::initializer_list<ColumnUnit> units;  // of columns with another one
+
+  const Unit &UnitOf(std::string_view column) const {
+    const auto is_it = [&](const ColumnUnit &other) { return other.column == column; };
+    const auto *const found = std::find_if(units.begin(), units.end(), is_it);
+    return found == units.end() ? unit : found->unit;
+  }
 };
 
 const ProcTable::Kind ProcTable::kKinds[] = {
@@ -67,7 +90,9 @@ const ProcTable::Kind ProcTable::kKinds[] = {
      TakeInterface,
      {"rx_bytes", "rx_packets", "rx_errs", "rx_drop", "rx_fifo", "rx_frame", "rx_compressed", "rx_multicast",
       "tx_bytes", "tx_packets", "tx_errs", "tx_drop", "tx_fifo", "tx_colls", "tx_carrier", "tx_compressed"},
-     ""},
+     "",
+     kCount,
+     {{"rx_bytes", kBytes}, {"tx_bytes", kBytes}}},
     {"disk",
      "diskstats",
      "device",
@@ -75,13 +100,25 @@ const ProcTable::Kind ProcTable::kKinds[] = {
      {"reads", "reads_merged", "sectors_read", "read_ms", "writes", "writes_merged", "sectors_written", "write_ms",
       "in_flight", "io_ms", "weighted_io_ms", "discards", "discards_merged", "sectors_discarded", "discard_ms",
       "flushes", "flush_ms"},
-     "in_flight"},
+     "in_flight",
+     kCount,
+     {{"sectors_read", kSectors},
+      {"sectors_written", kSectors},
+      {"sectors_discarded", kSectors},
+      {"read_ms", kTime},
+      {"write_ms", kTime},
+      {"discard_ms", kTime},
+      {"flush_ms", kTime},
+      {"weighted_io_ms", kTime},
+      {"io_ms", kShare}}},
     {"cpu",
      "stat",
      "cpu",
      TakeCpu,
      {"user", "nice", "system", "idle", "iowait", "irq", "softirq", "steal", "guest", "guest_nice"},
-     ""},
+     "",
+     kTicks,
+     {}},
 };
 
 ProcTable::ProcTable(std::string_view kind, const std::string &root) {
@@ -91,14 +128,15 @@ ProcTable::ProcTable(std::string_view kind, const std::string &root) {
     take_key_ = candidate.take_key;
     table_.key = candidate.key;
     for (const char *column : candidate.columns) {
-      table_.columns.push_back({column, ZOR_PROCESS_DATA_TYPE_UINT64, column != candidate.gauge});
+      table_.columns.push_back(
+          {column, ZOR_PROCESS_DATA_TYPE_UINT64, column != candidate.gauge, candidate.UnitOf(column)});
     }
   }
   if (take_key_ == nullptr) throw SettingsError(Refusal("source", kind, "net, disk or cpu"));
 }
 
 void ProcTable::Read(Poll *poll) {
-  ReadFile(path_, &text_);
+  ReadFile(path_, kLargestFile, &text_);
   Parse(text_, poll);
 }
 

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "stop.h"
+
 namespace zorstat {
 namespace {
 
@@ -28,7 +30,7 @@ Progress::Progress(int fd, bool wanted) : next_update_(Clock::now()) {
 void Progress::Update(uint64_t bytes_read) {
   if (size_ == 0) return;
   const Clock::time_point now = Clock::now();
-  if (now < next_update_) return;
+  if (now < next_update_ || !WaitForOutput(STDERR_FILENO)) return;
   next_update_ = now + kPeriod;
   // The file may have grown since.
   const double share = std::min(1.0, static_cast<double>(bytes_read) / static_cast<double>(size_));
@@ -41,7 +43,7 @@ void Progress::Update(uint64_t bytes_read) {
 }
 
 void Progress::Clear() {
-  if (!shown_) return;
+  if (!shown_ || !WaitForOutput(STDERR_FILENO)) return;
   std::fprintf(stderr, "\r%*s\r", static_cast<int>(kWidth + 7), "");
   std::fflush(stderr);
   shown_ = false;

@@ -23,6 +23,7 @@ struct Run {
   std::uint32_t poll_interval;  // seconds
   const Table &table;
   const std::vector<ObjectPlan> &plans;
+  bool is_live;  // polls are taken now, not read from a file
 };
 
 // One instance. At least one of the two is there.
@@ -46,6 +47,18 @@ struct IntervalReadings {
   std::uint32_t polls = 0;  // that it took
   std::vector<ObjectReadings> objects;
 };
+
+inline bool HasSummary(const ObjectPlan &plan) {
+  return (plan.statistics & (ZOR_PROCESS_FLAG_SUMMARY | ZOR_PROCESS_FLAG_PERCENTILE)) != 0;
+}
+
+// The samples of an interval, also where a distribution alone has counted them.
+inline std::uint64_t SamplesOf(const Reading &values, const ObjectPlan &plan) {
+  if (HasSummary(plan) || !values.distribution) return values.samples;
+  std::uint64_t samples = values.distribution->below + values.distribution->above;
+  for (const zor::process::Bucket &bucket : values.distribution->buckets) samples += bucket.count;
+  return samples;
+}
 
 using ReadInProgress = std::function<std::vector<ObjectReadings>()>;
 

@@ -1,5 +1,9 @@
 #include "session.h"
 
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <chrono>
 #include <optional>
 #include <string>
 #include <vector>
@@ -21,11 +25,14 @@ void WriteOut(std::string *lines, Output *output) {
   lines->clear();
 }
 
-// One run: polls go through the collector to the record lines and the exporters.
+// One run: polls go through the collector to the exporters, and to the record lines unless another format takes
+// their place.
 class Counting {
  public:
   Counting(const Run &run, const Settings &settings, const Exporters &exporters)
-      : collector_(run, settings, !exporters.empty()), exporters_(exporters) {
+      : collector_(run, settings, !exporters.empty()),
+        exporters_(exporters),
+        writes_records_(FormatOf(settings) == Format::kRecords) {
     for (const auto &exporter : exporters_) exporter->Begin(run);
   }
 
@@ -33,19 +40,25 @@ class Counting {
 
   void AddRows(const Poll &poll, const std::string &place) { collector_.AddRows(poll, place); }
   void EndPoll(std::int64_t time, std::string *records) {
-    collector_.EndPoll(records);
+    collector_.EndPoll(Wanted(records));
     TellInterval();
     for (const auto &exporter : exporters_) exporter->EndPoll(time, [&] { return collector_.InProgress(); });
   }
   void Finish(std::string *records) {
     FirstFailure failure;
-    failure.Try([&] { collector_.Finish(records); });
+    failure.Try([&] { collector_.Finish(Wanted(records)); });
     failure.Try([&] { TellInterval(); });
     for (const auto &exporter : exporters_) failure.Try([&] { exporter->Finish(); });
     failure.Rethrow();
   }
 
  private:
+  // Records are rendered whatever is written, as notes tell of them.
+  std::string *Wanted(std::string *records) {
+    unwanted_.clear();
+    return writes_records_ ? records : &unwanted_;
+  }
+
   void TellInterval() {
     const std::optional<IntervalReadings> interval = collector_.TakeInterval();
     if (!interval) return;
@@ -54,6 +67,33 @@ class Counting {
 
   Collector collector_;
   const Exporters &exporters_;
+  bool writes_records_;
+  std::string unwanted_;
+};
+
+// The times of a poll file, which cannot go back. Where the clock was set back they go on as far as time has, so
+// that polls stay as far apart as they were taken.
+class RisingTime {
+ public:
+  int64_t Of(int64_t clock) {
+    const Clock::time_point now = Clock::now();
+    if (last_ && clock <= *last_) {
+      const auto passed = std::chrono::round<std::chrono::seconds>(now - taken_).count();
+      clock = *last_ + std::max<int64_t>(passed, 1);
+      ++went_on_;
+    }
+    last_ = clock;
+    taken_ = now;
+    return clock;
+  }
+  uint64_t went_on() const { return went_on_; }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  std::optional<int64_t> last_;
+  Clock::time_point taken_;
+  uint64_t went_on_ = 0;
 };
 
 }  // namespace
@@ -62,14 +102,14 @@ void Count(Source *source, const Settings &settings, const std::string &default_
            RecordTime record_time) {
   const std::vector<ObjectPlan> plans = PlanObjects(settings, source->table());
   const std::string dg = settings.dg ? settings.dg->value : ReadDgName(default_dg, "default of --dg");
-  const Exporters exporters = MakeExporters(settings);
+  std::string lines;  // not yet written
+  const Exporters exporters = MakeExporters(settings, &lines);
   Poll poll;
   if (!source->Next(&poll)) return;
   const Run run = {dg, settings.interval ? settings.interval->value : source->Interval(poll), source->table(),
-                   plans};
+                   plans, record_time == RecordTime::kNow};
   Counting counting(run, settings, exporters);
   Output file(output);
-  std::string records;  // not yet written
   std::optional<std::string> report;
   FirstFailure failure;
   failure.Try([&] {
@@ -78,20 +118,20 @@ void Count(Source *source, const Settings &settings, const std::string &default_
       counting.AddRows(poll, source->Place(poll));
       // The last poll may end with a clear, after which there would be nothing to report.
       if (settings.report && source->IsLast()) report = counting.collector().Report();
-      counting.EndPoll(poll.time, &records);
-      if (record_time == RecordTime::kNow && !records.empty()) {
-        WriteOut(&records, &file);
+      counting.EndPoll(poll.time, &lines);
+      if (record_time == RecordTime::kNow && !lines.empty()) {
+        WriteOut(&lines, &file);
         file.Publish();
-      } else if (records.size() >= kBatch) {
-        WriteOut(&records, &file);
+      } else if (lines.size() >= kBatch) {
+        WriteOut(&lines, &file);
       }
     } while (source->Next(&poll));
   });
   failure.Try([&] {
     if (settings.report && !report) report = counting.collector().Report();
   });
-  failure.Try([&] { counting.Finish(&records); });
-  WriteOut(&records, &file);
+  failure.Try([&] { counting.Finish(&lines); });
+  WriteOut(&lines, &file);
   if (output == "-") file.Write(report.value_or(""));
   file.Close();
   if (output != "-" && report) {
@@ -109,12 +149,17 @@ void Record(Source *source, const std::string &output) {
   Output file(output);
   std::string lines = PollFileHeader(source->table());
   Poll poll;
+  RisingTime time;
   while (source->Next(&poll)) {
+    poll.time = time.Of(poll.time);
     AppendPollLines(source->table(), poll, &lines);
     WriteOut(&lines, &file);
     file.Publish();
   }
   file.Close();
+  if (time.went_on() != 0) {
+    Complain(fmt::format("the clock was set back: times went on without it in {} polls", time.went_on()));
+  }
 }
 
 }  // namespace zorstat

@@ -1,9 +1,11 @@
 #include "settings.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
+#include <climits>
 #include <cmath>
 #include <limits>
 #include <map>
@@ -20,6 +22,7 @@ namespace zorstat {
 namespace {
 
 constexpr std::uint32_t kDefaultBuckets = 100;
+constexpr std::uint32_t kDefaultEdges = 20;
 constexpr std::uint16_t kDefaultStatistics = ZOR_PROCESS_FLAG_SUMMARY | ZOR_PROCESS_FLAG_PERCENTILE;
 constexpr std::uint16_t kBaseline = ZOR_PROCESS_FLAG_BASELINE;
 constexpr std::uint16_t kAllButBaseline = ZOR_PROCESS_FLAGS_ALL & ~ZOR_PROCESS_FLAG_BASELINE;
@@ -88,6 +91,18 @@ Values ValuesOf(const Settings &settings, const Settings &object, const Column &
   return resets ? resets->value : Values::counter;
 }
 
+// A gauge has no samples of an interval to be divided by it.
+Unit UnitOf(const Settings &settings, const Settings &object, const Column &column, Values values) {
+  Unit unit = column.unit;
+  if (const auto &own = FirstSet(object.unit, settings.unit)) {
+    unit.name = own->value.name;
+    unit.factor = own->value.factor;
+  }
+  if (const auto &own = FirstSet(object.per_second, settings.per_second)) unit.per_second = own->value;
+  if (values == Values::sampled) unit.per_second = false;
+  return unit;
+}
+
 void CheckRange(const OptionalSetting<Range> &range, std::uint16_t statistics) {
   if (!range || statistics != kBaseline) return;
   Refuse(range->where, RangeText(range->value), "no range: a baseline learns its own");
@@ -105,7 +120,10 @@ ObjectPlan PlanObject(const Settings &settings, const Settings &object, const Co
   plan.statistics = statistics;
   const auto &buckets = FirstSet(object.buckets, settings.buckets);
   plan.buckets = buckets ? buckets->value : kDefaultBuckets;
+  const auto &edges = FirstSet(object.edges, settings.edges);
+  plan.edges = edges ? edges->value : kDefaultEdges;
   plan.values = ValuesOf(settings, object, column);
+  plan.unit = UnitOf(settings, object, column, plan.values);
   if (const auto &instances = FirstSet(object.instances, settings.instances)) plan.instances = instances->value;
   if (plan.statistics == kBaseline) {
     plan.clear = FirstSet(object.clear, settings.clear);
@@ -223,10 +241,56 @@ Values ReadResets(const Given &given) {
   Refuse(given.where, given.text(), "detect or ignore");
 }
 
+std::string ReadAddress(const Given &given) {
+  const std::string &text = given.text();
+  const std::size_t colon = std::min(text.rfind(':'), text.size());
+  const std::string_view host = std::string_view(text).substr(0, colon);
+  const auto port = ParseNumber<std::uint16_t>(std::string_view(text).substr(std::min(colon + 1, text.size())));
+  const bool is_bracketed = host.size() > 2 && host.front() == '[' && host.back() == ']';
+  const bool is_host = is_bracketed || (!host.empty() && host.find_first_of("[:],") == std::string_view::npos);
+  if (!is_host || !port || *port == 0) {
+    Refuse(given.where, text, "HOST:PORT, as in 127.0.0.1:9777 or [::1]:9777");
+  }
+  return text;
+}
+
+std::string ReadPromFile(const Given &given) {
+  if (!given.text().ends_with(".prom")) Refuse(given.where, given.text(), "a name that ends in .prom");
+  return given.text();
+}
+
 bool ReadTruth(const Given &given) { return given.text() == "true"; }
 NameList ReadAllOrNone(const Given &given) { return ReadTruth(given) ? NameList{"all"} : NameList{}; }
 std::string ReadText(const Given &given) { return given.text(); }
 std::string ReadDg(const Given &given) { return ReadDgName(given.text(), given.where); }
+
+constexpr std::pair<std::string_view, Format> kFormats[] = {
+    {"records", Format::kRecords}, {"table", Format::kTable}, {"csv", Format::kCsv}, {"jsonl", Format::kJsonLines}};
+
+Format ReadFormat(const Given &given) {
+  NameList known;
+  for (const auto &[name, format] : kFormats) {
+    if (given.text() == name) return format;
+    known.emplace_back(name);
+  }
+  Refuse(given.where, given.text(), Alternatives(known));
+}
+
+std::string ReadName(const Given &given) {
+  if (!IsName(given.text())) Refuse(given.where, given.text(), kName);
+  return given.text();
+}
+
+Unit ReadUnit(const Given &given) {
+  const auto unit = ParseUnit(given.text());
+  if (!unit) Refuse(given.where, given.text(), "a short name, or a factor and a name as in 512 bytes");
+  return *unit;
+}
+
+bool ReadPer(const Given &given) {
+  if (given.text() != "second" && given.text() != "sample") Refuse(given.where, given.text(), "second or sample");
+  return given.text() == "second";
+}
 
 // Keeps what `parse` makes of a value as the member, with its place or without.
 template <auto member, auto parse>
@@ -306,12 +370,37 @@ constexpr SettingRow kSettings[] = {
     {"report", "", "at the end, print the interval in progress", kTruth, SetPlain<&Settings::report, ReadTruth>,
      kForAll},
     {"config", "FILE", "settings in TOML", kText, SetPlain<&Settings::config, ReadText>, kCounting | kTop},
-    {"output", "FILE", "write records to this file (default: standard output)", kText,
+    {"unit", "", "", kText, Set<&Settings::unit, ReadUnit>, kTopLevel | kObject},
+    {"per", "", "", kText, Set<&Settings::per_second, ReadPer>, kTopLevel | kObject},
+    {"output", "FILE", "write to this file (default: standard output)", kText,
      SetPlain<&Settings::output, ReadText>, kCounting, 'o'},
+    {"format", "FORMAT",
+     "what to write: records, table, csv or jsonl (default:\ntable on a terminal, else records)", kText,
+     Set<&Settings::format, ReadFormat>, kForAll},
+    {"host", "NAME", "host in csv, jsonl and histories (default: the name of\nthis one)", kText,
+     Set<&Settings::host, ReadName>, kForAll},
+    {"sqlite", "FILE", "keep the intervals in this database, for 'zorstat query'", kText,
+     SetPlain<&Settings::sqlite, ReadText>, kCounting},
+    {"listen", "HOST:PORT",
+     "serve metrics to Prometheus at http://HOST:PORT/metrics;\n"
+     "quantiles are those of an interval: give --clear, too",
+     kText, Set<&Settings::listen, ReadAddress>, kLive},
+    {"prometheus", "FILE",
+     "write these metrics to a file, NAME.prom, for the textfile\n"
+     "collector of node_exporter, after each poll",
+     kText, Set<&Settings::prometheus, ReadPromFile>, kLive},
+    {"prometheus", "FILE",
+     "write metrics for Prometheus to a file, NAME.prom, at the\n"
+     "end",
+     kText, Set<&Settings::prometheus, ReadPromFile>, kReplay},
+    {"edges", "N", "upper bounds of a histogram of these metrics, at most its\nbuckets (default: 20)", kInteger,
+     Set<&Settings::edges, ReadCount<1, kLargestCount>>, kForAll | kObject},
     {"output", "FILE", "poll file (default: standard output)", kText, SetPlain<&Settings::output, ReadText>,
      kRecord, 'o'},
     {"output", "FILE", "settings file (default: standard output)", kText, SetPlain<&Settings::output, ReadText>,
      kSuggest, 'o'},
+    {"html", "FILE", "write a page for a browser: at the end of a replay, live\nat the end of each interval", kText,
+     SetPlain<&Settings::html, ReadText>, kCounting},
 };
 
 }  // namespace
@@ -333,6 +422,13 @@ void SetOption(std::string_view name, const std::string &text, Settings *setting
   const SettingRow *row = FindSetting(name, kAnyCommand);
   if (row == nullptr) throw SettingsError(fmt::format("{}: unknown option", where));
   row->read({row->form.Parts(text), std::move(where)}, *settings);
+}
+
+std::string HostName(const Settings &settings) {
+  if (settings.host) return settings.host->value;
+  char name[HOST_NAME_MAX + 1] = {};
+  if (gethostname(name, HOST_NAME_MAX) != 0 || !IsName(name)) return "localhost";
+  return name;
 }
 
 std::string ReadDgName(const std::string &name, const std::string &where) {

@@ -32,6 +32,9 @@ template <class T>
 using OptionalSetting = std::optional<Setting<T>>;
 using NameList = std::vector<std::string>;
 
+// What the readings of an interval are written as.
+enum class Format { kRecords, kTable, kCsv, kJsonLines };
+
 // What options and a settings file say, for all objects or in a table [objects.NAME] for one.
 struct Settings {
   OptionalSetting<std::uint16_t> statistics;  // ZOR_PROCESS_FLAG_*
@@ -40,7 +43,11 @@ struct Settings {
   OptionalSetting<Interval> clear;  // for a baseline, of samples
   OptionalSetting<NameList> instances;
   OptionalSetting<NameList> cumulative;  // columns, in order; {"all"}: every one
+  OptionalSetting<std::uint32_t> edges;  // upper bounds of a histogram
   OptionalSetting<Values> resets;        // how counters are read: whether resets are told from wraps
+
+  OptionalSetting<Unit> unit;  // but for per_second
+  OptionalSetting<bool> per_second;
 
   // Of all objects alone:
   OptionalSetting<std::string> dg;
@@ -49,12 +56,18 @@ struct Settings {
   OptionalSetting<std::uint32_t> percentile;  // whole percent
   OptionalSetting<std::uint32_t> count;       // polls
   OptionalSetting<std::uint32_t> expire;      // intervals; 0: never
+  OptionalSetting<std::string> listen;        // HOST:PORT
+  OptionalSetting<std::string> prometheus;    // file
   bool headers = false;
   bool report = false;
   double outside = 0.1;  // per cent of the samples that a suggested range may leave out
   std::string proc = "/proc";
   std::string config;
   std::string output = "-";
+  std::string html;
+  OptionalSetting<Format> format;
+  OptionalSetting<std::string> host;
+  std::string sqlite;
   std::vector<Settings> tables;  // if there are any, these are the objects
 
   Setting<std::string> name;  // of the one object
@@ -123,7 +136,16 @@ struct ObjectPlan {
   Values values = Values::sampled;
   std::optional<NameList> instances;
   OptionalSetting<Interval> clear;
+  Unit unit = {};  // of samples, for people
+  std::uint32_t edges = 0;
 };
+
+inline Format FormatOf(const Settings &settings) {
+  return settings.format ? settings.format->value : Format::kRecords;
+}
+
+// The name of this host, unless the settings have one.
+std::string HostName(const Settings &settings);
 
 // Throws SettingsError, naming `where`.
 std::string ReadDgName(const std::string &name, const std::string &where);

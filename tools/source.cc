@@ -15,6 +15,7 @@ namespace zorstat {
 namespace {
 
 constexpr std::chrono::milliseconds kLongestWait{std::numeric_limits<int>::max()};
+constexpr std::chrono::seconds kLate{1};
 
 }  // namespace
 
@@ -39,7 +40,12 @@ bool FileSource::Next(Poll *poll) {
   std::swap(*poll, ahead_);
   progress_.Update(reader_.lines().bytes_read());
   has_ahead_ = false;
-  failure_.Try([&] { has_ahead_ = reader_.Next(&ahead_); });
+  failure_.Try([&] {
+    if (IsStopped()) {
+      throw Error(fmt::format("{}:{}: interrupted", reader_.lines().name(), reader_.lines().line_number()));
+    }
+    has_ahead_ = reader_.Next(&ahead_);
+  });
   return true;
 }
 
@@ -67,24 +73,19 @@ bool LiveSource::Next(Poll *poll) {
 }
 
 std::chrono::milliseconds LiveSource::UntilNext() const {
-  if (taken_ == 0) return {};
-  return std::max(std::chrono::ceil<std::chrono::milliseconds>(next_ + interval_ - Clock::now()), {});
+  return std::max(std::chrono::ceil<std::chrono::milliseconds>(next_ - Clock::now()), {});
 }
 
 // False when a signal asks to stop.
 bool LiveSource::TakePoll(Poll *poll) {
-  if (taken_ == 0) {
-    next_ = Clock::now();
-  } else {
-    // Polls that were missed while the process stood still are not made up for.
-    next_ = std::max(next_ + interval_, Clock::now());
-  }
+  if (taken_ == 0) next_ = Clock::now();
   if (!WaitUntil(next_)) return false;
+  const Clock::time_point start = Clock::now();
+  poll->time = time(nullptr);
   counters_.Read(poll);
-  // The clock may be set back; a poll file cannot go back.
-  const int64_t now = time(nullptr);
-  poll->time = taken_ == 0 ? now : std::max(now, last_time_ + 1);
-  last_time_ = poll->time;
+  // Polls that were missed while the process stood still are not made up for: the next one is an interval away.
+  if (start - next_ > kLate) next_ = start;
+  next_ += interval_;
   ++taken_;
   return true;
 }

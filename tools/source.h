@@ -81,7 +81,6 @@ class LiveSource : public Source {
   std::optional<uint32_t> polls_;
   uint32_t taken_ = 0;
   Clock::time_point next_;
-  int64_t last_time_ = 0;
   bool any_row_ = false;
 };
 

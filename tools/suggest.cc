@@ -301,6 +301,7 @@ Fit Try(const Object &object, const Values &range, std::uint16_t buckets, std::u
     const auto ends = [&, first = *sample](const Sample &next) {
       return next.instance != first.instance || next.poll / clear != first.poll / clear;
     };
+    if (IsStopped()) throw Error("interrupted");
     record.clear();
     double sum = 0;  // without signs
     for (const auto end = std::find_if(sample, object.samples.end(), ends); sample != end; ++sample) {
@@ -428,7 +429,6 @@ std::string Suggest(Source *source, const std::string &input, const Settings &se
   const std::uint32_t clear = settings.clear ? ClearPolls(*settings.clear, recording.interval) : kDefaultClear;
   std::vector<Lines> objects;
   for (History &history : recording.columns) {
-    if (!WaitUnlessStopped(-1, 0)) throw Error("interrupted");
     objects.push_back(Advise(history, recording.polls, settings.outside, clear));
     history.instances = {};
   }

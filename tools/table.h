@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "units.h"
 #include "zor/process/table.hpp"
 
 namespace zorstat {
@@ -17,6 +18,7 @@ struct Column {
   std::string name;
   zor_process_data_type_t type = ZOR_PROCESS_DATA_TYPE_UINT64;
   bool cumulative = false;
+  Unit unit = {};  // of its samples
 };
 
 struct Table {

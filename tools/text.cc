@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <clocale>
+#include <cwchar>
 #include <system_error>
 
 namespace zorstat {
@@ -99,6 +101,23 @@ std::string Printable(std::string_view text) {
   }
   if (!text.empty()) printable += "...";
   return printable;
+}
+
+std::size_t DisplayWidth(std::string_view text) {
+  static const locale_t utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+  const locale_t before = uselocale(utf8);  // stays as it is where there is no such one
+  std::size_t width = 0;
+  while (!text.empty()) {
+    const std::size_t length = std::max<std::size_t>(CharacterLength(text), 1);
+    wchar_t character = 0;
+    std::mbstate_t state{};
+    const bool is_known = std::mbrtowc(&character, text.data(), length, &state) == length;
+    const int places = is_known ? wcwidth(character) : 1;
+    width += places < 0 ? 1 : static_cast<std::size_t>(places);
+    text.remove_prefix(length);
+  }
+  uselocale(before);
+  return width;
 }
 
 std::string ErrnoText(int error) {

@@ -3,6 +3,7 @@
 #define ZORSTAT_TEXT_H_
 
 #include <charconv>
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -44,6 +45,10 @@ std::string_view TypeValues(zor_process_data_type_t type);
 
 // For messages: what is no printable UTF-8 replaced, long texts cut.
 std::string Printable(std::string_view text);
+
+// The places that a printable text takes on a terminal: two for a wide character, none for one that joins the one
+// before it.
+std::size_t DisplayWidth(std::string_view text);
 
 std::string ErrnoText(int error);
 

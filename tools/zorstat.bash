@@ -6,7 +6,7 @@ _zorstat() {
   _init_completion || return
 
   for ((i = 1; i < cword; i++)); do
-    case ${words[i]} in replay | live | record | suggest) command=${words[i]} ;; esac
+    case ${words[i]} in replay | live | record | suggest | query) command=${words[i]} ;; esac
   done
   help=$("$1" ${command:+"$command"} --help 2>/dev/null)
 
@@ -17,7 +17,9 @@ _zorstat() {
       candidates=$before${candidates// / $before}
       ;;
     --cumulative,*) candidates=all ;;
+    --by,*) candidates='hour day instance host' ;;
     --resets,*) candidates='detect ignore' ;;
+    --format,*) candidates='records table csv jsonl' ;;
     --config,*) _filedir toml ;;
     -o,* | -*,*"$prev FILE"*) _filedir ;;
     -*,*"$prev DIR"*) _filedir -d ;;
@@ -25,8 +27,9 @@ _zorstat() {
   esac
   [[ -n $candidates || ${#COMPREPLY[@]} -gt 0 ]] || case $command,$cur in
     *,-*) candidates=$(_parse_help - <<<"$help") ;;
-    ,*) candidates='replay live record suggest' ;;
+    ,*) candidates='replay live record suggest query' ;;
     replay,* | suggest,*) _filedir csv ;;
+    query,*) _filedir ;;
     *) candidates='net disk cpu' ;;
   esac
   [[ -z $candidates ]] || mapfile -t COMPREPLY < <(compgen -W "$candidates" -- "$cur")

@@ -275,7 +275,7 @@ ZOR_API char *zor_process_engine_get_next_object_instance_data(zor_process_engin
 /** Reads the clear buffer of the cursor's instance. To take it over, set null afterwards, and free() the text when
  * done with it; left in place it makes the instance's next clear fail. Constant time.
  * @param cursor  a cursor that names an instance
- * @return the text, or null */
+ * @return the text, or null; null where a walk is over */
 ZOR_API char *zor_process_engine_get_clear_buffer(const zor_process_data_cursor_t *cursor);
 
 /** Replaces the clear buffer of the cursor's instance. What it held before is not freed. While the instance's

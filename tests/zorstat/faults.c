@@ -1,7 +1,8 @@
 /* Preloaded into the program: its memory runs out, and its time passes at once.
  *
  * FAIL=n fails the n-th allocation after the libraries are set up, FAIL=n+ all from there on. HASTE=file lets waits
- * end at once, removes the file, and sets the clock back by an hour at each reading. */
+ * end at once, the first of them late by STALL seconds, and removes the file; the clocks then tell what was waited.
+ * The time begins at CLOCK, and is set back by BACK seconds at each reading. */
 #define _GNU_SOURCE
 #include <errno.h>
 #include <poll.h>
@@ -16,12 +17,21 @@ void *__libc_calloc(size_t count, size_t size);
 void *__libc_realloc(void *block, size_t size);
 
 static long failing, made;
+static long begin, back, stall, waited; /* seconds */
 static int from_there_on;
 static const char *haste;
+
+static long Number(const char *name, long otherwise) {
+  const char *text = getenv(name);
+  return text ? atol(text) : otherwise;
+}
 
 __attribute__((constructor)) static void Arm(void) {
   const char *fail = getenv("FAIL");
   haste = getenv("HASTE");
+  stall = Number("STALL", 0);
+  begin = Number("CLOCK", 1700000000);
+  back = Number("BACK", 0);
   made = 0;
   if (!fail) return;
   failing = atol(fail);
@@ -41,13 +51,23 @@ void *realloc(void *block, size_t size) { return Refused() ? NULL : __libc_reall
 
 int poll(struct pollfd *files, nfds_t count, int milliseconds) {
   const int is_wait = haste && milliseconds > 0;
-  if (is_wait) unlink(haste);
+  if (is_wait) {
+    unlink(haste);
+    waited += (milliseconds + 500) / 1000 + stall;
+    stall = 0;
+  }
   return (int)syscall(SYS_poll, files, count, is_wait ? 0 : milliseconds);
 }
 
+int clock_gettime(clockid_t clock, struct timespec *now) {
+  const long result = syscall(SYS_clock_gettime, clock, now);
+  now->tv_sec += waited;
+  return (int)result;
+}
+
 time_t time(time_t *now) {
-  static time_t back;
-  const time_t read = (time_t)syscall(SYS_time, NULL) - (haste ? back++ * 3600 : 0);
+  const time_t read = begin + waited;
+  begin -= back;
   if (now) *now = read;
   return read;
 }

@@ -45,10 +45,46 @@ constexpr Case kFaults[] = {
      "LD_PRELOAD=$F HASTE=proc/stat $Z live cpu --proc proc --statistics summary --objects user,idle -o r.txt; "
      "echo $?; cut -d, -f2- r.txt",
      "1\n user, cpu, 0\r\n idle, cpu, 0\r\n", "zorstat: proc/stat: cannot open: no such file or directory\n"},
-    {"the clock is set back",
-     "LD_PRELOAD=$F HASTE= $Z record cpu --proc proc --count 4 -o r.txt; "
-     "$Z replay r.txt --objects user --statistics summary | cut -d, -f2-",
-     " user, cpu, 4, 1, 1, 1.000\r\n", ""},
+    {"what was missed is not made up for",
+     "LD_PRELOAD=$F HASTE= STALL=22 $Z record cpu --proc proc --count 4 | cut -d, -f1",
+     "time\n1700000000\n1700000032\n1700000042\n1700000052\n", ""},
+    {"the clock is set back", "LD_PRELOAD=$F HASTE= BACK=3600 $Z record cpu --proc proc --count 3 | cut -d, -f1",
+     "time\n1700000000\n1700000010\n1700000020\n",
+     "zorstat: the clock was set back: times went on without it in 2 polls\n"},
+    {"the clock leaves what a poll file can hold",
+     "LD_PRELOAD=$F HASTE= CLOCK=4294967290 $Z record cpu --proc proc -o r.txt; echo $?; wc -l < r.txt", "1\n2\n",
+     "zorstat: time: '4294967300': expected whole seconds since 1970, at most 4294967295\n"},
+    {"a signal ends what waits in open, read and write, and what computes",
+     "mkfifo a b c d proc/diskstats; sleep 3 < a & (echo time,k,a; seq -f 1,%g,1 20000; seq -f %g,1,1 2 90000) > "
+     "slow;"
+     "end() { timeout --preserve-status -k 2 1 $Z $*; echo $? >&2; }; {"
+     " (end replay long.csv --clear 1 2> e | sleep 3; cat e) &"
+     " for run in 'replay long.csv --clear 1 -o a' 'replay f.csv -o b' 'replay c' 'replay f.csv --config d'"
+     " 'record disk --proc proc' 'replay slow --clear 1 -o r.txt'; do end $run 2>&1 & done; } | sed "
+     "'s/w:.*:/w:LINE:/' | sort;"
+     " tail -n 1 r.txt | cut -d, -f2-",
+     "1\n1\n1\n1\n1\n1\n1\nzorstat: a: cannot write: interrupted system call\n"
+     "zorstat: b: cannot open: interrupted system call\nzorstat: c:1: interrupted\n"
+     "zorstat: d: cannot read: interrupted system call\n"
+     "zorstat: proc/diskstats: cannot read: interrupted system call\nzorstat: slow:LINE: interrupted\n"
+     "zorstat: standard output: cannot write: interrupted system call\n a, 20000, 0\r\n",
+     ""},
+    {"a second signal ends at once what still writes",
+     "mkfifo slow.out; (for i in $(seq 40); do dd bs=4k count=1; sleep .1; done) < slow.out > dd 2>&1 &"
+     " $Z replay long.csv --clear 1 -o slow.out & pid=$!; sleep 1; kill $pid; sleep .3; kill $pid;"
+     " wait $pid 2> dd; echo $?",
+     "143\n", ""},
+    {"what a killed run leaves is nobody else's to read, and goes with the next run; nothing else does",
+     "mkfifo kill; $Z replay kill -o r.txt & pid=$!; exec 3> kill; head -c 200000 long.csv >&3; sleep 1;"
+     " stat -c %a r.txt.*; mkfifo r.txt.zorstat-fifofi; touch r.txt.zorstat-1; umask 027;"
+     " for i in 1 2; do $Z replay f.csv -o r.txt; ls r.txt* | wc -l; kill -9 $pid; wait $pid; done 2> e;"
+     " $Z replay f.csv -o new; stat -c %a new",
+     "600\n4\n3\n640\n", ""},
+    {"links that lead nowhere",
+     "ln -s none to; ln -s turn round; ln -s round turn; for l in to turn; do $Z replay f.csv -o $l; echo $?; done",
+     "1\n1\n",
+     "zorstat: to: cannot follow the link: no such file or directory\n"
+     "zorstat: turn: cannot open: too many levels of symbolic links\n"},
     {"an interrupt while polls come",
      "mkfifo in; $Z replay in --statistics summary --objects level -o r.txt & pid=$!; exec 3> in;"
      " head -c 200000 long.csv >&3; kill -INT $pid; wait $pid; echo $?; exec 3>&-;"

@@ -14,7 +14,8 @@ def option(name, text):
 def of_help(command):
     text = subprocess.run([PROGRAM, *command, "--help"], check=True, capture_output=True, text=True).stdout
     lines = re.search(r"^Options:\n((?:  .*\n)+)", text, re.M).group(1)
-    return {option(*item) for item in re.findall(r"^  (-\S+(?: \S+)?)(?=  |\n)((?:.*\n(?!  -))*.*\n)", lines, re.M)}
+    items = re.findall(r"^  (-\S+(?: \S+)?)(?=  |\n| REQ)((?:.*\n(?!  -))*.*\n)", lines, re.M)
+    return {option(*item) for item in items}
 
 
 def of_page(command):
@@ -29,6 +30,6 @@ def of_page(command):
     return found
 
 
-for words in [], ["replay"], ["live"], ["record"], ["suggest"]:
+for words in [], ["replay"], ["live"], ["record"], ["suggest"], ["query"]:
     different = of_help(words) ^ of_page(words)
     assert not different, f"zorstat {words}: either --help or the man page alone has {different}"

@@ -120,15 +120,33 @@ constexpr Case kRuns[] = {
      "zorstat: p/stat:2: nice: 'x': expected a number from 0 to 18446744073709551615\n"},
     // The program opens the pipe for its first poll; so the signal comes while that is read or after it.
     {"a signal ends a live run with its records",
-     "rm diskstats; mkfifo diskstats; for signal in TERM INT; do\n"
-     "  $Z live disk --proc . --objects reads,in_flight --statistics summary --report -o r.txt > report & pid=$!\n"
-     "  cat disks > diskstats; kill -$signal $pid; wait $pid; echo $?; cut -d, -f2- r.txt; grep -c '^sda ' report\n"
-     "done",
-     "0\n reads, sda, 0\r\n in_flight, sda, 1, 9, 9, 9.000\r\n2\n"
-     "0\n reads, sda, 0\r\n in_flight, sda, 1, 9, 9, 9.000\r\n2\n",
+     "rm diskstats; mkfifo diskstats;"
+     " $Z live disk --proc . --objects reads,in_flight --statistics summary --report -o r.txt > report & pid=$!;"
+     " cat disks > diskstats; kill $pid; wait $pid; echo $?; cut -d, -f2- r.txt; grep -c '^sda ' report",
+     "0\n reads, sda, 0\r\n in_flight, sda, 1, 9, 9, 9.000\r\n2\n", ""},
+    {"a table is in units and aligned, counts what had nothing, and is what a terminal gets",
+     "printf '%s\\n' time,port,rx,busy,level:i32 10,日本,0,0,-1234567 10,b,0,0,4 10,c,0,0,0 "
+     "20,日本,19523,380,2 20,b,40,1,4 20,c,0,0,0 > units.csv; printf '%s\\n' 'per = \"second\"' '[objects.level]' "
+     "'[objects.rx]' 'cumulative = true' 'range = [0, 100]' 'unit = \"512 bytes\"' '[objects.busy]' "
+     "'cumulative = true' 'unit = \"percent\"' > units.toml; export TZ=UTC\n"
+     "o='replay units.csv --config units.toml --statistics'; $Z $o distribution,summary --format table;"
+     "script -qec \"$Z $o summary\" /dev/null | head -n 1; script -qec \"$Z $o summary --headers\" /dev/null | "
+     "grep -c Schema",
+     "units  1970-01-01 00:00:20 UTC  2 polls\n"
+     "object  port  samples       min   median  97.72 %     max  average  beyond\n"
+     "rx      日本        1    1 MB/s   1 MB/s   1 MB/s  1 MB/s   1 MB/s       1\n"
+     "rx      b           1    2 kB/s   2 kB/s   2 kB/s  2 kB/s   2 kB/s       0\n"
+     "busy    日本        1      38 %     38 %     38 %    38 %     38 %       -\n"
+     "busy    b           1     0.1 %    0.1 %    0.1 %   0.1 %    0.1 %       -\n"
+     "level   日本        2  -1234567  -617282   -28146       2  -617282       -\n"
+     "level   b           2         4        4        4       4        4       -\n"
+     "3 with nothing but zeros\n"
+     "units  1970-01-01 00:00:20 UTC  2 polls\r\n"
+     "1\n",
      ""},
     {"bash completes what --help lists", "bash complete.bash $Z",
-     "replay live record suggest\nnet disk cpu\nsummary,percentile\n--count --clear --config\n--count\n\nf.csv\n",
+     "replay live record suggest query\nnet disk cpu\nsummary,percentile\n--count --clear "
+     "--config\n--count\n\nf.csv\n",
      ""},
 };
 
@@ -168,7 +186,7 @@ TEST_F(ProgramTest, WritesWhatItIsToWrite) {
         "eth0:1:18446744073709551615 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17\n");
   Write("disks", "   8       0 sda 1 2 3 4 5 6 7 8 9 10 11\n");
   Write("diskstats", Read("disks") + " 254      16 vdb 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18\n");
-  Write("stat", "cpu  1 2 3 4 5 6 7 8 9 10\ncpu0 1 2 3 4\nintr 99 1\nctxt 5\n");
+  Write("stat", "cpu  1 2 3 4 5 6 7 8 9 10\ncpu0 1 2 3 4\ncpufreq 7\nintr 99 1\nctxt 5\n");
   Write("complete.bash", R"(. /usr/share/bash-completion/bash_completion; . ")" COMPLETION R"("
 complete_words() {
   COMP_WORDS=("$@") COMP_CWORD=$(($# - 1)) COMP_LINE="$*" COMPREPLY=()

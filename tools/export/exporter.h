@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "readings.h"
@@ -32,7 +33,8 @@ class Exporter {
 using Exporters = std::vector<std::unique_ptr<Exporter>>;
 
 // Those that the settings ask for. A port or file that cannot be had is thrown here, before anything is counted.
-Exporters MakeExporters(const Settings &settings);
+// The one of a format other than records appends whole lines to `lines`.
+Exporters MakeExporters(const Settings &settings, std::string *lines);
 
 }  // namespace zorstat
 

@@ -8,6 +8,7 @@
 #include <optional>
 #include <utility>
 
+#include "departure.h"
 #include "units.h"
 
 namespace zorstat::top {
@@ -16,9 +17,8 @@ namespace {
 using zor::process::Decimal;
 
 constexpr std::size_t kKept = 1000;                        // samples of an instance
-constexpr std::size_t kBands = 6;                          // intervals that a median is compared with,
-constexpr std::size_t kFewestBands = 3;                    // at least,
-constexpr std::uint32_t kFewest = 6;                       // and samples before it is
+constexpr std::size_t kBands = 6;                          // intervals that a median is held against
+constexpr std::uint32_t kFewest = 6;                       // samples before it is
 constexpr std::size_t k16 = 3, k50 = 4, k84 = 5, k98 = 6;  // indices of points
 
 using Points = std::array<double, 9>;
@@ -35,11 +35,6 @@ double PointOf(const std::vector<double> &sorted, double share) {
   const auto below = static_cast<std::size_t>(position);
   const std::size_t above = std::min(below + 1, sorted.size() - 1);
   return sorted[below] + (position - std::floor(position)) * (sorted[above] - sorted[below]);
-}
-
-double MedianOf(std::vector<double> numbers) {
-  std::sort(numbers.begin(), numbers.end());
-  return PointOf(numbers, 0.5);
 }
 
 // Without a range all samples share a bucket, in which an estimate is a guess: then the samples themselves, as far
@@ -86,17 +81,6 @@ void Tracker::TakeSample(const Reading &reading, bool is_end, History *history) 
   history->counted = is_end ? 0 : reading.samples;
 }
 
-// In widths of the bands.
-std::optional<double> Tracker::DepartureOf(double median, const std::deque<Band> &bands) {
-  if (bands.size() < kFewestBands) return std::nullopt;
-  std::vector<double> medians, widths;
-  for (const Band &band : bands) {
-    medians.push_back(band.median);
-    widths.push_back(band.high - band.low);
-  }
-  return (median - MedianOf(medians)) / std::max(MedianOf(widths), 1.0);
-}
-
 Row Tracker::MakeRow(const InstanceReadings &instance, const ObjectPlan &plan, bool is_end,
                      History *history) const {
   const Reading &reading = *instance.values;
@@ -122,13 +106,15 @@ Row Tracker::MakeRow(const InstanceReadings &instance, const ObjectPlan &plan, b
   const double median = (*points)[k50];
   set(kMedian, median, DecimalOf(median));
   set(kHigh, (*points)[k98], DecimalOf((*points)[k98]));
-  if (const auto departure = DepartureOf(median, history->bands); departure && reading.samples >= kFewest) {
-    row.figures[kDeparture] = {*departure, fmt::format("{:+.1f}", *departure)};
-    row.departed = *departure >= 1 ? 1 : *departure <= -1 ? -1 : 0;
+  std::vector<Band> bands(history->bands.begin(), history->bands.end());
+  bands.push_back({median, (*points)[k84] - (*points)[k16], static_cast<double>(reading.samples)});
+  if (const auto jump = LastJump(bands); jump && reading.samples >= kFewest) {
+    row.figures[kDeparture] = {*jump, fmt::format("{:+.1f}", *jump)};
+    row.departed = *jump >= 1 ? 1 : *jump <= -1 ? -1 : 0;
   }
   if (learnt && median < static_cast<double>(learnt->start)) row.departed = -1;
   if (learnt && median > static_cast<double>(learnt->last)) row.departed = 1;
-  if (is_end) Keep(Band{(*points)[k16], median, (*points)[k84]}, kBands, &history->bands);
+  if (is_end) Keep(bands.back(), kBands, &history->bands);
   return row;
 }
 

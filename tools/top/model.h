@@ -6,10 +6,10 @@
 #include <cstdint>
 #include <deque>
 #include <map>
-#include <optional>
 #include <string>
 #include <vector>
 
+#include "departure.h"
 #include "readings.h"
 #include "top/view.h"
 
@@ -24,9 +24,6 @@ class Tracker {
   std::vector<Object> Update(const std::vector<ObjectReadings> &objects, bool is_end);
 
  private:
-  struct Band {
-    double low, median, high;  // at 15.87, 50 and 84.13 %
-  };
   struct History {
     std::deque<double> samples;  // of the last polls, the newest last; NaN: none
     std::uint64_t sum = 0;       // of the interval, up to the poll before
@@ -37,7 +34,6 @@ class Tracker {
   using Histories = std::map<std::string, History>;  // of an object, by instance
 
   static void TakeSample(const Reading &reading, bool is_end, History *history);
-  static std::optional<double> DepartureOf(double median, const std::deque<Band> &bands);
   Row MakeRow(const InstanceReadings &instance, const ObjectPlan &plan, bool is_end, History *history) const;
 
   const Run &run_;

@@ -145,6 +145,8 @@ constexpr KeyCode kKeys[] = {
     {KEY_END, Key::kEnd},
 };
 
+constexpr short kRed = 1, kYellow = 2;  // pairs
+
 attr_t AttributesOf(Style style, bool colours) {
   const auto colour = [&](short pair) { return colours ? static_cast<attr_t>(COLOR_PAIR(pair)) : attr_t{0}; };
   switch (style) {
@@ -154,9 +156,9 @@ attr_t AttributesOf(Style style, bool colours) {
     case Style::kKey:
       return A_REVERSE;
     case Style::kDeparted:
-      return A_BOLD | colour(COLOR_RED);
+      return A_BOLD | colour(kRed);
     case Style::kBeyond:
-      return A_BOLD | colour(COLOR_YELLOW);
+      return A_BOLD | colour(kYellow);
     default:
       return A_NORMAL;
   }
@@ -196,7 +198,8 @@ Screen::Screen() {
   if (colours_) {
     start_color();
     use_default_colors();
-    for (const short colour : {COLOR_RED, COLOR_YELLOW}) init_pair(colour, colour, -1);
+    init_pair(kRed, COLOR_RED, -1);
+    init_pair(kYellow, COLOR_YELLOW, -1);
   }
 
   // A change of the size is to end a wait, as a key does.
@@ -231,7 +234,7 @@ void Screen::Show(const std::vector<Line> &lines) const {
   for (std::size_t i = 0; i < lines.size(); ++i) {
     move(static_cast<int>(i), 0);
     for (const auto &[text, style] : lines[i]) {
-      attrset(AttributesOf(style, colours_));
+      attrset(static_cast<int>(AttributesOf(style, colours_)));
       addstr(text.c_str());
     }
   }

@@ -93,7 +93,7 @@ void Top(const std::string &source_name, Settings settings) {
   const std::vector<ObjectPlan> plans = PlanObjects(settings, source.table());
   if (!settings.clear) settings.clear = {Interval::polls(kDefaultClear), "default of --clear"};
   if (!settings.expire) settings.expire = {kDefaultExpire, "default of --expire"};
-  const Run run = {source_name, interval, source.table(), plans};
+  const Run run = {source_name, interval, source.table(), plans, true};
   Feed feed(source_name, run, settings);
   top::Screen screen;
   top::State state;

@@ -31,13 +31,15 @@ constexpr FieldInfo kInfos[kFields] = {
 // Where there is no room for all, those at the end are left out.
 constexpr Field kByImportance[kFields] = {kMedian, kLast, kHigh, kMax, kBeyond, kMin, kDeparture};
 
+// As listed, by name, by field.
 constexpr std::size_t kAsListed = 0, kByName = 1, kFirstField = 2, kSorts = kFirstField + kFields;
 constexpr std::string_view SortName(std::size_t sort) {
-  return sort == kAsListed ? "as listed" : sort == kByName ? "name" : kInfos[sort - kFirstField].name;
+  return sort == kAsListed ? "listed" : sort == kByName ? "name" : kInfos[sort - kFirstField].name;
 }
 
-constexpr std::size_t kMark = 2;       // columns before a name
-constexpr std::size_t kShortest = 12;  // sparkline that other figures give way to, and column of names
+constexpr std::size_t kMark = 2;    // columns before a name
+constexpr std::size_t kNames = 10;  // column of names, at least
+constexpr std::size_t kPolls = 9;   // sparkline that other figures give way to
 constexpr std::size_t kOtherLines = 3;
 
 struct HelpLine {
@@ -46,16 +48,19 @@ struct HelpLine {
 constexpr HelpLine kHelp[] = {
     {"q", "quit"},
     {"? h", "this help, and back"},
-    {"Tab, right", "next object (column of the source); Shift-Tab, left: the one before"},
-    {"s S", "sort by the next figure, by the one before; r: the other way round"},
+    {"Tab, right", "next object, which is a column of the source"},
+    {"left", "the one before; also Shift-Tab"},
+    {"s S", "sort by the next figure, by the one before"},
+    {"r", "reverse the order"},
     {"up, down", "scroll; also Page Up, Page Down, Home and End"},
     {"", ""},
-    {"LAST", "sample of the last poll; of a counter, what the poll interval has brought"},
+    {"LAST", "sample of the last poll: of a counter, by how much it grew"},
     {"MIN, MAX", "smallest and largest sample of the interval"},
     {"MEDIAN", "half of its samples are below; 97.72%: all but 2.28 % are"},
-    {"BEYOND", "share of its samples outside --range, or outside what the baseline has learnt"},
-    {"DEPART", "median against those of up to six intervals before, in widths of the band that"},
-    {"", "holds their middle 68.26 %; from 1 on, the instance is marked"},
+    {"BEYOND", "share of its samples outside --range or the learnt range"},
+    {"DEPART", "how far the median is from those of up to six intervals"},
+    {"", "before, in widths of the band of their middle 68.26 %:"},
+    {"", "from 1 on, or outside the learnt range, a row is marked"},
     {"POLLS", "samples of the last polls, from 0 to the largest of them"},
 };
 
@@ -120,11 +125,14 @@ Layout LayOut(const Object &object, std::size_t columns) {
   Layout layout;
   std::size_t longest = 0;
   for (const Row &row : object.rows) longest = std::max(longest, WidthOf(row.name));
-  layout.name = std::clamp(longest, kShortest - kMark, std::max(kShortest - kMark, columns / 3));
+  layout.name = std::clamp(longest, kNames, std::max(kNames, columns / 4));
   layout.name = std::min(layout.name, columns - std::min(columns, kMark));
   std::size_t used = kMark + layout.name;
   for (const Field field : kByImportance) {
-    if (used + kInfos[field].width + 1 + kShortest > columns) break;
+    const bool is_empty = std::none_of(object.rows.begin(), object.rows.end(),
+                                       [&](const Row &row) { return row.figures[field].number.has_value(); });
+    if (is_empty && (field == kBeyond || field == kDeparture)) continue;
+    if (used + kInfos[field].width + 1 + kPolls > columns) break;
     used += kInfos[field].width;
     layout.has[field] = true;
   }
@@ -242,7 +250,7 @@ Line Keys(const Model &model, const State &state, const Size &size) {
   Line line;
   std::size_t used = 0;
   for (const Hint &hint : hints) {
-    used += hint.key.size() + hint.text.size() + 4;
+    used += hint.key.size() + hint.text.size() + 3;
     if (used > size.columns) break;
     line.push_back({fmt::format(" {} ", hint.key), Style::kKey});
     line.push_back({hint.text + ' ', Style::kPlain});

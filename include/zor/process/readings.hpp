@@ -176,15 +176,18 @@ class Segments {
   std::optional<Points> points() const {
     if (total_ == 0) return std::nullopt;
     Points points;
-    auto segment = list_.begin();
-    for (std::size_t i = 0; i < points.size(); ++i) {
-      const std::uint64_t position = g_stats_percentile_1000[i] * (total_ - 1);
-      const std::uint64_t sample = position / 100000;
-      while (!segment->holds(sample)) ++segment;
-      points[i] = between(*segment, sample, static_cast<double>(position % 100000) / 100000);
-    }
+    for (std::size_t i = 0; i < points.size(); ++i) points[i] = at(g_stats_percentile_1000[i]);
     std::sort(points.begin(), points.end());  // of 64 bits, not all values are doubles
     return points;
+  }
+
+  /** The value at a point in thousandths of a per cent, of at least one sample. */
+  Decimal at(std::uint32_t point) const {
+    const std::uint64_t rest = (total_ - 1) % 100000 * point;
+    const std::uint64_t sample = (total_ - 1) / 100000 * point + rest / 100000;
+    const auto is_below = [&](const Segment<V> &segment) { return segment.before + segment.count <= sample; };
+    const auto segment = std::partition_point(list_.begin(), list_.end(), is_below);
+    return between(*segment, sample, static_cast<double>(rest % 100000) / 100000);
   }
 
  private:
