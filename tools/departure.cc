@@ -18,29 +18,23 @@ double MedianOf(std::span<const Band> intervals, double Band::*member) {
   return (values[(values.size() - 1) / 2] + values[values.size() / 2]) / 2;
 }
 
-// Those that the last one is held against.
-std::span<const Band> BeforeLast(std::span<const Band> intervals) {
-  const auto before = intervals.first(intervals.size() - 1);
-  return before.last(std::min(before.size(), kBefore));
-}
-
 }  // namespace
 
 std::optional<double> LastJump(std::span<const Band> intervals) {
   if (intervals.size() <= kFewest) return std::nullopt;
-  const auto before = BeforeLast(intervals);
+  const Band &last = intervals.back();
+  auto before = intervals.first(intervals.size() - 1);
+  before = before.last(std::min(before.size(), kBefore));
+  if (last.samples < MedianOf(before, &Band::samples) / 2) return std::nullopt;
   const double level = MedianOf(before, &Band::median);
-  const double median = intervals.back().median;
-  const double narrowest = std::max(1.0, 0.01 * std::max(std::abs(level), std::abs(median)));
-  return (median - level) / std::max(MedianOf(before, &Band::width), narrowest);
+  const double narrowest = std::max(1.0, 0.01 * std::max(std::abs(level), std::abs(last.median)));
+  return (last.median - level) / std::max(MedianOf(before, &Band::width), narrowest);
 }
 
 Departure LargestDeparture(std::span<const Band> intervals) {
   Departure largest;
-  for (std::size_t i = kFewest; i < intervals.size(); ++i) {
-    const auto so_far = intervals.first(i + 1);
-    if (intervals[i].samples < MedianOf(BeforeLast(so_far), &Band::samples) / 2) continue;
-    const double widths = std::abs(*LastJump(so_far));
+  for (std::size_t i = 0; i < intervals.size(); ++i) {
+    const double widths = std::abs(LastJump(intervals.first(i + 1)).value_or(0));
     if (widths > largest.widths) largest = {widths, i};
   }
   return largest;

@@ -66,7 +66,7 @@ Decimal DecimalOf(double value) {
 Figure ShareOf(std::uint64_t part, std::uint64_t all) {
   if (all == 0) return {};
   const double percent = 100 * static_cast<double>(part) / static_cast<double>(all);
-  return {percent, part == 0 ? "0 %" : fmt::format("{:.1f} %", percent)};
+  return {percent, part == 0 || part == all ? fmt::format("{:.0f} %", percent) : fmt::format("{:.1f} %", percent)};
 }
 
 }  // namespace

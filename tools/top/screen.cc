@@ -177,10 +177,10 @@ Screen::Screen() {
   utf8_ = std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
   tcgetattr(STDIN_FILENO, &saved.modes);
   set_escdelay(25);  // ms
-  SCREEN *screen = newterm(nullptr, stdout, stdin);
-  const char *cursor = screen == nullptr ? nullptr : tigetstr("cup");
+  screen_ = newterm(nullptr, stdout, stdin);
+  const char *cursor = screen_ == nullptr ? nullptr : tigetstr("cup");
   if (cursor == nullptr) {
-    if (screen != nullptr) endwin();
+    Close();
     const char *type = std::getenv("TERM");
     throw SettingsError(
         Refusal("TERM", Printable(type == nullptr ? "" : type), "a terminal with a cursor to move"));
@@ -220,9 +220,15 @@ Screen::Screen() {
 Screen::~Screen() {
   close(events_);
   close(resized_);
-  endwin();
+  Close();
   saved.leave_size = 0;
   ReleaseErrors();
+}
+
+void Screen::Close() {
+  if (screen_ == nullptr) return;
+  endwin();
+  delscreen(screen_);
 }
 
 Size Screen::size() {

@@ -7,6 +7,8 @@
 
 #include "top/view.h"
 
+struct screen;  // of curses
+
 namespace zorstat::top {
 
 // While there is one, standard input and output are a full-screen terminal, and what is written to standard error
@@ -29,6 +31,9 @@ class Screen {
   static Key TakeKey();
 
  private:
+  void Close();
+
+  screen *screen_ = nullptr;
   bool utf8_ = false;
   bool colours_ = false;
   int resized_ = -1;  // signalfd of SIGWINCH
