@@ -18,7 +18,6 @@ using zor::process::Decimal;
 
 constexpr std::size_t kKept = 1000;                        // samples of an instance
 constexpr std::size_t kBands = 6;                          // intervals that a median is held against
-constexpr std::uint32_t kFewest = 6;                       // samples before it is
 constexpr std::size_t k16 = 3, k50 = 4, k84 = 5, k98 = 6;  // indices of points
 
 using Points = std::array<double, 9>;
@@ -108,7 +107,8 @@ Row Tracker::MakeRow(const InstanceReadings &instance, const ObjectPlan &plan, b
   set(kHigh, (*points)[k98], DecimalOf((*points)[k98]));
   std::vector<Band> bands(history->bands.begin(), history->bands.end());
   bands.push_back({median, (*points)[k84] - (*points)[k16], static_cast<double>(reading.samples)});
-  if (const auto jump = LastJump(bands); jump && reading.samples >= kFewest) {
+  if (const auto jump = LastJump(bands)) history->jump = jump;
+  if (const auto &jump = history->jump) {
     row.figures[kDeparture] = {*jump, fmt::format("{:+.1f}", *jump)};
     row.departed = *jump >= 1 ? 1 : *jump <= -1 ? -1 : 0;
   }

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <deque>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -29,6 +30,7 @@ class Tracker {
     std::uint64_t sum = 0;       // of the interval, up to the poll before
     std::uint32_t counted = 0;   // samples, likewise
     std::deque<Band> bands;      // of the last intervals
+    std::optional<double> jump;  // of this one, or the one before as long as that is not known
   };
 
   using Histories = std::map<std::string, History>;  // of an object, by instance
