@@ -28,16 +28,17 @@ def show(session, condition, *options):
 
 def poll(grown):
     os.makedirs("net", exist_ok=True)
-    rows = [("eth0", 15000), ("日本語" * 50, 999), ("a\u202eb\u0301", 5e19), *((f"br{i}", i * 1000) for i in range(50))]
+    rows = [("eth0", 15000), ("日本語" * 50, 999), ("a\u202eb\u0301", 5e19)]
+    rows += ((f"br{i}", i * 1000) for i in range(50))
     with open("net/new", "w", encoding="utf-8") as file:
         file.writelines(f"{name}: {min(10 + grown * bytes, 2**63):.0f} {'1 ' * 15}\n" for name, bytes in rows)
     os.rename("net/new", "net/dev")
 
 
 for redirect in "</dev/null", ">/dev/null":
-    script = subprocess.run(["script", "-qec", f"{ZORSTAT} top cpu {redirect}", "/dev/null"], stdin=subprocess.DEVNULL,
-                            capture_output=True, text=True)
-    assert (script.returncode, "needs a terminal" in script.stdout) == (2, True), script
+    words = ["script", "-qec", f"{ZORSTAT} top cpu {redirect}", "/dev/null"]
+    run = subprocess.run(words, stdin=subprocess.DEVNULL, capture_output=True, text=True)
+    assert (run.returncode, "needs a terminal" in run.stdout) == (2, True), run
 
 poll(0)
 COMMAND = f"{ZORSTAT} top net --proc . --range 0:10000"
@@ -45,8 +46,8 @@ SESSIONS = {"view": "LC_ALL=C.UTF-8", "plain": "LC_ALL=C NO_COLOR=1", "TERM": ""
 try:
     for session, environment in SESSIONS.items():
         tmux("new-session", "-d", "-s", session, "-x", "80", "-y", "24", "sh")
-        shell = f"clear; stty -a >{session}.0; env {environment} {COMMAND}; echo status $?; stty -a >{session}.1; echo end"
-        tmux("send-keys", "-t", session, shell, "Enter")
+        shell = f"stty -a >{session}.0; env {environment} {COMMAND}; echo status $?; stty -a >{session}.1; echo end"
+        tmux("send-keys", "-t", session, f"clear; {shell}", "Enter")
     for session in SESSIONS:
         show(session, lambda screen: re.search(r"br0 +-", screen))
     poll(1)
@@ -66,12 +67,19 @@ try:
     ends = {sum(1 + (east_asian_width(c) == "W") for c in row[: row.index("/s")]) for row in rows[2:5]}
     assert rows[4].startswith("  a?b?") and len(ends) == 1, rows
 
-    for columns, titles in (40, "INSTANCE LAST MEDIAN POLLS"), (200, "INSTANCE LAST MIN MEDIAN 97.72% MAX BEYOND POLLS"):
+    for columns, figures in (40, "LAST MEDIAN"), (200, "LAST MIN MEDIAN 97.72% MAX BEYOND"):
         tmux("resize-window", "-t", "view", "-x", str(columns))
-        show("view", lambda screen: screen.splitlines()[1].split() == titles.split() and " q quit  ? help " in screen)
-    for keys, shown in {"Tab": r"^net rx_packets \(2 of 16\)", "BTab": r"^net rx_bytes ", "s": r"▲INSTANCE[^\n]*\n  a\?b.*: name",
-                        "s r": r"▲LAST.*\n  br0 .*: last", "End": r"br49 .*\n.*33-53 of 53", "?": r"smallest",
-                        "? q": r"^status 0\nend"}.items():
+        titles = ["INSTANCE", *figures.split(), "POLLS"]
+        show("view", lambda screen: screen.splitlines()[1].split() == titles and " q quit  ? help " in screen)
+    for keys, shown in {
+        "Tab": r"^net rx_packets \(2 of 16\)",
+        "BTab": r"^net rx_bytes ",
+        "s": r"▲INSTANCE[^\n]*\n  a\?b.*: name",
+        "s r": r"▲LAST.*\n  br0 .*: last",
+        "End": r"br49 .*\n.*33-53 of 53",
+        "?": r"smallest",
+        "? q": r"^status 0\nend",
+    }.items():
         tmux("send-keys", "-t", "view", *keys.split())
         show("view", lambda screen: re.search(shown, screen, re.S))
     for session in set(SESSIONS) - {"plain"}:
