@@ -20,16 +20,21 @@ double MedianOf(std::span<const Band> intervals, double Band::*member) {
 
 }  // namespace
 
+std::optional<double> LastJump(std::span<const Band> intervals) {
+  if (intervals.size() <= kFewest) return std::nullopt;
+  const Band &last = intervals.back();
+  auto before = intervals.first(intervals.size() - 1);
+  before = before.last(std::min(before.size(), kBefore));
+  if (last.samples < MedianOf(before, &Band::samples) / 2) return std::nullopt;
+  const double level = MedianOf(before, &Band::median);
+  const double narrowest = std::max(1.0, 0.01 * std::max(std::abs(level), std::abs(last.median)));
+  return (last.median - level) / std::max(MedianOf(before, &Band::width), narrowest);
+}
+
 Departure LargestDeparture(std::span<const Band> intervals) {
   Departure largest;
-  for (std::size_t i = kFewest; i < intervals.size(); ++i) {
-    const std::size_t count = std::min(i, kBefore);
-    const auto before = intervals.subspan(i - count, count);
-    if (intervals[i].samples < MedianOf(before, &Band::samples) / 2) continue;
-    const double level = MedianOf(before, &Band::median);
-    const double median = intervals[i].median;
-    const double narrowest = std::max(1.0, 0.01 * std::max(std::abs(level), std::abs(median)));
-    const double widths = std::abs(median - level) / std::max(MedianOf(before, &Band::width), narrowest);
+  for (std::size_t i = 0; i < intervals.size(); ++i) {
+    const double widths = std::abs(LastJump(intervals.first(i + 1)).value_or(0));
     if (widths > largest.widths) largest = {widths, i};
   }
   return largest;

@@ -3,6 +3,7 @@
 #define ZORSTAT_DEPARTURE_H_
 
 #include <cstddef>
+#include <optional>
 #include <span>
 
 namespace zorstat {
@@ -19,14 +20,17 @@ struct Departure {
   std::size_t interval = 0;  // the one that departs most
 };
 
-// The largest jump of one instance, whose intervals are in the order of time. Each is held against up to six before
-// it, three at the least. With the median M of their medians, and W of their widths:
+// The jump of the last interval of one instance, held against up to six before it, three at the least. With the
+// median M of their medians, and W of their widths:
 //
-//   jump = |median - M| / max(W, 1, 0.01 max(|M|, |median|))
+//   jump = (median - M) / max(W, 1, 0.01 max(|M|, |median|))
 //
 // Samples are whole numbers, so no band is taken to be narrower than 1, nor than a hundredth of the level: what was
-// constant departs by 200 widths at the most. An interval with less than half of the samples that those before it
-// typically have is passed over, as the last one of a run may be: its median is chance.
+// constant departs by 200 widths at the most. Nothing is told of an interval with less than half of the samples
+// that those before it typically have, as the last one of a run may be: its median is chance.
+std::optional<double> LastJump(std::span<const Band> intervals);
+
+// The largest one, up or down, of intervals in the order of time.
 Departure LargestDeparture(std::span<const Band> intervals);
 
 }  // namespace zorstat

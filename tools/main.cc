@@ -27,6 +27,7 @@
 #include "source.h"
 #include "stop.h"
 #include "suggest.h"
+#include "top/top.h"
 #include "zor/version.h"
 
 namespace zorstat {
@@ -97,6 +98,14 @@ constexpr const char *kPageFooter =
     "\n"
     "Example: a page of what disks did since yesterday:\n"
     "  zorstat page disk.db --from -1d -o disk.html\n";
+
+constexpr const char *kTopFooter =
+    "\nNeeds a terminal. Percentiles of an object without a range are those of its last 1000\n"
+    "samples at most. Colours are left out where NO_COLOR is set. A signal (SIGINT, SIGTERM,\n"
+    "SIGHUP) ends the view; ? tells its keys.\n"
+    "\n"
+    "Example: what each disk writes, in intervals of an hour:\n"
+    "  zorstat top disk --objects writes,sectors_written --clear 1h\n";
 
 // A command with its options.
 class Command {
@@ -178,6 +187,8 @@ void RecordPolls(const Command &command) {
   Record(&source, settings.output);
 }
 
+void Top(const Command &command) { Top(command.input, command.ReadSettings()); }
+
 void Suggest(const Command &command) {
   const Settings settings = command.ReadSettings();
   FileSource source(command.input, true);
@@ -248,6 +259,10 @@ int Run(int argc, char **argv) {
   page->add_option("-o,--output", page_output, "page (default: standard output)")->type_name("FILE");
   page->footer(kPageFooter);
 
+  CLI::App *top = app.add_subcommand("top", "show the kernel's counters on the terminal");
+  const Command top_command(top, kTop, "SOURCE", kSourceHelp);
+  top->footer(kTopFooter);
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError &error) {
@@ -273,6 +288,7 @@ int Run(int argc, char **argv) {
   if (suggest->parsed()) Suggest(suggest_command);
   if (query->parsed()) Query(query_options);
   if (page->parsed()) WriteHistoryPage(page_options, page_output);
+  if (top->parsed()) Top(top_command);
   return 0;
 }
 

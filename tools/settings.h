@@ -79,9 +79,10 @@ enum Place : unsigned {
   kLive = 2,
   kRecord = 4,
   kSuggest = 8,
-  kAnyCommand = 15,
+  kAnyCommand = 15 | 64,
   kTopLevel = 16,
-  kObject = 32
+  kObject = 32,
+  kTop = 64
 };
 
 // What a value looks like. In a settings file it, or each part of an array, has one of the types; in one text parts

@@ -72,6 +72,10 @@ bool LiveSource::Next(Poll *poll) {
   return true;
 }
 
+std::chrono::milliseconds LiveSource::UntilNext() const {
+  return std::max(std::chrono::ceil<std::chrono::milliseconds>(next_ - Clock::now()), {});
+}
+
 // False when a signal asks to stop.
 bool LiveSource::TakePoll(Poll *poll) {
   if (taken_ == 0) next_ = Clock::now();

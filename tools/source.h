@@ -67,6 +67,9 @@ class LiveSource : public Source {
   uint32_t Interval(const Poll &) const override { return static_cast<uint32_t>(interval_.count()); }
   std::string Place(const Poll &poll) const override;
 
+  // Until Next() takes a poll without waiting.
+  std::chrono::milliseconds UntilNext() const;
+
  private:
   using Clock = std::chrono::steady_clock;
 

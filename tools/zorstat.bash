@@ -6,7 +6,7 @@ _zorstat() {
   _init_completion || return
 
   for ((i = 1; i < cword; i++)); do
-    case ${words[i]} in replay | live | record | suggest | query | page) command=${words[i]} ;; esac
+    case ${words[i]} in replay | live | record | suggest | query | page | top) command=${words[i]} ;; esac
   done
   help=$("$1" ${command:+"$command"} --help 2>/dev/null)
 
@@ -27,7 +27,7 @@ _zorstat() {
   esac
   [[ -n $candidates || ${#COMPREPLY[@]} -gt 0 ]] || case $command,$cur in
     *,-*) candidates=$(_parse_help - <<<"$help") ;;
-    ,*) candidates='replay live record suggest query page' ;;
+    ,*) candidates='replay live record suggest query page top' ;;
     replay,* | suggest,*) _filedir csv ;;
     query,* | page,*) _filedir ;;
     *) candidates='net disk cpu' ;;

@@ -30,6 +30,6 @@ def of_page(command):
     return found
 
 
-for words in [], ["replay"], ["live"], ["record"], ["suggest"], ["query"], ["page"]:
+for words in [], ["replay"], ["live"], ["record"], ["suggest"], ["query"], ["page"], ["top"]:
     different = of_help(words) ^ of_page(words)
     assert not different, f"zorstat {words}: either --help or the man page alone has {different}"

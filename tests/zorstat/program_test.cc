@@ -145,7 +145,7 @@ constexpr Case kRuns[] = {
      "1\n",
      ""},
     {"bash completes what --help lists", "bash complete.bash $Z",
-     "replay live record suggest query page\nnet disk cpu\nsummary,percentile\n--count --clear "
+     "replay live record suggest query page top\nnet disk cpu\nsummary,percentile\n--count --clear "
      "--config\n--count\n\nf.csv\n",
      ""},
 };
