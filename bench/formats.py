@@ -24,7 +24,8 @@ def write_polls(path):
         for poll in range(POLLS):
             for row in range(INSTANCES):
                 counts = ",".join(str(values.randrange(1_000_000)) for _ in range(COLUMNS))
-                file.write(f"{1_700_000_000 + 10 * poll},GigabitEthernet{row // 1000:03}/{row % 1000:05},{counts}\n")
+                port = f"GigabitEthernet{row // 1000:03}/{row % 1000:05}"
+                file.write(f"{1_700_000_000 + 10 * poll},{port},{counts}\n")
 
 
 def seconds(command):

@@ -13,6 +13,10 @@ set_target_properties(zor_platform PROPERTIES EXPORT_NAME platform)
 install(DIRECTORY include/ platform/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development
   FILES_MATCHING PATTERN *.h PATTERN *.hpp)
 
+# Where Debian's Python 3 looks, whatever its minor version; elsewhere PYTHONPATH leads there.
+install(DIRECTORY python/zor_process DESTINATION lib/python3/dist-packages COMPONENT python
+  FILES_MATCHING PATTERN *.py PATTERN py.typed PATTERN __pycache__ EXCLUDE)
+
 install(EXPORT zor_process NAMESPACE zor:: FILE zor_processTargets.cmake DESTINATION ${cmake_dir}
   COMPONENT development)
 configure_package_config_file(cmake/zor_processConfig.cmake.in zor_processConfig.cmake

@@ -7,7 +7,7 @@ set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
   OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
-set(CPACK_COMPONENTS_ALL runtime development tools)
+set(CPACK_COMPONENTS_ALL runtime development tools python)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SOURCE zor-process)
@@ -42,6 +42,17 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS libjs-chart.js) # for pages
 set(CPACK_DEBIAN_TOOLS_DESCRIPTION "statistics of periodically collected counters - command-line program
 zorstat keeps summaries, distributions, percentiles and baselines of the
 counters of recorded polls or of the running Linux kernel.")
+
+set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-zor-process)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS
+  "python3 (>= 3.11), libzor-process${PROJECT_VERSION_MAJOR} (>= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA
+  ${PROJECT_SOURCE_DIR}/cmake/debian/python/postinst ${PROJECT_SOURCE_DIR}/cmake/debian/python/prerm)
+set(CPACK_DEBIAN_PYTHON_DESCRIPTION "statistics of periodically collected counters - Python 3 package
+zor_process is the library for collectors in Python: data groups and polls,
+record lines, and statistics as plain data. It needs no compiler.")
 
 set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/debian/stage.cmake)
 include(CPack)

@@ -4,6 +4,7 @@
 #include <sqlite3.h>
 
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
 #include <limits>
 #include <new>
@@ -38,11 +39,11 @@ void Database::Close::operator()(sqlite3 *handle) const { sqlite3_close_v2(handl
 void Statement::Finalize::operator()(sqlite3_stmt *statement) const { sqlite3_finalize(statement); }
 
 Database::Database(std::string path, const std::string &uri, int flags) : path_(std::move(path)) {
-  sqlite3 *handle = nullptr;
-  const int code = sqlite3_open_v2(uri.c_str(), &handle, flags | SQLITE_OPEN_URI, nullptr);
-  handle_.reset(handle);
+  sqlite3 *opened = nullptr;
+  const int code = sqlite3_open_v2(uri.c_str(), &opened, flags | SQLITE_OPEN_URI, nullptr);
+  handle_.reset(opened);
   Check(code);
-  sqlite3_busy_timeout(handle, kPatience);
+  sqlite3_busy_timeout(opened, kPatience);
 }
 
 Database Database::OpenToRead(const std::string &path) {
@@ -51,8 +52,8 @@ Database Database::OpenToRead(const std::string &path) {
   // A file that nobody has open needs a new one beside it, for which the directory may not be ours. Then nobody
   // writes to it either.
   constexpr const char *kFirstLook = "SELECT count(*) FROM sqlite_schema";
-  if (sqlite3_exec(database.handle(), kFirstLook, nullptr, nullptr, nullptr) == SQLITE_CANTOPEN &&
-      !std::filesystem::exists(path + "-wal")) {
+  const int code = sqlite3_exec(database.handle(), kFirstLook, nullptr, nullptr, nullptr);
+  if ((code == SQLITE_CANTOPEN || code == SQLITE_READONLY) && !std::filesystem::exists(path + "-wal")) {
     database = Database(path, uri + "?immutable=1", SQLITE_OPEN_READONLY);
   }
   return database;
@@ -66,6 +67,15 @@ bool Database::is_open_to_write() const { return sqlite3_db_readonly(handle_.get
 
 void Database::Run(const char *statements) {
   Check(sqlite3_exec(handle_.get(), statements, nullptr, nullptr, nullptr));
+}
+
+void Database::UseLog() {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kPatience);
+  for (;;) {
+    const int code = sqlite3_exec(handle_.get(), "PRAGMA journal_mode = WAL", nullptr, nullptr, nullptr);
+    if (code != SQLITE_BUSY || std::chrono::steady_clock::now() >= deadline) return Check(code);
+    sqlite3_sleep(20);
+  }
 }
 
 void Database::RollBack() noexcept { sqlite3_exec(handle_.get(), "ROLLBACK", nullptr, nullptr, nullptr); }
@@ -96,7 +106,7 @@ void Database::Fail(int code) const {
     case SQLITE_READONLY:
       throw Error(path_ + ": cannot write: it is read-only");
     case SQLITE_CANTOPEN:
-      throw Error(fmt::format("{}: cannot open: {}", path_, ErrnoText(error ? error : ENOENT)));
+      throw Error(fmt::format("{}: cannot open: {}", path_, error ? ErrnoText(error) : "it is no file"));
     case SQLITE_IOERR:
       throw Error(fmt::format("{}: cannot read or write: {}", path_, ErrnoText(error ? error : EIO)));
     default:

@@ -24,6 +24,8 @@ class Database {
   static Database OpenToWrite(const std::string &path);
 
   void Run(const char *statements);
+  // From now on changes go to a log ahead of the file: readers and the writer do not wait for each other.
+  void UseLog();
   void RollBack() noexcept;
   std::int64_t Integer(const char *query);  // the first column of its first row
   bool is_open_to_write() const;

@@ -122,9 +122,11 @@ void ReadJsonLines(LineReader *lines, const HistoryFilter &filter, const VisitRo
   while (const auto line = lines->Next()) {
     try {
       ReadLine(*line, &row);
-    } catch (const std::exception &error) {
+    } catch (const std::bad_alloc &) {
+      throw;
+    } catch (const std::exception &) {
       if (!line->ends_with('\n')) return;
-      throw Error(fmt::format("{}: expected a line of --format jsonl: {}", lines->Place(), error.what()));
+      throw Error(lines->Place() + ": expected a line as --format jsonl writes it");
     }
     if (filter.Takes(row)) visit(row);
   }

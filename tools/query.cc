@@ -28,8 +28,6 @@ namespace {
 namespace zp = zor::process;
 __extension__ using Wide = __int128;
 
-constexpr std::uint32_t kAllSamples = 100000;  // thousandths of a per cent
-
 // What the samples are told apart by, beside their group and buckets.
 struct By {
   std::string_view name;
@@ -62,9 +60,9 @@ struct Key {
 
   friend bool operator<(const Key &a, const Key &b) {
     const auto parts = [](const Key &key) {
-      const BucketRange range = key.range.value_or(BucketRange{});
-      return std::tuple(std::string_view(key.by), std::string_view(key.group), key.range.has_value(), range.start,
-                        range.last, range.count);
+      const auto &[start, last, count] = key.range.value_or(BucketRange{});
+      return std::tuple(std::string_view(key.by), std::string_view(key.group), key.range.has_value(), start, last,
+                        count);
     };
     return parts(a) < parts(b);
   }
@@ -129,6 +127,7 @@ std::vector<zp::Decimal> Estimate(const BucketRange &range, const Sum &sum, cons
   }
   segments.add(static_cast<V>(start + width), std::numeric_limits<V>::max(), sum.above);
   std::vector<zp::Decimal> values;
+  values.reserve(points.size());
   for (const Point &point : points) values.push_back(segments.at(point.thousandths));
   return values;
 }
@@ -203,15 +202,17 @@ Sums Collect(const std::vector<std::string> &files, const Question &question) {
   constexpr std::size_t kShown = 20;
   const bool is_read_again = std::find(options.files.begin(), options.files.end(), "-") == options.files.end();
   HistoryFilter wider;
-  for (const auto &[option, member, field] : kConditions) {
+  for (const Condition &condition : kConditions) {
+    const auto &[option, member, field] = condition;
     std::set<std::string> known;
     if (!(filter.*member) || !is_read_again) continue;
     for (const std::string &file : options.files) {
-      ReadHistory(file, wider, [&](const HistoryRow &row) { known.insert(row.*field); });
+      ReadHistory(file, wider, [&](const HistoryRow &row) { known.insert(row.*condition.field); });
     }
     wider.*member = filter.*member;
     if (known.empty() || known.contains(*(filter.*member))) continue;
     std::vector<std::string> names;
+    names.reserve(known.size());
     for (const std::string &name : known) names.push_back(names.size() == kShown ? "..." : Printable(name));
     names.resize(std::min(names.size(), kShown + 1));
     throw SettingsError(Refusal(option, Printable(*(filter.*member)), Alternatives(names)));

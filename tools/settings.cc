@@ -29,7 +29,7 @@ constexpr std::uint16_t kAllButBaseline = ZOR_PROCESS_FLAGS_ALL & ~ZOR_PROCESS_F
 
 struct Statistic {
   std::string_view name;
-  std::uint16_t flag;  // cppcheck-suppress unusedStructMember  // used through a pointer whose type it does not see
+  std::uint16_t flag;
 };
 constexpr Statistic kStatistics[] = {
     {"summary", ZOR_PROCESS_FLAG_SUMMARY},

@@ -55,7 +55,8 @@ for example in "$source"/examples/*.c "$source"/examples/*.cpp "$source"/example
   name=$(basename "$example" | tr . _)
   case $example in
     *.py)
-      LD_LIBRARY_PATH=$lib LD_PRELOAD=$python_preload ASAN_OPTIONS=detect_leaks=0 runs python3 "$example" 3 0.1
+      PYTHONPATH=$prefix/lib/python3/dist-packages LD_LIBRARY_PATH=$lib LD_PRELOAD=$python_preload \
+        ASAN_OPTIONS=detect_leaks=0 runs python3 -B "$example" 3 0.1
       continue
       ;;
     *.c) compile="cc -std=c99" ;;

@@ -10,6 +10,7 @@ import subprocess
 import sys
 import tempfile
 import time
+from multiprocessing.pool import ThreadPool
 
 ZORSTAT, SQL, *POSTGRES = sys.argv[1:]
 NOBODY = 65534 if os.geteuid() == 0 else os.geteuid()
@@ -53,7 +54,8 @@ def nine_of_query(*words):
     return [float(line[str(p)]) for p in POINTS]
 
 
-os.chdir(tempfile.mkdtemp())
+directory = tempfile.TemporaryDirectory()
+os.chdir(directory.name)
 os.chmod(".", 0o777)
 FILL = ["--dg", "g", "--objects", "load,big", "--range", "0:99999", "--clear", "30"]
 pooled, inputs, first_rows = [], {}, None
@@ -61,8 +63,9 @@ for host in HOSTS:
     inputs[host], samples = polls(300, NAMES)
     pooled += samples
 for _ in range(2):  # the second time changes nothing
-    for host, text in inputs.items():
-        zorstat("replay", "-", *FILL, "--sqlite", "fleet.db", "--host", host, "-o", "records", text=text)
+    fill = ["replay", "-", *FILL, "--sqlite", "fleet.db", "--host"]
+    with ThreadPool(4) as pool:
+        pool.map(lambda host: zorstat(*fill, host, text=inputs[host]), HOSTS)
     first_rows = first_rows or rows("fleet.db")
     assert rows("fleet.db") == first_rows and len(first_rows) == 4 * 3 * 2 * 10
     told = [zorstat("replay", "-", *FILL, "--format", "jsonl", "--host", h, text=t) for h, t in inputs.items()]
@@ -135,19 +138,22 @@ for words, lines, error in [
     assert ("stand apart" in told.stderr) == ("b" not in words and not error), (words, told)
 
 # A run that is killed leaves whole intervals.
-text, samples = polls(3000, [f"i{i}" for i in range(20)])
+text, samples = polls(1000, [f"i{i}" for i in range(20)])
 with open("many.csv", "w", encoding="utf-8") as file:
     file.write(text)
+command = ["replay", "many.csv", "--clear", "2", "-o", "records", "--sqlite", "killed.db", "--host"]
+start = time.monotonic()
+zorstat(*command, "whole")
+span = time.monotonic() - start
 for i in range(100):
-    command = [ZORSTAT, "replay", "many.csv", "--clear", "2", "--sqlite", "killed.db", "--host", str(i), "-o", "r"]
-    with subprocess.Popen(command, stderr=subprocess.DEVNULL) as victim:
-        time.sleep(random.uniform(0.005, 0.1))
+    with subprocess.Popen([ZORSTAT, *command, str(i)], stderr=subprocess.DEVNULL) as victim:
+        time.sleep(random.uniform(0, span / 5))
         victim.kill()
     assert rows("killed.db", "PRAGMA quick_check") == [("ok",)]
 times = "SELECT count(*) AS n FROM zorstat GROUP BY host, time"
 assert rows("killed.db", f"SELECT DISTINCT n FROM ({times})") == [(40,)]
 whole = rows("killed.db", "SELECT count(DISTINCT time) FROM zorstat GROUP BY host")
-assert len(whole) > 20 and sum(n < 1500 for (n,) in whole) > 20, whole  # or nothing was interrupted
+assert len(whole) > 20 and sum(n < 500 for (n,) in whole) > 20, whole  # or nothing was interrupted
 
 # What cannot be written to: one line, and nothing that was there is lost.
 def state(path):

@@ -10,7 +10,9 @@ from decimal import Decimal
 import jsonschema
 
 ZORSTAT, SCHEMA = sys.argv[1:]
-NAMES = ['quote " and \\ back', "{日本, 'e\u0301'}".replace(",", ";"), "👩‍👩‍👧\u2028\u202e<b>", "n" * 10000]
+NAMES = [
+    'quote " and \\ back', "{日本, 'e\u0301'}".replace(",", ";"),
+    "👩‍👩‍👧\u2028\u202e<b>", "n" * 10000]
 RANGES = {"small": (0, 6), "wide": (-1000, 998), "huge": (0, 2**64 - 2)}
 POLLS, CLEAR, LEARNING = 40, 5, 8
 

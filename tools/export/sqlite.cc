@@ -48,9 +48,9 @@ Database OpenHistory(const std::string &path) {
   const bool is_new = database.Integer("SELECT count(*) FROM sqlite_schema") == 0;
   if (!is_new) CheckHistory(database);
   if (!database.is_open_to_write()) throw Error(path + ": cannot write: it is read-only");
-  // With a log ahead of the file readers do not wait, and the end of the program at any moment leaves whole
-  // transactions; that of the machine may take the last ones.
-  database.Run("PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL; BEGIN IMMEDIATE");
+  database.UseLog();
+  // The end of the program at any moment leaves whole transactions; that of the machine may take the last ones.
+  database.Run("PRAGMA synchronous = NORMAL; BEGIN IMMEDIATE");
   database.Run(is_new ? kSqliteSchema : "");
   database.Run("COMMIT");
   return database;

@@ -27,7 +27,8 @@ struct Figures {
 };
 
 void ReadValues(const Reading &values, const ObjectPlan &plan, Figures *figures) {
-  constexpr std::size_t kMedian = 4, kP97 = 6;
+  constexpr std::size_t kMedian = 4;
+  constexpr std::size_t kP97 = 6;
   figures->samples = SamplesOf(values, plan);
   if (plan.range && values.distribution) figures->beyond = values.distribution->below + values.distribution->above;
   if (values.samples == 0) return;
@@ -96,7 +97,8 @@ class AlignedTable : public Exporter {
     is_first_ = false;
     std::vector<Cells> rows = {{"object", Printable(run_->table.key), "samples", "min", "median", "97.72 %", "max",
                                 "average", "beyond", "learnt range", "beyond it"}};
-    std::size_t zeros = 0, empty = 0;
+    std::size_t zeros = 0;
+    std::size_t empty = 0;
     for (const ObjectReadings &object : interval.objects) {
       for (const InstanceReadings &instance : object.instances) {
         const Figures figures = FiguresOf(instance, *object.plan);
