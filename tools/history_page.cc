@@ -111,8 +111,8 @@ void WriteHistoryPage(const QueryOptions &options, const std::string &output) {
     const std::int64_t length = before == last.end() ? typical : std::min(typical, end - before->second);
     if (std::exchange(begun, end) != end) page.BeginInterval(end, length);
     last[row_host] = end;
-    page.Add(groups.size() == 1 ? row_object : row_group + "/" + row_object, {}, 1,
-             hosts.size() == 1 ? row_instance : row_host + "/" + row_instance, row);
+    page.Add(groups.size() == 1 ? row_object : fmt::format("{}/{}", row_group, row_object), {}, 1,
+             hosts.size() == 1 ? row_instance : fmt::format("{}/{}", row_host, row_instance), row);
   }
   Output file(output);
   frame.Write(page.Data(0), &file);

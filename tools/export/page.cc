@@ -52,6 +52,25 @@ void AppendCounts(const std::vector<std::uint32_t> &counts, std::string *text) {
   *text += separator == '[' ? "[]" : "]";
 }
 
+// Ranges are numbered; a new one comes behind the others. What is 0 at the end is left out.
+std::string RowText(const PageRow &row, std::vector<BucketRange> *ranges) {
+  std::string text = fmt::format("{},[", row.samples);
+  for (const double point : row.points) {
+    AppendNumber(point, &text);
+    text += ',';
+  }
+  if (!row.points.empty()) text.pop_back();
+  text += ']';
+  const bool has_more = row.below + row.above + row.outside + row.resets != 0;
+  if (!row.range && !has_more) return text;
+  const auto range = row.range ? std::find(ranges->begin(), ranges->end(), *row.range) : ranges->end();
+  Append(&text, ",{},", row.range ? range - ranges->begin() : -1);
+  if (row.range && range == ranges->end()) ranges->push_back(*row.range);
+  AppendCounts(row.counts, &text);
+  if (has_more) Append(&text, ",{},{},{},{}", row.below, row.above, row.outside, row.resets);
+  return text;
+}
+
 // From the median, or average, to both sides.
 std::optional<Band> BandOf(const PageRow &row) {
   if (row.since_learnt) return std::nullopt;
@@ -148,38 +167,19 @@ class PageExporter : public Exporter {
 
 void Page::BeginInterval(std::int64_t end, std::int64_t length) { intervals_.push_back({end, length}); }
 
-void Page::Add(std::string_view object_name, const Unit &unit, std::uint32_t per, const std::string &name,
+void Page::Add(std::string_view object_name, const Unit &unit, std::uint32_t per, const std::string &instance_name,
                const PageRow &row) {
   const auto is_it = [&](const Object &object) { return object.name == object_name; };
   auto object = std::find_if(objects_.begin(), objects_.end(), is_it);
-  if (object == objects_.end())
+  if (object == objects_.end()) {
     object = objects_.insert(object, {std::string(object_name), unit, per, row.since_learnt});
-  const auto [known, is_new] = object->known.try_emplace(name, object->instances.size());
-  if (is_new) object->instances.push_back({name});
+  }
+  const auto [known, is_new] = object->known.try_emplace(instance_name, object->instances.size());
+  if (is_new) object->instances.push_back({instance_name});
   Instance &instance = object->instances[known->second];
-
   if (row.low && row.high) instance.learnt = fmt::format("[{},{}]", row.low->text(), row.high->text());
   if (row.samples == 0) return;
-  Cell cell{dropped_ + intervals_.size() - 1, BandOf(row), {}};
-  Append(&cell.text, "{}", row.samples);
-  char separator = ',';
-  cell.text += ",[";
-  for (std::size_t i = 0; i < row.points.size(); ++i) {
-    if (i != 0) cell.text += separator;
-    AppendNumber(row.points[i], &cell.text);
-  }
-  cell.text += ']';
-  const bool has_more = row.below + row.above + row.outside + row.resets != 0;
-  if (row.range || has_more) {
-    auto &ranges = object->ranges;
-    const auto range = row.range ? std::find(ranges.begin(), ranges.end(), *row.range) : ranges.end();
-    const auto number = row.range ? range - ranges.begin() : -1;
-    if (row.range && range == ranges.end()) ranges.push_back(*row.range);
-    Append(&cell.text, ",{},", number);
-    AppendCounts(row.counts, &cell.text);
-  }
-  if (has_more) Append(&cell.text, ",{},{},{},{}", row.below, row.above, row.outside, row.resets);
-  instance.cells.push_back(std::move(cell));
+  instance.cells.push_back({dropped_ + intervals_.size() - 1, BandOf(row), RowText(row, &object->ranges)});
   ++size_;
 }
 

@@ -47,7 +47,7 @@ class Page {
   void BeginInterval(std::int64_t end, std::int64_t length);
   // Of this interval. A unit is that of an object's first row; it is of one poll, `per` seconds long, where it is
   // per second.
-  void Add(std::string_view object, const Unit &unit, std::uint32_t per, const std::string &instance,
+  void Add(std::string_view object_name, const Unit &unit, std::uint32_t per, const std::string &instance_name,
            const PageRow &row);
   void DropOldest();
 
