@@ -192,9 +192,23 @@ SCREEN *Open() {
   throw SettingsError(Refusal("TERM", Printable(type == nullptr ? "" : type), "a terminal with a cursor to move"));
 }
 
+// A change of the size is to end a wait, as a key does.
+int CatchResize() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGWINCH);
+  sigprocmask(SIG_BLOCK, &signals, nullptr);
+  return signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
+}
+
 }  // namespace
 
-Screen::Screen() : utf8_(TakeLocale()), screen_(Open()), colours_(StartColours()) {
+Screen::Screen()
+    : utf8_(TakeLocale()),
+      screen_(Open()),
+      colours_(StartColours()),
+      resized_(CatchResize()),
+      events_(epoll_create1(EPOLL_CLOEXEC)) {
   PrepareLeaving();
   CatchFatalSignals();
   HoldErrors();
@@ -205,13 +219,6 @@ Screen::Screen() : utf8_(TakeLocale()), screen_(Open()), colours_(StartColours()
   nodelay(stdscr, TRUE);
   curs_set(0);
 
-  // A change of the size is to end a wait, as a key does.
-  sigset_t signals;
-  sigemptyset(&signals);
-  sigaddset(&signals, SIGWINCH);
-  sigprocmask(SIG_BLOCK, &signals, nullptr);
-  resized_ = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
-  events_ = epoll_create1(EPOLL_CLOEXEC);
   for (const int fd : {STDIN_FILENO, resized_}) {
     epoll_event event{};
     event.events = EPOLLIN;

@@ -34,8 +34,8 @@ class Screen {
   bool utf8_;
   screen *screen_;
   bool colours_;
-  int resized_ = -1;  // signalfd of SIGWINCH
-  int events_ = -1;   // epoll of it and of standard input
+  int resized_;  // signalfd of SIGWINCH
+  int events_;   // epoll of it and of standard input
 };
 
 }  // namespace zorstat::top
