@@ -100,7 +100,7 @@ constexpr const char *kPageFooter =
     "  zorstat page disk.db --from -1d -o disk.html\n";
 
 constexpr const char *kTopFooter =
-    "\nNeeds a terminal. Percentiles of an object without a range are those of its last 1000\n"
+    "Needs a terminal. Percentiles of an object without a range are those of its last 1000\n"
     "samples at most. Colours are left out where NO_COLOR is set. A signal (SIGINT, SIGTERM,\n"
     "SIGHUP) ends the view; ? tells its keys.\n"
     "\n"

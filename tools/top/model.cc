@@ -123,7 +123,8 @@ std::vector<Object> Tracker::Update(const std::vector<ObjectReadings> &objects, 
   std::map<std::string, Histories> kept;  // of what is still there
   for (const ObjectReadings &object : objects) {
     const std::string name(object.name);
-    Histories &before = histories_[name], &histories = kept[name];
+    Histories &before = histories_[name];
+    Histories &histories = kept[name];
     made.push_back({name, {}});
     for (const InstanceReadings &instance : object.instances) {
       if (!instance.values) continue;

@@ -18,6 +18,7 @@
 #include <exception>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "error.h"
 #include "stop.h"
@@ -95,7 +96,7 @@ void CatchFatalSignals() {
 // Appends what the terminal takes, without its pauses, "$<...>".
 void AddCapability(const char *name, std::string *sequence) {
   const char *text = tigetstr(name);
-  if (text == nullptr || text == reinterpret_cast<const char *>(-1)) return;
+  if (text == nullptr) return;
   for (std::string_view rest = text; !rest.empty();) {
     const std::size_t pause = rest.find("$<");
     sequence->append(rest.substr(0, pause));
@@ -112,16 +113,7 @@ void PrepareLeaving() {
   saved.leave_size = sequence.size();
 }
 
-void CheckTerminal() {
-  if (isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1) return;
-  throw SettingsError("top: needs a terminal; without one, see 'zorstat live' with --report");
-}
-
-struct KeyCode {
-  int code;
-  Key key;
-};
-constexpr KeyCode kKeys[] = {
+constexpr std::pair<int, Key> kKeys[] = {
     {'q', Key::kQuit},
     {'Q', Key::kQuit},
     {'?', Key::kHelp},
@@ -164,27 +156,59 @@ attr_t AttributesOf(Style style, bool colours) {
   }
 }
 
-bool WantsColours() {
+// Whether there are any.
+bool StartColours() {
   const char *refused = std::getenv("NO_COLOR");
-  return (refused == nullptr || *refused == '\0') && has_colors();
+  if ((refused != nullptr && *refused != '\0') || !has_colors()) return false;
+  start_color();
+  use_default_colors();
+  init_pair(kRed, COLOR_RED, -1);
+  init_pair(kYellow, COLOR_YELLOW, -1);
+  return true;
+}
+
+// Whether it is one of UTF-8.
+bool TakeLocale() {
+  std::setlocale(LC_CTYPE, "");
+  return std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
+}
+
+void Close(SCREEN *screen) {
+  if (screen == nullptr) return;
+  endwin();
+  delscreen(screen);
+}
+
+SCREEN *Open() {
+  if (isatty(STDIN_FILENO) != 1 || isatty(STDOUT_FILENO) != 1) {
+    throw SettingsError("top: needs a terminal; without one, see 'zorstat live' with --report");
+  }
+  tcgetattr(STDIN_FILENO, &saved.modes);
+  set_escdelay(25);  // ms
+  SCREEN *screen = newterm(nullptr, stdout, stdin);
+  if (screen != nullptr && tigetstr("cup") != nullptr) return screen;
+  Close(screen);
+  const char *type = std::getenv("TERM");
+  throw SettingsError(Refusal("TERM", Printable(type == nullptr ? "" : type), "a terminal with a cursor to move"));
+}
+
+// A change of the size is to end a wait, as a key does.
+int CatchResize() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGWINCH);
+  sigprocmask(SIG_BLOCK, &signals, nullptr);
+  return signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
 }
 
 }  // namespace
 
-Screen::Screen() {
-  CheckTerminal();
-  std::setlocale(LC_CTYPE, "");
-  utf8_ = std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
-  tcgetattr(STDIN_FILENO, &saved.modes);
-  set_escdelay(25);  // ms
-  screen_ = newterm(nullptr, stdout, stdin);
-  const char *cursor = screen_ == nullptr ? nullptr : tigetstr("cup");
-  if (cursor == nullptr) {
-    Close();
-    const char *type = std::getenv("TERM");
-    throw SettingsError(
-        Refusal("TERM", Printable(type == nullptr ? "" : type), "a terminal with a cursor to move"));
-  }
+Screen::Screen()
+    : utf8_(TakeLocale()),
+      screen_(Open()),
+      colours_(StartColours()),
+      resized_(CatchResize()),
+      events_(epoll_create1(EPOLL_CLOEXEC)) {
   PrepareLeaving();
   CatchFatalSignals();
   HoldErrors();
@@ -194,21 +218,7 @@ Screen::Screen() {
   keypad(stdscr, TRUE);
   nodelay(stdscr, TRUE);
   curs_set(0);
-  colours_ = WantsColours();
-  if (colours_) {
-    start_color();
-    use_default_colors();
-    init_pair(kRed, COLOR_RED, -1);
-    init_pair(kYellow, COLOR_YELLOW, -1);
-  }
 
-  // A change of the size is to end a wait, as a key does.
-  sigset_t signals;
-  sigemptyset(&signals);
-  sigaddset(&signals, SIGWINCH);
-  sigprocmask(SIG_BLOCK, &signals, nullptr);
-  resized_ = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
-  events_ = epoll_create1(EPOLL_CLOEXEC);
   for (const int fd : {STDIN_FILENO, resized_}) {
     epoll_event event{};
     event.events = EPOLLIN;
@@ -220,15 +230,9 @@ Screen::Screen() {
 Screen::~Screen() {
   close(events_);
   close(resized_);
-  Close();
+  Close(screen_);
   saved.leave_size = 0;
   ReleaseErrors();
-}
-
-void Screen::Close() {
-  if (screen_ == nullptr) return;
-  endwin();
-  delscreen(screen_);
 }
 
 Size Screen::size() {
@@ -248,7 +252,7 @@ void Screen::Show(const std::vector<Line> &lines) const {
   refresh();
 }
 
-bool Screen::Wait(std::chrono::milliseconds longest) {
+bool Screen::Wait(std::chrono::milliseconds longest) const {
   if (!WaitUnlessStopped(events_, static_cast<int>(longest.count()))) return false;
   signalfd_siginfo info;
   if (read(resized_, &info, sizeof info) == sizeof info) {

@@ -26,18 +26,16 @@ class Screen {
   void Show(const std::vector<Line> &lines) const;
 
   // Waits for a key or a new size, at most so long. False when a signal asked to stop, or the terminal is gone.
-  bool Wait(std::chrono::milliseconds longest);
+  bool Wait(std::chrono::milliseconds longest) const;
   // One that waits, or kNone.
   static Key TakeKey();
 
  private:
-  void Close();
-
-  screen *screen_ = nullptr;
-  bool utf8_ = false;
-  bool colours_ = false;
-  int resized_ = -1;  // signalfd of SIGWINCH
-  int events_ = -1;   // epoll of it and of standard input
+  bool utf8_;
+  screen *screen_;
+  bool colours_;
+  int resized_;  // signalfd of SIGWINCH
+  int events_;   // epoll of it and of standard input
 };
 
 }  // namespace zorstat::top

@@ -70,23 +70,24 @@ class Feed {
 };
 
 // False when a key or a signal ended the view before the next poll was due.
-bool ShowUntilDue(const LiveSource &source, const top::Model &model, top::Screen *screen, top::State *state) {
+bool ShowUntilDue(const LiveSource &source, const top::Model &model, const top::Screen &screen, top::State *state) {
   constexpr milliseconds kSecond{1000};
   for (;;) {
     const milliseconds left = source.UntilNext();
     const auto seconds = static_cast<int>((left + kSecond - milliseconds(1)) / kSecond);
-    screen->Show(Draw(model, *state, seconds, screen->size(), screen->utf8()));
+    screen.Show(Draw(model, *state, seconds, top::Screen::size(), screen.utf8()));
     if (left == milliseconds(0)) return true;
-    if (!screen->Wait((left - milliseconds(1)) % kSecond + milliseconds(1))) return false;
-    for (top::Key key = screen->TakeKey(); key != top::Key::kNone; key = screen->TakeKey()) {
-      if (!Press(key, model, screen->size(), state)) return false;
+    if (!screen.Wait((left - milliseconds(1)) % kSecond + milliseconds(1))) return false;
+    for (top::Key key = top::Screen::TakeKey(); key != top::Key::kNone; key = top::Screen::TakeKey()) {
+      if (!Press(key, model, top::Screen::size(), state)) return false;
     }
   }
 }
 
 }  // namespace
 
-void Top(const std::string &source_name, Settings settings) {
+void Top(const std::string &source_name, const Settings &given) {
+  Settings settings = given;
   AddShown(&settings);
   const std::uint32_t interval = settings.interval ? settings.interval->value : kDefaultInterval;
   LiveSource source(source_name, settings.proc, interval, std::nullopt);
@@ -95,12 +96,12 @@ void Top(const std::string &source_name, Settings settings) {
   if (!settings.expire) settings.expire = {kDefaultExpire, "default of --expire"};
   const Run run = {source_name, interval, source.table(), plans, true};
   Feed feed(source_name, run, settings);
-  top::Screen screen;
+  const top::Screen screen;
   top::State state;
   Poll poll;
   while (source.Next(&poll)) {
     feed.Count(poll, source.Place(poll));
-    if (!ShowUntilDue(source, feed.model(), &screen, &state)) return;
+    if (!ShowUntilDue(source, feed.model(), screen, &state)) return;
   }
 }
 

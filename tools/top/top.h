@@ -10,7 +10,7 @@ namespace zorstat {
 
 // Shows the source's counters until a key or a signal ends it. Throws SettingsError where there is no terminal, or
 // this program was built without the view.
-void Top(const std::string &source, Settings settings);
+void Top(const std::string &source, const Settings &given);
 
 }  // namespace zorstat
 

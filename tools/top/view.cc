@@ -152,7 +152,8 @@ std::vector<std::size_t> Order(const std::vector<Row> &rows, const State &state)
   }
   const std::size_t field = state.sort - kFirstField;
   std::stable_sort(order.begin(), order.end(), [&](auto a, auto b) {
-    const auto &left = rows[a].figures[field].number, &right = rows[b].figures[field].number;
+    const auto &left = rows[a].figures[field].number;
+    const auto &right = rows[b].figures[field].number;
     if (!left || !right) return left.has_value();
     const auto size = [&](double number) { return field == kDeparture ? std::abs(number) : number; };
     return state.reverse ? size(*left) < size(*right) : size(*left) > size(*right);

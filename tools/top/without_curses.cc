@@ -4,7 +4,7 @@
 
 namespace zorstat {
 
-void Top(const std::string &, Settings) {
+void Top(const std::string &, const Settings &) {
   throw SettingsError("top: this zorstat is built without ncurses (CMake option ZOR_TOP)");
 }
 
