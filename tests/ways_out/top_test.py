@@ -82,7 +82,8 @@ try:
         show("view", lambda screen: re.search(shown, screen, re.S))
     for session in set(SESSIONS) - {"plain"}:
         assert tmux("display", "-p", "-t", session, "#{alternate_on} #{cursor_flag}") == "0 1\n", session
-        before, after = (re.sub("columns [0-9]+", "", open(f"{session}.{i}", encoding="ascii").read()) for i in (0, 1))
+        told = [open(f"{session}.{i}", encoding="ascii").read() for i in (0, 1)]
+        before, after = (re.sub("columns [0-9]+", "", text) for text in told)
         assert before == after, session
 finally:
     tmux("kill-server")
