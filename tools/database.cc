@@ -123,7 +123,7 @@ Statement::Statement(const Database &database, const char *text) : database_(&da
 
 void Statement::Bind(int parameter, std::string_view text) {
   const auto size = static_cast<int>(text.size());
-  const int code = sqlite3_bind_text(statement_.get(), parameter, text.data(), size, SQLITE_STATIC);
+  const int code = sqlite3_bind_text(statement_.get(), parameter + 1, text.data(), size, SQLITE_STATIC);
   if (code != SQLITE_OK) database_->Fail(code);
 }
 
@@ -131,14 +131,14 @@ void Statement::Bind(int parameter, std::string_view text) {
 void Statement::Bind(int parameter, zor::process::Number number) {
   if (!number.is_negative() && number.bits() > kLargestInteger) {
     const std::string digits = fmt::format("{:020}", number.bits());
-    sqlite3_bind_text(statement_.get(), parameter, digits.data(), static_cast<int>(digits.size()),
+    sqlite3_bind_text(statement_.get(), parameter + 1, digits.data(), static_cast<int>(digits.size()),
                       SQLITE_TRANSIENT);
   } else {
-    sqlite3_bind_int64(statement_.get(), parameter, static_cast<std::int64_t>(number.bits()));
+    sqlite3_bind_int64(statement_.get(), parameter + 1, static_cast<std::int64_t>(number.bits()));
   }
 }
 
-void Statement::BindNull(int parameter) { sqlite3_bind_null(statement_.get(), parameter); }
+void Statement::BindNull(int parameter) { sqlite3_bind_null(statement_.get(), parameter + 1); }
 
 bool Statement::Step() {
   const int code = sqlite3_step(statement_.get());

@@ -50,7 +50,7 @@ class Statement {
  public:
   Statement(const Database &database, const char *text);
 
-  // Parameters from 1 on. Text must live until the statement is reset.
+  // Parameters from 0 on. Text must live until the statement is reset.
   void Bind(int parameter, std::string_view text);
   void Bind(int parameter, zor::process::Number number);
   void BindNull(int parameter);

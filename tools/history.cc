@@ -1,14 +1,13 @@
 #include "history.h"
 
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <limits>
 #include <memory>
 #include <nlohmann/json.hpp>
 
 #include "error.h"
-#include "file.h"
+#include "line_reader.h"
 
 namespace zorstat {
 namespace {
@@ -60,73 +59,17 @@ void ReadLine(std::string_view text, HistoryRow *row) {
   row->range = {NumberOf(line.at("start")), NumberOf(line.at("last")), row->buckets.size()};
 }
 
-// Lines of a file or standard input.
-class LineReader {
- public:
-  explicit LineReader(const std::string &path)
-      : name_(path == "-" ? "standard input" : path), fd_(path == "-" ? STDIN_FILENO : OpenForReading(path)) {}
-  ~LineReader() {
-    if (fd_ != STDIN_FILENO) close(fd_);
-  }
-  LineReader(const LineReader &) = delete;
-  LineReader &operator=(const LineReader &) = delete;
-
-  // The first bytes, which are read again as lines.
-  std::string_view Head(std::size_t size) {
-    while (buffer_.size() < size && Fill()) {
-    }
-    return std::string_view(buffer_).substr(0, size);
-  }
-
-  // The next line with its end; the last one may have none.
-  std::optional<std::string_view> Next() {
-    std::size_t end;
-    std::size_t searched = start_;
-    while ((end = buffer_.find('\n', searched)) == std::string::npos) {
-      searched = buffer_.size() - start_;
-      buffer_.erase(0, start_);
-      start_ = 0;
-      if (!Fill()) {
-        if (buffer_.empty()) return std::nullopt;
-        end = buffer_.size() - 1;
-        break;
-      }
-    }
-    ++line_;
-    const std::string_view line = std::string_view(buffer_).substr(start_, end + 1 - start_);
-    start_ = end + 1;
-    return line;
-  }
-
-  std::string Place() const { return fmt::format("{}:{}", name_, line_); }
-
- private:
-  bool Fill() {
-    constexpr std::size_t kPiece = std::size_t{1} << 20;
-    const std::size_t size = buffer_.size();
-    buffer_.resize(size + kPiece);
-    const std::size_t got = ReadSome(fd_, name_, buffer_.data() + size, kPiece);
-    buffer_.resize(size + got);
-    return got != 0;
-  }
-
-  std::string name_;
-  int fd_;
-  std::string buffer_;
-  std::size_t start_ = 0;  // of what was not yet returned
-  std::uint64_t line_ = 0;
-};
-
 void ReadJsonLines(LineReader *lines, const HistoryFilter &filter, const VisitRow &visit) {
   HistoryRow row;
-  while (const auto line = lines->Next()) {
+  for (std::string_view line; lines->Next(&line);) {
     try {
-      ReadLine(*line, &row);
+      ReadLine(line, &row);
     } catch (const std::bad_alloc &) {
       throw;
     } catch (const std::exception &) {
-      if (!line->ends_with('\n')) return;
-      throw Error(lines->Place() + ": expected a line as --format jsonl writes it");
+      if (lines->last_line_is_open()) return;
+      throw Error(
+          fmt::format("{}:{}: expected a line as --format jsonl writes it", lines->name(), lines->line_number()));
     }
     if (filter.Takes(row)) visit(row);
   }

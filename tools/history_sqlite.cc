@@ -12,38 +12,15 @@ constexpr std::int64_t kVersion = 1;
 
 // A condition that is not set is null.
 constexpr const char *kSelect =
-    "SELECT time, host, \"group\", object, instance, samples, min, max, sum, start, last, below, above, buckets, "
-    "percentiles, low, high, outside, resets FROM zorstat WHERE host = ifnull(?1, host) AND \"group\" = ifnull(?2, "
-    "\"group\") "
+    "SELECT * FROM zorstat WHERE host = ifnull(?1, host) AND \"group\" = ifnull(?2, \"group\") "
     "AND object = ifnull(?3, object) AND instance = ifnull(?4, instance) "
     "AND time >= ifnull(?5, time) AND (?6 IS NULL OR time < ?6)";
-enum Column {
-  kTime,
-  kHost,
-  kGroup,
-  kObject,
-  kInstance,
-  kSamples,
-  kMin,
-  kMax,
-  kSum,
-  kStart,
-  kLast,
-  kBelow,
-  kAbove,
-  kBuckets,
-  kPercentiles,
-  kLow,
-  kHigh,
-  kOutside,
-  kResets
-};
 
 void ReadRow(const Statement &rows, HistoryRow *row) {
   row->time = static_cast<std::int64_t>(rows.Number(kTime).bits());
   row->host = rows.Text(kHost);
   row->group = rows.Text(kGroup);
-  row->object = rows.Text(kObject);
+  row->object = rows.Text(kObjectName);
   row->instance = rows.Text(kInstance);
   row->samples = rows.Number(kSamples).bits();
   row->has_extremes = !rows.IsNull(kMin);
@@ -82,12 +59,12 @@ void ReadSqlite(const std::string &path, const HistoryFilter &filter, const Visi
   int parameter = 0;
   for (const auto &name :
        {std::cref(filter.host), std::cref(filter.group), std::cref(filter.object), std::cref(filter.instance)}) {
-    ++parameter;
     if (name.get()) rows.Bind(parameter, *name.get());
+    ++parameter;
   }
   for (const auto &time : {filter.from, filter.to}) {
-    ++parameter;
     if (time) rows.Bind(parameter, *time);
+    ++parameter;
   }
   HistoryRow row;
   while (rows.Step()) {

@@ -9,6 +9,30 @@
 
 namespace zorstat {
 
+// Columns in their order in share/zorstat/sql/sqlite.sql.
+enum HistoryColumn {
+  kTime,
+  kHost,
+  kGroup,
+  kObjectName,
+  kInstance,
+  kSamples,
+  kMin,
+  kMax,
+  kSum,
+  kPercentiles,
+  kStart,
+  kLast,
+  kBelow,
+  kAbove,
+  kBuckets,
+  kLow,
+  kHigh,
+  kOutside,
+  kResets,
+  kRefused
+};
+
 // Throws Error where it is a database of something else, or of a version that is not known here.
 void CheckHistory(Database &database);
 

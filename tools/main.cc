@@ -35,8 +35,6 @@ namespace {
 
 constexpr int kFailure = 1;
 constexpr int kUsage = 2;
-constexpr std::uint32_t kDefaultInterval = 10;
-constexpr std::uint32_t kDefaultExpire = 2;  // of live; a replay forgets nothing
 
 constexpr const char *kRecordsFooter =
     "Records are lines of comma-separated fields: DG-summary, DG-percentile or\n"

@@ -1,8 +1,6 @@
 #include "poll_file.h"
 
 #include <fmt/format.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <charconv>
@@ -13,15 +11,10 @@
 #include <variant>
 
 #include "error.h"
-#include "file.h"
-#include "stop.h"
 #include "text.h"
 
 namespace zorstat {
 namespace {
-
-constexpr size_t kBufferSize = size_t{256} * 1024;
-constexpr size_t kLongestLine = size_t{16} * 1024 * 1024;
 
 // Reads a number at the position. Returns where it ends, or null.
 template <typename Number>
@@ -61,66 +54,7 @@ std::string TimeRefusal(std::string_view time) {
 
 bool IsHeader(std::string_view line) { return line.substr(0, 5) == "time,"; }
 
-// Whether a regular file ends before the position that was reached in it.
-bool IsBehindEnd(int fd) {
-  struct stat status;
-  return fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && lseek(fd, 0, SEEK_CUR) > status.st_size;
-}
-
 }  // namespace
-
-LineReader::LineReader(const std::string &path)
-    : name_(path == "-" ? "standard input" : path),
-      fd_(path == "-" ? STDIN_FILENO : OpenForReading(path)),
-      buffer_(kBufferSize) {}
-
-LineReader::~LineReader() {
-  if (fd_ != STDIN_FILENO) close(fd_);
-}
-
-bool LineReader::Next(std::string_view *line) {
-  size_t searched = 0;
-  for (;;) {
-    const char *start = buffer_.data() + begin_;
-    const void *found = std::memchr(start + searched, '\n', end_ - begin_ - searched);
-    if (found == nullptr) {
-      searched = end_ - begin_;
-      if (Fill()) continue;
-      if (begin_ == end_) return false;
-      last_line_is_open_ = true;
-    }
-    start = buffer_.data() + begin_;
-    const char *stop = found != nullptr ? static_cast<const char *>(found) : buffer_.data() + end_;
-    begin_ = static_cast<size_t>(stop - buffer_.data()) + (found != nullptr ? 1 : 0);
-    if (stop != start && stop[-1] == '\r') --stop;
-    *line = {start, static_cast<size_t>(stop - start)};
-    ++line_number_;
-    return true;
-  }
-}
-
-// Gets more bytes behind the line that has begun; false at the end of the file.
-bool LineReader::Fill() {
-  if (at_end_) return false;
-  if (begin_ > 0) {
-    std::memmove(buffer_.data(), buffer_.data() + begin_, end_ - begin_);
-    end_ -= begin_;
-    begin_ = 0;
-  }
-  if (end_ >= kLongestLine) {
-    throw Error(fmt::format("{}:{}: line is longer than {} bytes", name_, line_number_ + 1, kLongestLine));
-  }
-  if (end_ == buffer_.size()) buffer_.resize(buffer_.size() * 2);
-  if (!WaitUnlessStopped(fd_, -1)) throw Error(fmt::format("{}:{}: interrupted", name_, line_number_ + 1));
-  const size_t got = ReadSome(fd_, name_, buffer_.data() + end_, buffer_.size() - end_);
-  at_end_ = got == 0;
-  if (at_end_ && IsBehindEnd(fd_)) {
-    throw Error(fmt::format("{}:{}: the file has become shorter while it was read", name_, line_number_ + 1));
-  }
-  end_ += got;
-  bytes_read_ += got;
-  return !at_end_;
-}
 
 PollFileReader::PollFileReader(const std::string &path) : lines_(path) {
   if (!TakeLine()) throw Error(fmt::format("{}: is empty (expected a header line)", lines_.name()));
@@ -292,13 +226,7 @@ void AppendPollLines(const Table &table, const Poll &poll, std::string *text) {
   for (size_t row = 0; row < poll.rows(); ++row) {
     const std::string_view key = poll.key(row);
     fmt::format_to(std::back_inserter(*text), "{},", poll.time);
-    if (key.find('"') == std::string_view::npos) {
-      text->append(key);
-    } else {
-      text->push_back('"');
-      for (const char c : key) text->append(c == '"' ? 2 : 1, c);
-      text->push_back('"');
-    }
+    AppendCsvField(key, text);
     for (size_t i = 0; i < table.columns.size(); ++i) {
       text->push_back(',');
       AppendValue(poll.values(row)[i], text);

@@ -292,38 +292,21 @@ std::string TableText(Answer answer, std::size_t points) {
   for (std::size_t i = 0; is_one_range && i < kRangeColumnCount; ++i) answer.Drop(kRangeColumns);
   if (is_same(kGroupColumn)) answer.Drop(kGroupColumn);
   answer.lines.insert(answer.lines.begin(), answer.names);
-  std::string text;
-  std::vector<std::size_t> widths(answer.names.size());
   for (auto &line : answer.lines) {
-    for (std::size_t i = 0; i < line.size(); ++i) {
-      line[i] = line[i].empty() ? "-" : Printable(line[i]);
-      widths[i] = std::max(widths[i], DisplayWidth(line[i]));
-    }
+    for (std::string &field : line) field = field.empty() ? "-" : Printable(field);
   }
-  for (const auto &line : answer.lines) {
-    std::string row;
-    for (std::size_t i = 0; i < line.size(); ++i) {
-      const std::string space(widths[i] - DisplayWidth(line[i]) + (i == 0 ? 0 : 2), ' ');
-      const std::string gap = i == 0 ? "" : "  ";
-      row += answer.is_text[i] ? gap + line[i] + space.substr(gap.size()) : space + line[i];
-    }
-    row.resize(row.find_last_not_of(' ') + 1);
-    text += row + "\n";
-  }
+  std::string text;
+  AppendColumns(answer.lines, answer.is_text, &text);
   return text;
-}
-
-std::string CsvField(const std::string &field) {
-  if (field.find_first_of(",\"\r\n") == std::string::npos) return field;
-  std::string quoted = "\"";
-  for (const char c : field) quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
-  return quoted + "\"";
 }
 
 std::string CsvText(const Answer &answer) {
   std::string text;
   const auto add = [&](const std::vector<std::string> &line) {
-    for (const std::string &field : line) text += CsvField(field) + ",";
+    for (const std::string &field : line) {
+      AppendCsvField(field, &text);
+      text += ',';
+    }
     text.back() = '\n';
   };
   add(answer.names);

@@ -16,6 +16,8 @@
 namespace zorstat {
 
 inline constexpr std::uint32_t kShortestInterval = 10;  // seconds; the library takes no shorter one
+inline constexpr std::uint32_t kDefaultInterval = 10;   // of polls of the kernel
+inline constexpr std::uint32_t kDefaultExpire = 2;      // of these; a replay forgets nothing
 inline constexpr std::uint32_t kLargestCount = zor::process::kLargestCount;  // of buckets, of polls between clears
 
 using zor::process::Interval;

@@ -120,6 +120,32 @@ std::size_t DisplayWidth(std::string_view text) {
   return width;
 }
 
+void AppendCsvField(std::string_view field, std::string *text) {
+  if (field.find_first_of(",\"\r\n") == std::string_view::npos) {
+    text->append(field);
+    return;
+  }
+  text->push_back('"');
+  for (const char c : field) text->append(c == '"' ? 2 : 1, c);
+  text->push_back('"');
+}
+
+void AppendColumns(const std::vector<std::vector<std::string>> &rows, const std::vector<bool> &is_left,
+                   std::string *text) {
+  std::vector<std::size_t> widths(is_left.size());
+  for (const auto &row : rows) {
+    for (std::size_t i = 0; i < widths.size(); ++i) widths[i] = std::max(widths[i], DisplayWidth(row[i]));
+  }
+  for (const auto &row : rows) {
+    for (std::size_t i = 0; i < widths.size(); ++i) {
+      const std::string space(widths[i] - DisplayWidth(row[i]), ' ');
+      text->append(i == 0 ? "" : "  ").append(is_left[i] ? row[i] + space : space + row[i]);
+    }
+    text->resize(text->find_last_not_of(' ') + 1);
+    *text += '\n';
+  }
+}
+
 std::string ErrnoText(int error) {
   std::string text = std::generic_category().message(error);
   text[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(text[0])));

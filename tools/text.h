@@ -50,6 +50,13 @@ std::string Printable(std::string_view text);
 // before it.
 std::size_t DisplayWidth(std::string_view text);
 
+// Appends the text as a field of CSV, in quotes where it needs them.
+void AppendCsvField(std::string_view field, std::string *text);
+
+// Appends the rows in columns, two places apart; what is not left-aligned is right-aligned.
+void AppendColumns(const std::vector<std::vector<std::string>> &rows, const std::vector<bool> &is_left,
+                   std::string *text);
+
 std::string ErrnoText(int error);
 
 }  // namespace zorstat

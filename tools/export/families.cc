@@ -214,8 +214,7 @@ class FamilyMaker::Builder {
   }
 
   void AddSeries(const ObjectSeries &object, const Labels &labels, const InstanceSeries &series) {
-    const unsigned statistics = object.plan->statistics;
-    const bool has_summary = (statistics & (ZOR_PROCESS_FLAG_SUMMARY | ZOR_PROCESS_FLAG_PERCENTILE)) != 0;
+    const bool has_summary = HasSummary(*object.plan);
     if (has_summary) Add(kInterval, labels).summary = series.summary;
     if (!object.edges.empty()) {
       ClientMetric::Histogram &histogram = Add(kSample, labels).histogram;

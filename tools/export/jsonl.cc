@@ -9,7 +9,7 @@
 #include <string_view>
 #include <utility>
 
-#include "units.h"
+#include "export/arrays.h"
 
 namespace zorstat {
 namespace {
@@ -65,28 +65,17 @@ class JsonLines : public Exporter {
 
   void AddPercentiles(const std::optional<zp::Points> &points) {
     text_ += ",\"percentiles\":";
-    if (!points) {
+    if (points) {
+      AppendArray(*points, &text_);
+    } else {
       text_ += "null";
-      return;
     }
-    char separator = '[';
-    for (const zp::Decimal &point : *points) {
-      text_ += separator;
-      text_ += Shortest(point);
-      separator = ',';
-    }
-    text_ += ']';
   }
 
   void AddDistribution(const zp::Distribution &distribution) {
-    Add(R"(,"start":{},"last":{},"below":{},"above":{},"buckets":[)", distribution.start.text(),
+    Add(R"(,"start":{},"last":{},"below":{},"above":{},"buckets":)", distribution.start.text(),
         distribution.last.text(), distribution.below, distribution.above);
-    for (const zp::Bucket &bucket : distribution.buckets) {
-      const fmt::format_int digits(bucket.count);
-      text_.append(digits.data(), digits.size()) += ',';
-    }
-    if (!distribution.buckets.empty()) text_.pop_back();
-    text_ += ']';
+    AppendArray(distribution.buckets, &text_);
   }
 
   void AddBaseline(const InstanceReadings &instance) {

@@ -169,17 +169,15 @@ void Page::BeginInterval(std::int64_t end, std::int64_t length) { intervals_.pus
 
 void Page::Add(std::string_view object_name, const Unit &unit, std::uint32_t per, const std::string &instance_name,
                const PageRow &row) {
-  const auto is_it = [&](const Object &object) { return object.name == object_name; };
-  auto object = std::find_if(objects_.begin(), objects_.end(), is_it);
-  if (object == objects_.end()) {
-    object = objects_.insert(object, {std::string(object_name), unit, per, row.since_learnt});
-  }
-  const auto [known, is_new] = object->known.try_emplace(instance_name, object->instances.size());
-  if (is_new) object->instances.push_back({instance_name});
-  Instance &instance = object->instances[known->second];
+  const auto [at, is_new_object] = known_.try_emplace(std::string(object_name), objects_.size());
+  if (is_new_object) objects_.push_back({at->first, unit, per, row.since_learnt});
+  Object &object = objects_[at->second];
+  const auto [known, is_new] = object.known.try_emplace(instance_name, object.instances.size());
+  if (is_new) object.instances.push_back({instance_name});
+  Instance &instance = object.instances[known->second];
   if (row.low && row.high) instance.learnt = fmt::format("[{},{}]", row.low->text(), row.high->text());
   if (row.samples == 0) return;
-  instance.cells.push_back({dropped_ + intervals_.size() - 1, BandOf(row), RowText(row, &object->ranges)});
+  instance.cells.push_back({dropped_ + intervals_.size() - 1, BandOf(row), RowText(row, &object.ranges)});
   ++size_;
 }
 

@@ -87,6 +87,7 @@ class Page {
   std::deque<Interval> intervals_;
   std::size_t dropped_ = 0;  // intervals
   std::vector<Object> objects_;
+  std::map<std::string, std::size_t> known_;  // of these, by name
   std::size_t size_ = 0;
 };
 

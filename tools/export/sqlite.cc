@@ -8,39 +8,15 @@
 
 #include "database.h"
 #include "error.h"
+#include "export/arrays.h"
 #include "history_sqlite.h"
 #include "sqlite_schema.h"
-#include "units.h"
 
 namespace zorstat {
 namespace {
 
-namespace zp = zor::process;
-
-// Parameters by the order of columns.
+// A parameter for each column.
 constexpr const char *kInsert = "INSERT OR REPLACE INTO zorstat VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)";
-enum Parameter {
-  kTime = 1,
-  kHost,
-  kGroup,
-  kObject,
-  kInstance,
-  kSamples,
-  kMin,
-  kMax,
-  kSum,
-  kPercentiles,
-  kStart,
-  kLast,
-  kBelow,
-  kAbove,
-  kBuckets,
-  kLow,
-  kHigh,
-  kOutside,
-  kResets,
-  kRefused
-};
 
 // A database that holds nothing is made a history; any other has to be one.
 Database OpenHistory(const std::string &path) {
@@ -56,22 +32,12 @@ Database OpenHistory(const std::string &path) {
   return database;
 }
 
-// The arrays are text as in JSON Lines.
-std::string PercentileArray(const zp::Points &points) {
-  std::string text = "[";
-  for (const zp::Decimal &point : points) text += Shortest(point) + ",";
-  text.back() = ']';
+// As in JSON Lines.
+template <class Values>
+std::string ArrayText(const Values &values) {
+  std::string text;
+  AppendArray(values, &text);
   return text;
-}
-
-std::string CountArray(const std::vector<zp::Bucket> &buckets) {
-  std::string text = "[";
-  for (const zp::Bucket &bucket : buckets) {
-    const fmt::format_int digits(bucket.count);
-    text.append(digits.data(), digits.size()) += ',';
-  }
-  if (!buckets.empty()) text.pop_back();
-  return text += ']';
 }
 
 class Sqlite : public Exporter {
@@ -97,11 +63,11 @@ class Sqlite : public Exporter {
 
  private:
   void Insert(std::int64_t time, const ObjectReadings &object, const InstanceReadings &instance) {
-    for (int parameter = kSamples; parameter <= kRefused; ++parameter) insert_.BindNull(parameter);
+    for (int column = kSamples; column <= kRefused; ++column) insert_.BindNull(column);
     insert_.Bind(kTime, time);
     insert_.Bind(kHost, host_);
     insert_.Bind(kGroup, group_);
-    insert_.Bind(kObject, object.name);
+    insert_.Bind(kObjectName, object.name);
     insert_.Bind(kInstance, instance.name());
     if (instance.values) BindValues(*instance.values, *object.plan);
     if (instance.baseline) BindBaseline(instance);
@@ -120,14 +86,14 @@ class Sqlite : public Exporter {
       insert_.Bind(kMax, reading.max);
       insert_.Bind(kSum, reading.sum);
     }
-    if (reading.points) insert_.Bind(kPercentiles, percentiles_ = PercentileArray(*reading.points));
+    if (reading.points) insert_.Bind(kPercentiles, percentiles_ = ArrayText(*reading.points));
     // Without a range the buckets cover all values of the type, which tells nothing.
     if (!plan.range || !reading.distribution) return;
     insert_.Bind(kStart, reading.distribution->start);
     insert_.Bind(kLast, reading.distribution->last);
     insert_.Bind(kBelow, reading.distribution->below);
     insert_.Bind(kAbove, reading.distribution->above);
-    insert_.Bind(kBuckets, buckets_ = CountArray(reading.distribution->buckets));
+    insert_.Bind(kBuckets, buckets_ = ArrayText(reading.distribution->buckets));
   }
 
   void BindBaseline(const InstanceReadings &instance) {

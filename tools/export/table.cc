@@ -57,23 +57,17 @@ constexpr std::size_t kNames = 2;   // columns at the left
 constexpr std::size_t kBeyond = 8;  // from here on zeros need not be seen
 constexpr const char *kNone = "-";
 
-// Appends the rows, the first of which is the heading, in columns. One that tells nothing below its heading is left
-// out.
+// Appends the rows, the first of which is the heading, without the columns that tell nothing below it.
 void Align(const std::vector<Cells> &rows, std::string *text) {
-  std::vector<std::size_t> widths(rows[0].size());
-  for (std::size_t i = 0; i < widths.size(); ++i) {
+  std::vector<Cells> shown(rows.size());
+  std::vector<bool> is_left;
+  for (std::size_t i = 0; i < rows[0].size(); ++i) {
     const auto is_nothing = [&](const Cells &row) { return row[i] == kNone || (i >= kBeyond && row[i] == "0"); };
     if (std::all_of(rows.begin() + 1, rows.end(), is_nothing)) continue;
-    for (const Cells &row : rows) widths[i] = std::max(widths[i], DisplayWidth(row[i]));
+    for (std::size_t row = 0; row < rows.size(); ++row) shown[row].push_back(rows[row][i]);
+    is_left.push_back(i < kNames);
   }
-  for (const Cells &row : rows) {
-    for (std::size_t i = 0; i < widths.size(); ++i) {
-      if (widths[i] == 0) continue;
-      const std::string space(widths[i] - DisplayWidth(row[i]), ' ');
-      text->append(i == 0 ? "" : "  ").append(i < kNames ? row[i] + space : space + row[i]);
-    }
-    *text += '\n';
-  }
+  AppendColumns(shown, is_left, text);
 }
 
 std::string LocalTime(std::int64_t seconds) {
@@ -155,8 +149,7 @@ class Csv : public Exporter {
   void EndInterval(const IntervalReadings &interval) override {
     std::string text;
     for (const ObjectReadings &object : interval.objects) {
-      const std::string head =
-          fmt::format("{},{},{},{}", interval.time, host_, group_, Field(std::string(object.name)));
+      const std::string head = fmt::format("{},{},{},{}", interval.time, host_, group_, Field(object.name));
       for (const InstanceReadings &instance : object.instances) {
         text += head;
         text += ',' + Field(instance.name());
@@ -167,10 +160,10 @@ class Csv : public Exporter {
   }
 
  private:
-  // Names have no commas and no ends of lines.
-  static std::string Field(const std::string &text) {
-    if (text.find('"') == std::string::npos) return text;
-    return '"' + Joined(Split(text, '"'), "\"\"") + '"';
+  static std::string Field(std::string_view text) {
+    std::string field;
+    AppendCsvField(text, &field);
+    return field;
   }
 
   static void AddFigures(const Figures &figures, std::string *text) {

@@ -19,9 +19,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr std::uint32_t kDefaultInterval = 10;  // seconds
-constexpr std::uint32_t kDefaultClear = 60;     // polls
-constexpr std::uint32_t kDefaultExpire = 2;     // intervals
+constexpr std::uint32_t kDefaultClear = 60;  // polls
 constexpr std::uint16_t kShown = ZOR_PROCESS_FLAG_SUMMARY | ZOR_PROCESS_FLAG_PERCENTILE;
 
 // A view of baselines alone would be empty until they have learnt.
