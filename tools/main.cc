@@ -5,28 +5,35 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cctype>
+#include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <map>
+#include <memory>
 #include <new>
 #include <optional>
 #include <sstream>
 #include <string>
+#include <string_view>
 
+#include "command_table.h"
 #include "config_file.h"
 #include "error.h"
 #include "file.h"
 #include "history_page.h"
+#include "proc_table.h"
 #include "query.h"
 #include "session.h"
 #include "settings.h"
 #include "source.h"
 #include "stop.h"
 #include "suggest.h"
+#include "text.h"
 #include "top/top.h"
 #include "zor/version.h"
 
@@ -123,6 +130,8 @@ class Command {
   }
 
   // Options go before the settings file that one of them may name.
+  bool has_name(std::string_view name) const { return app_->get_name() == name; }
+
   Settings ReadSettings() const {
     Settings settings = WithOptions({});
     if (!settings.config.empty()) settings = WithOptions(ReadConfigFile(settings.config));
@@ -134,6 +143,7 @@ class Command {
   }
 
   std::string input;
+  NameList words;  // of the command of exec
 
  private:
   Settings WithOptions(Settings settings) const {
@@ -165,23 +175,37 @@ void Replay(const Command &command) {
   Count(&source, settings, stem, settings.output, RecordTime::kOfPoll);
 }
 
-LiveSource KernelSource(const Command &command, const Settings &settings) {
+std::unique_ptr<PolledTable> TableToPoll(const Command &command, const Settings &settings, std::uint32_t interval) {
+  constexpr const char *kExec = "exec";
+  if (command.input != kExec) {
+    if (!command.words.empty()) {
+      throw SettingsError(Refusal(command.input, Printable(command.words[0]), "a command with exec alone"));
+    }
+    return std::make_unique<ProcTable>(command.input, settings.proc, kExec);
+  }
+  const NameList &words = command.words.empty() ? settings.command : command.words;
+  if (words.empty()) throw SettingsError("exec: has no command: expected exec -- COMMAND [ARG...]");
+  const std::uint32_t timeout = settings.timeout ? std::min(settings.timeout->value, interval) : interval;
+  return std::make_unique<CommandTable>(words, std::chrono::seconds(timeout));
+}
+
+LiveSource PolledSource(const Command &command, const Settings &settings) {
   const std::uint32_t interval = settings.interval ? settings.interval->value : kDefaultInterval;
   std::optional<std::uint32_t> count;
   if (settings.count) count = settings.count->value;
-  return {command.input, settings.proc, interval, count};
+  return {TableToPoll(command, settings, interval), interval, count};
 }
 
 void Live(const Command &command) {
   Settings settings = command.ReadSettings();
   if (!settings.expire) settings.expire = {kDefaultExpire, "default of --expire"};
-  LiveSource source = KernelSource(command, settings);
+  LiveSource source = PolledSource(command, settings);
   Count(&source, settings, command.input, settings.output, RecordTime::kNow);
 }
 
 void RecordPolls(const Command &command) {
   const Settings settings = command.ReadSettings();
-  LiveSource source = KernelSource(command, settings);
+  LiveSource source = PolledSource(command, settings);
   Record(&source, settings.output);
 }
 
@@ -229,17 +253,19 @@ int Run(int argc, char **argv) {
       "An output file is written beside the one that has its name and takes its place with\n"
       "its first lines (live, record) or when it is complete (replay).\n");
 
-  constexpr const char *kSourceHelp = "net (interfaces), disk (devices) or cpu (processors)";
+  constexpr const char *kSourceHelp = "net, disk, cpu, mem, vm, pressure, proc, sock or snmp";
+  constexpr const char *kSourceOrExecHelp =
+      "net, disk, cpu, mem, vm, pressure, proc, sock or snmp; or\nexec -- COMMAND [ARG...]";
   CLI::App *replay = app.add_subcommand("replay", "count the polls of a file");
   const Command replay_command(replay, kReplay, "FILE", "poll file, or - for standard input");
   replay->footer(std::string("\n") + kRecordsFooter + kReplayFooter);
 
   CLI::App *live = app.add_subcommand("live", "count the kernel's counters");
-  const Command live_command(live, kLive, "SOURCE", kSourceHelp);
+  Command live_command(live, kLive, "SOURCE", kSourceOrExecHelp);
   live->footer(std::string("\n") + kRecordsFooter + kLiveFooter);
 
   CLI::App *record = app.add_subcommand("record", "write the kernel's counters to a poll file");
-  const Command record_command(record, kRecord, "SOURCE", kSourceHelp);
+  Command record_command(record, kRecord, "SOURCE", kSourceOrExecHelp);
   record->footer(kRecordFooter);
 
   CLI::App *suggest = app.add_subcommand("suggest", "write settings that fit a poll file");
@@ -261,8 +287,15 @@ int Run(int argc, char **argv) {
   const Command top_command(top, kTop, "SOURCE", kSourceHelp);
   top->footer(kTopFooter);
 
+  // Behind -- the words are another program's, whatever they look like.
+  char **words = argv + argc;
+  for (Command *command : {&live_command, &record_command}) {
+    if (argc < 2 || !command->has_name(argv[1])) continue;
+    words = std::find(argv, argv + argc, std::string_view("--"));
+    if (words != argv + argc) command->words = {words + 1, argv + argc};
+  }
   try {
-    app.parse(argc, argv);
+    app.parse(static_cast<int>(words - argv), argv);
   } catch (const CLI::ParseError &error) {
     if (error.get_exit_code() == 0) {  // help
       std::ostringstream text;

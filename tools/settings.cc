@@ -229,6 +229,11 @@ NameList ReadColumns(const Given &given) {
   return names;
 }
 
+NameList ReadCommand(const Given &given) {
+  if (given.parts.empty() || given.parts[0].empty()) Refuse(given.where, "", "a program and its arguments");
+  return given.parts;
+}
+
 double ReadOutside(const Given &given) {
   const auto percent = ParseNumber<double>(given.text());
   if (!percent || !(*percent >= 0 && *percent <= 50)) Refuse(given.where, given.text(), "a number from 0 to 50");
@@ -310,6 +315,7 @@ constexpr Form kIntegerOrText{Form::kInteger | Form::kString, "an integer or a s
 constexpr Form kText{Form::kString, "a string"};
 constexpr Form kTruth{Form::kTruth, "true or false"};
 constexpr Form kList{Form::kString, "an array of strings", ','};
+constexpr Form kWords{Form::kString, "an array of strings", ' '};
 constexpr Form kBounds{Form::kInteger | Form::kString, "an array of two bounds, [LOW, HIGH]", ':'};
 
 constexpr auto kReadInterval =
@@ -320,6 +326,8 @@ constexpr SettingRow kSettings[] = {
      "columns that are counters, whose samples are the differences\n"
      "from poll to poll; or all (default: none)",
      kList, Set<&Settings::cumulative, ReadColumns>, kReplay | kTopLevel},
+    {"cumulative", "LIST", "columns that are counters; or all (default: those of the\nsource; of exec none)", kList,
+     Set<&Settings::cumulative, ReadColumns>, kLive},
     {"cumulative", "", "", kTruth, Set<&Settings::cumulative, ReadAllOrNone>, kObject},
     {"interval", "SECONDS", "between polls, at least 10 (default: that of the first two)", kInteger, kReadInterval,
      kReplay | kTopLevel},
@@ -329,6 +337,10 @@ constexpr SettingRow kSettings[] = {
      Set<&Settings::count, ReadCount<1, std::numeric_limits<std::uint32_t>::max()>>, kLive | kRecord},
     {"proc", "DIR", "directory of the proc file system (default: /proc)", kText,
      SetPlain<&Settings::proc, ReadText>, kLive | kRecord | kTop},
+    {"command", "", "", kWords, SetPlain<&Settings::command, ReadCommand>, kTopLevel},
+    {"timeout", "SECONDS", "of a run of the command of exec (default: the interval,\nwhich is also the longest)",
+     kInteger, Set<&Settings::timeout, ReadCount<1, std::numeric_limits<std::uint32_t>::max()>>,
+     kLive | kRecord | kTopLevel},
     {"statistics", "LIST", "summary, distribution, percentile, baseline\n(default: summary,percentile)", kList,
      Set<&Settings::statistics, ReadStatistics>, kForAll | kObject},
     {"buckets", "N", "buckets of a distribution, 1 to 65535 (default: 100)", kInteger,
