@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <ctime>
 #include <limits>
 #include <thread>
 #include <utility>
@@ -129,13 +130,13 @@ CommandTable::CommandTable(std::vector<std::string> command, std::chrono::second
     : command_(std::move(command)), limit_(limit) {
   std::signal(SIGCHLD, SIG_DFL);  // if it were ignored, no status could be asked for
   Poll poll;
+  poll.time = time(nullptr);
   has_first_ = Read(&poll);
   first_ = std::move(poll);
 }
 
 bool CommandTable::Read(Poll *poll) {
   if (has_first_) {
-    first_.time = poll->time;
     *poll = std::exchange(first_, {});
     return *std::exchange(has_first_, std::nullopt);
   }
@@ -162,7 +163,7 @@ Failure CommandTable::Run(Poll *poll, std::string *message) {
   if (failure == Failure::kStopped) {
     *message = fmt::format("{}: interrupted", name());
   } else if (failure == Failure::kTime) {
-    *message = fmt::format("{}: was ended: expected its end within {} seconds", name(), limit_.count());
+    *message = fmt::format("{}: was ended: expected its end within {} s", name(), limit_.count());
   } else if (failure == Failure::kSize) {
     *message = fmt::format("{}: was ended: expected at most {} bytes", name(), kLargestOutput);
   } else if (WIFSIGNALED(status)) {

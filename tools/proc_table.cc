@@ -344,8 +344,9 @@ void ProcTable::Parse(const std::string &path, std::string_view text, Poll *poll
     std::string_view names = kind_->columns;
     if (kind_->names == Names::kHeading) {
       names = line.rest;
-      if (!line.TakeFrom(&text) || TakeWord(&line.rest, kPairSpace) != key) {
-        throw Error(Refusal(line.place(), Printable(line.rest), fmt::format("the values of {}", Printable(key))));
+      const std::string_view again = line.TakeFrom(&text) ? TakeWord(&line.rest, kPairSpace) : "";
+      if (again != key) {
+        throw Error(Refusal(line.place(), Printable(again), fmt::format("the values of {}", Printable(key))));
       }
     }
     if (!IsName(key)) {

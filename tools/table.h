@@ -70,8 +70,8 @@ class PolledTable {
   virtual const Table &table() const = 0;
   virtual const std::string &name() const = 0;  // for messages
 
-  // Reads all rows into an emptied poll and leaves its time alone. False if this poll is to be left out, which was
-  // told.
+  // Reads all rows into an emptied poll, whose time is changed if they were there before. False if this poll is to be
+  // left out, which was told.
   virtual bool Read(Poll *poll) = 0;
 };
 
