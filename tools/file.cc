@@ -91,10 +91,13 @@ bool IsSameFile(const std::string &path, int fd) {
          named.st_dev == opened.st_dev && named.st_ino == opened.st_ino;
 }
 
-Output::Output(const std::string &path) : name_(path == "-" ? "standard output" : path), target_(path) {
+Output::Output(const std::string &path, Begin begin)
+    : name_(path == "-" ? "standard output" : path), target_(path) {
   struct stat status;
   if (path == "-") {
     fd_ = STDOUT_FILENO;
+  } else if (begin == Begin::kAtTheEnd) {
+    OpenDirectly(O_APPEND | O_CREAT);
   } else if (stat(path.c_str(), &status) == 0) {
     if (!S_ISREG(status.st_mode)) {
       OpenDirectly();
@@ -116,9 +119,9 @@ Output::Output(const std::string &path) : name_(path == "-" ? "standard output" 
   piece_ = fstat(fd_, &status) == 0 && S_ISREG(status.st_mode) ? std::numeric_limits<ssize_t>::max() : PIPE_BUF;
 }
 
-void Output::OpenDirectly() {
+void Output::OpenDirectly(int flags) {
   for (;;) {
-    fd_ = open(target_.c_str(), O_WRONLY | kAlways);
+    fd_ = open(target_.c_str(), O_WRONLY | kAlways | flags, 0666);
     if (fd_ >= 0) return;
     struct stat status;
     // Nobody has opened the pipe to read from it.

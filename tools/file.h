@@ -34,8 +34,10 @@ struct FileMark {
 // replaced; pipes and devices are written directly. All but the destructor throw OutputError.
 class Output {
  public:
-  // "-" is standard output.
-  explicit Output(const std::string &path);
+  enum class Begin { kAnew, kAtTheEnd };
+
+  // "-" is standard output. At the end, a file is written in place.
+  explicit Output(const std::string &path, Begin begin = Begin::kAnew);
   ~Output();
   Output(const Output &) = delete;
   Output &operator=(const Output &) = delete;
@@ -54,7 +56,7 @@ class Output {
 
  private:
   [[noreturn]] void Fail(const char *action) const;
-  void OpenDirectly();
+  void OpenDirectly(int flags = 0);
   void CreateBeside();
   void Sync() const;
   void TakeRights() const;

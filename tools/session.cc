@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <limits>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
@@ -127,14 +128,16 @@ void CutBack(const nlohmann::json &mark, Output *file) {
   if (cut != 0) Complain(fmt::format("{}: {} bytes cut: they were written behind the state", file->name(), cut));
 }
 
-void GoOn(const StateFile &state, Counting *counting, Output *file) {
+// False where there is nothing to go on from.
+bool GoOn(const StateFile &state, Counting *counting, Output *file) {
   const std::optional<nlohmann::json> saved = state.Read();
-  if (!saved) return;
-  if (counting->Resume(saved->value("collector", nlohmann::json()), state.CountersSince(*saved))) {
-    CutBack(saved->value("output", nlohmann::json()), file);
-  } else {
+  if (!saved) return false;
+  if (!counting->Resume(saved->value("collector", nlohmann::json()), state.CountersSince(*saved))) {
     state.Refuse("the data of a run");
+    return false;
   }
+  CutBack(saved->value("output", nlohmann::json()), file);
+  return true;
 }
 
 }  // namespace
@@ -150,11 +153,13 @@ void Count(Source *source, const Settings &settings, const std::string &default_
   const Run run = {dg, settings.interval ? settings.interval->value : source->Interval(poll), source->table(),
                    plans, record_time == RecordTime::kNow};
   Counting counting(run, settings, exporters);
-  Output file(output);
+  Output file(output, settings.state.empty() ? Output::Begin::kAnew : Output::Begin::kAtTheEnd);
   std::optional<StateFile> state;
+  std::int64_t counted_to = std::numeric_limits<std::int64_t>::min();  // the time of a poll
   if (!settings.state.empty()) {
     state.emplace(settings.state, run, settings, source->Boot());
-    GoOn(*state, &counting, &file);
+    const bool goes_on = GoOn(*state, &counting, &file);
+    if (goes_on && record_time == RecordTime::kOfPoll) counted_to = counting.collector().last_time();
   }
   // What is told of is written before it is told, and taken back where it was not.
   const auto keep = [&] {
@@ -162,7 +167,6 @@ void Count(Source *source, const Settings &settings, const std::string &default_
     file.Publish();
     if (state) state->Write({{"collector", counting.collector().Save()}, {"output", ToJson(file.Mark())}});
   };
-  const std::int64_t counted_to = record_time == RecordTime::kOfPoll ? counting.collector().last_time() : 0;
   std::uint64_t passed_over = 0;
   std::optional<std::string> report;
   FirstFailure failure;
