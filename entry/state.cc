@@ -110,9 +110,9 @@ void TransferText(StateReader &archive, char *&text) {
 
 template <class V, class Archive>
 void Transfer(Archive &archive, Entry<V> &entry) {
-  const bool is_cumulative = entry.mode & kModeCumulative;
+  const std::uint16_t kind = entry.mode & kModeCumulative;
   std::uint16_t mode = entry.mode;
-  archive.Same(is_cumulative, entry.clear_count);
+  archive.Same(kind, entry.clear_count);
   archive.Fields(entry.last_value, mode, entry.sample_count);
   if (mode & kModePrimed) entry.mode |= kModePrimed;
   TransferText(archive, entry.clear_buffer);

@@ -181,8 +181,8 @@ def months():
     grown = [max(now, 1) / before for before, now in zip(memory[len(memory) // 3], memory[-1])]
     assert max(grown) < 1.05, memory
     print(f"{polls} polls in {time.monotonic() - began:.0f} s: {sum(ledger.samples.values())} samples in records, "
-          f"and in JSON Lines; {len(ledger.samples) // 2} interfaces, {sum(ledger.resets.values())} resets, {restarts} "
-          f"restarts, {len(memory)} files; {memory[-1]} bytes of memory, {grown} of those after a third")
+          f"and in JSON Lines; {len(ledger.samples) // 2} interfaces, {sum(ledger.resets.values())} resets, "
+          f"{restarts} restarts, {len(memory)} files; {memory[-1]} bytes of memory, {grown} of those after a third")
 
 
 def kills(times):
