@@ -109,10 +109,13 @@ bool IsSameFile(const std::string &path, int fd) {
          named.st_dev == opened.st_dev && named.st_ino == opened.st_ino;
 }
 
-Output::Output(const std::string &path) : name_(path == "-" ? "standard output" : path), target_(path) {
+Output::Output(const std::string &path, Begin begin)
+    : name_(path == "-" ? "standard output" : path), target_(path) {
   struct stat status;
   if (path == "-") {
     fd_ = STDOUT_FILENO;
+  } else if (begin == Begin::kAtTheEnd) {
+    OpenDirectly(O_APPEND | O_CREAT);
   } else if (stat(path.c_str(), &status) == 0) {
     if (!S_ISREG(status.st_mode)) {
       OpenDirectly();
@@ -134,9 +137,9 @@ Output::Output(const std::string &path) : name_(path == "-" ? "standard output" 
   piece_ = fstat(fd_, &status) == 0 && S_ISREG(status.st_mode) ? std::numeric_limits<ssize_t>::max() : PIPE_BUF;
 }
 
-void Output::OpenDirectly() {
+void Output::OpenDirectly(int flags) {
   for (;;) {
-    fd_ = open(target_.c_str(), O_WRONLY | kAlways);
+    fd_ = open(target_.c_str(), O_WRONLY | kAlways | flags, 0666);
     if (fd_ >= 0) return;
     struct stat status;
     // Nobody has opened the pipe to read from it.
@@ -219,10 +222,30 @@ void Output::TakeRights() const {
 void Output::Publish() {
   if (beside_.empty()) return;
   TakeRights();
-  // Some file systems find out only now that there is no space; what takes the old file's place is to be there.
-  if (WhenReady(WaitForOutput, fd_, [&] { return fsync(fd_); }) != 0 && errno != EINVAL) Fail("write");
+  Sync();  // what takes the old file's place is to be there
   if (rename(beside_.c_str(), target_.c_str()) != 0) Fail("rename what was written beside it");
   beside_.clear();
+}
+
+std::optional<FileMark> Output::Mark() const {
+  struct stat status;
+  if (fd_ == STDOUT_FILENO || fstat(fd_, &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
+  Sync();
+  return FileMark{status.st_dev, status.st_ino, static_cast<std::uint64_t>(status.st_size)};
+}
+
+std::uint64_t Output::CutBack(const FileMark &mark) const {
+  struct stat status;
+  if (fd_ == STDOUT_FILENO || fstat(fd_, &status) != 0 || !S_ISREG(status.st_mode)) return 0;
+  const auto size = static_cast<std::uint64_t>(status.st_size);
+  if (status.st_dev != mark.device || status.st_ino != mark.inode || size <= mark.size) return 0;
+  if (ftruncate(fd_, static_cast<off_t>(mark.size)) != 0) Fail("cut");
+  return size - mark.size;
+}
+
+// Some file systems find out only now that there is no space.
+void Output::Sync() const {
+  if (WhenReady(WaitForOutput, fd_, [&] { return fsync(fd_); }) != 0 && errno != EINVAL) Fail("write");
 }
 
 void Output::Close() {

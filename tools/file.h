@@ -4,6 +4,8 @@
 #define ZORSTAT_FILE_H_
 
 #include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -20,6 +22,13 @@ bool ReadFileIfThere(const std::string &path, size_t limit, std::string *text);
 // Whether the path is that of the open regular file.
 bool IsSameFile(const std::string &path, int fd);
 
+// A place in a regular file: behind so many of its bytes.
+struct FileMark {
+  std::uint64_t device;
+  std::uint64_t inode;
+  std::uint64_t size;
+};
+
 // A file of whole lines, or standard output. A file is written beside the one that may have its name and takes its
 // place when published, with its owner and mode as far as this process may give them; until then the old one stays,
 // nobody else can read the new one, and that goes when it is not published. It is locked while it is written, so
@@ -27,8 +36,10 @@ bool IsSameFile(const std::string &path, int fd);
 // replaced; pipes and devices are written directly. All but the destructor throw OutputError.
 class Output {
  public:
-  // "-" is standard output.
-  explicit Output(const std::string &path);
+  enum class Begin { kAnew, kAtTheEnd };
+
+  // "-" is standard output. At the end, a file is written in place.
+  explicit Output(const std::string &path, Begin begin = Begin::kAnew);
   ~Output();
   Output(const Output &) = delete;
   Output &operator=(const Output &) = delete;
@@ -36,13 +47,20 @@ class Output {
   // Writes the lines, all or, as far as the file allows to take them back, none.
   void Write(std::string_view lines);
   void Publish();
+  // The end of what is written, which is there even if the machine stops now. Nothing where it is no file of ours.
+  std::optional<FileMark> Mark() const;
+  // Cuts what is behind the mark, if it is one of this file; returns how many bytes that was.
+  std::uint64_t CutBack(const FileMark &mark) const;
+  const std::string &name() const { return name_; }
+
   // Publishes, and sees the errors that show only now. Nothing can be written afterwards.
   void Close();
 
  private:
   [[noreturn]] void Fail(const char *action) const;
-  void OpenDirectly();
+  void OpenDirectly(int flags = 0);
   void CreateBeside();
+  void Sync() const;
   void TakeRights() const;
   void TakeBack(size_t bytes) const;
 

@@ -19,7 +19,8 @@ namespace zorstat {
 namespace {
 
 constexpr std::string_view kSpace = " \t";
-constexpr std::string_view kPairSpace = " \t:=";           // between names and values, and between pairs of these
+constexpr std::string_view kPairSpace = " \t:=";  // between names and values, and between pairs of these
+constexpr size_t kLargestBootId = 100;
 constexpr size_t kLargestFile = size_t{64} * 1024 * 1024;  // 300,000 interfaces
 
 // Takes the next word off the text; empty at its end.
@@ -263,16 +264,15 @@ const ProcTable::Kind kKinds[] = {
 
 }  // namespace
 
-ProcTable::ProcTable(std::string_view source, const std::string &root, const char *one_more) {
+ProcTable::ProcTable(std::string_view source, const std::string &root, const char *one_more) : root_(root) {
   std::vector<std::string> known;
   for (const Kind &kind : kKinds) {
     known.emplace_back(kind.name);
     if (kind.name == source) kind_ = &kind;
   }
   if (one_more != nullptr) known.emplace_back(one_more);
-  if (kind_ == nullptr) throw SettingsError(Refusal("source", Printable(source), Alternatives(known)));
+  if (kind_ == nullptr) throw SettingsError(Refusal("source", source, Alternatives(known)));
   for (const char *file : kind_->files) paths_.push_back(fmt::format("{}/{}", root, file));
-  if (paths_.empty()) paths_ = {root};
   table_.key = kind_->key;
   std::string_view names = kind_->columns;
   for (std::string_view name = TakeWord(&names); !name.empty(); name = TakeWord(&names)) {
@@ -282,6 +282,16 @@ ProcTable::ProcTable(std::string_view source, const std::string &root, const cha
         {std::string(name), ZOR_PROCESS_DATA_TYPE_UINT64, quantity.unit.per_second, quantity.unit});
   }
   row_.resize(table_.columns.size());
+}
+
+std::string ProcTable::Boot() const {
+  std::string id;
+  try {
+    ReadFile(root_ + "/sys/kernel/random/boot_id", kLargestBootId, &id);
+  } catch (const Error &) {
+    return "";
+  }
+  return id;
 }
 
 bool ProcTable::Read(Poll *poll) {
@@ -299,7 +309,7 @@ bool ProcTable::Read(Poll *poll) {
 
 void ProcTable::ReadProcesses(Poll *poll) {
   std::error_code error;
-  for (std::filesystem::directory_iterator entry(name(), error), end; entry != end; entry.increment(error)) {
+  for (std::filesystem::directory_iterator entry(root_, error), end; entry != end; entry.increment(error)) {
     const std::string id = entry->path().filename();
     if (id.find_first_not_of("0123456789") != std::string::npos) continue;
     const std::string &directory = entry->path().native();
@@ -307,7 +317,7 @@ void ProcTable::ReadProcesses(Poll *poll) {
     if (!ReadFileIfThere(directory + "/io", kLargestFile, &io_)) io_.clear();
     ParseProcess(directory, text_, io_, poll);
   }
-  if (error) throw Error(fmt::format("{}: cannot list: {}", name(), ErrnoText(error.value())));
+  if (error) throw Error(fmt::format("{}: cannot list: {}", root_, ErrnoText(error.value())));
 }
 
 void ProcTable::ParseProcess(const std::string &directory, std::string_view stat, std::string_view io, Poll *poll) {

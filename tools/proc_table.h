@@ -26,10 +26,11 @@ class ProcTable : public PolledTable {
   ProcTable(std::string_view source, const std::string &root, const char *one_more = nullptr);
 
   const Table &table() const override { return table_; }
-  const std::string &name() const override { return paths_.front(); }
+  const std::string &name() const override { return paths_.empty() ? root_ : paths_.front(); }
 
   // A row whose key cannot stand in records, or has come before, is left out; a note tells so, once for each key.
   bool Read(Poll *poll) override;
+  std::string Boot() const override;
 
   // Adds the rows of a file with this text.
   void Parse(const std::string &path, std::string_view text, Poll *poll);
@@ -51,6 +52,7 @@ class ProcTable : public PolledTable {
   std::vector<const Quantity *> quantities_;  // of the columns
   std::size_t found_ = 0;                     // that was looked for last
   std::vector<Value> row_;                    // being read
+  std::string root_;
   std::vector<std::string> paths_;
   std::string text_, io_;
   std::set<std::string, std::less<>> left_out_;  // keys

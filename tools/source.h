@@ -32,6 +32,9 @@ class Source {
 
   // For messages: where the poll came from.
   virtual std::string Place(const Poll &poll) const = 0;
+
+  // Changes whenever the counters begin anew all together; empty where that cannot be known.
+  virtual std::string Boot() const { return ""; }
 };
 
 // A poll file, read one poll ahead.
@@ -66,6 +69,7 @@ class LiveSource : public Source {
   bool IsLast() const override { return polls_ && taken_ == *polls_; }
   uint32_t Interval(const Poll &) const override { return static_cast<uint32_t>(interval_.count()); }
   std::string Place(const Poll &poll) const override;
+  std::string Boot() const override { return polled_->Boot(); }
 
   // Until Next() takes a poll without waiting.
   std::chrono::milliseconds UntilNext() const;

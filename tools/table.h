@@ -70,9 +70,12 @@ class PolledTable {
   virtual const Table &table() const = 0;
   virtual const std::string &name() const = 0;  // for messages
 
-  // Reads all rows into an emptied poll, whose time is changed if they were there before. False if this poll is to be
-  // left out, which was told.
+  // Reads all rows into an emptied poll, whose time is changed if they were there before. False if this poll is to
+  // be left out, which was told.
   virtual bool Read(Poll *poll) = 0;
+
+  // Changes whenever the counters begin anew all together; empty where that cannot be known.
+  virtual std::string Boot() const { return ""; }
 };
 
 }  // namespace zorstat

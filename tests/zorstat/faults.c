@@ -1,11 +1,13 @@
 /* Preloaded into the program: its memory runs out, and its time passes at once.
  *
  * FAIL=n fails the n-th allocation after the libraries are set up, FAIL=n+ all from there on. HASTE=file lets waits
- * for nothing but time end at once, the first of them late by STALL seconds, and removes the file; the clocks then tell what was waited.
- * The time begins at CLOCK, and is set back by BACK seconds at each reading. */
+ * for nothing but time end at once, the first of them late by STALL seconds, and removes the file; the clocks then
+ * tell what was waited. The time begins at CLOCK, and is set back by BACK seconds at each reading. With WORLD=out,in
+ * each wait tells what has been waited to the one file descriptor, and goes on when the other has said so. */
 #define _GNU_SOURCE
 #include <errno.h>
 #include <poll.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/syscall.h>
@@ -20,6 +22,7 @@ static long failing, made;
 static long begin, back, stall, waited; /* seconds */
 static int from_there_on;
 static const char *haste;
+static int to_world = -1, from_world;
 
 static long Number(const char *name, long otherwise) {
   const char *text = getenv(name);
@@ -32,6 +35,8 @@ __attribute__((constructor)) static void Arm(void) {
   stall = Number("STALL", 0);
   begin = Number("CLOCK", 1700000000);
   back = Number("BACK", 0);
+  const char *world = getenv("WORLD");
+  if (world) sscanf(world, "%d,%d", &to_world, &from_world);
   made = 0;
   if (!fail) return;
   failing = atol(fail);
@@ -49,6 +54,15 @@ void *malloc(size_t size) { return Refused() ? NULL : __libc_malloc(size); }
 void *calloc(size_t count, size_t size) { return Refused() ? NULL : __libc_calloc(count, size); }
 void *realloc(void *block, size_t size) { return Refused() ? NULL : __libc_realloc(block, size); }
 
+static void AskWorld(void) {
+  char answer;
+  ssize_t result = write(to_world, &waited, sizeof waited);
+  while (result > 0 || errno == EINTR) {
+    result = read(from_world, &answer, 1);
+    if (result >= 0) return;
+  }
+}
+
 /* The C library declares that poll reads nothing of the files. */
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 int poll(struct pollfd *files, nfds_t count, int milliseconds) {
@@ -57,6 +71,7 @@ int poll(struct pollfd *files, nfds_t count, int milliseconds) {
     unlink(haste);
     waited += (milliseconds + 500) / 1000 + stall;
     stall = 0;
+    if (to_world >= 0) AskWorld();
   }
   return (int)syscall(SYS_poll, files, count, is_wait ? 0 : milliseconds);
 }

@@ -8,10 +8,12 @@
 #include <cstdlib>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "zor/engine.h"
 #include "zor/entry.h"
+#include "zor/process/result.hpp"
 #include "zor/process/settings.hpp"
 
 namespace zor::process::detail {
@@ -92,6 +94,20 @@ class DataGroup {
       return (*static_cast<IsRemoved *>(context))(*instance->oper_entry, instance->entry);
     };
     zor_process_engine_remove_instances(engine(), name(), ask, &is_removed);
+  }
+
+  /** Adds the collected data to `bytes`. */
+  Status save(std::string &bytes) const {
+    std::size_t size = 0;
+    const std::uint32_t code = zor_process_engine_save_dg_data(engine(), name(), nullptr, &size);
+    if (code != ZOR_PROCESS_SUCCESS) return check(place(), code);
+    const std::size_t start = bytes.size();
+    bytes.resize(start + size);
+    return check(place(), zor_process_engine_save_dg_data(engine(), name(), bytes.data() + start, &size));
+  }
+  Status load(std::string_view bytes) const {
+    const std::uint32_t code = zor_process_engine_load_dg_data(engine(), name(), bytes.data(), bytes.size());
+    return check(place(), code);
   }
 
   /** Calls visit(column) for each column that feeds an object, in the template's order. */
