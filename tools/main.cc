@@ -65,15 +65,20 @@ constexpr const char *kReplayFooter =
 constexpr const char *kLiveFooter =
     "\nA signal (SIGINT, SIGTERM, SIGHUP) ends the run; what was collected is written first.\n"
     "A second one ends it at once.\n"
-    "All columns are counters, whose samples are the differences from poll to poll, except\n"
-    "the gauge in_flight of disk.\n"
+    "Samples of counters are the differences from poll to poll. Columns are counters, except\n"
+    "those of mem, sock and exec, in_flight of disk, threads and rss_bytes of proc,\n"
+    "CurrEstab of snmp, and nr_dirty, nr_writeback and nr_dirty_* of vm.\n"
+    "\n"
+    "exec runs COMMAND at each poll, without a shell. It writes KEY,NAME[:TYPE],... and then\n"
+    "KEY and values of a row a line. Its columns are gauges but for --cumulative. A poll whose\n"
+    "command fails, or writes something else, is left out with a note.\n"
     "\n"
     "Example: record an hour's figures of one interface at every full hour of running:\n"
     "  zorstat live net --instances eth0 --objects rx_bytes,tx_bytes --clear 1h -o eth0.txt\n";
 
 constexpr const char *kRecordFooter =
-    "\nThe file is read by 'zorstat replay' (give it '--cumulative all', as the columns are\n"
-    "counters, except the gauge in_flight of disk). Each poll is written when it is taken.\n"
+    "\nThe file is read by 'zorstat replay': give it '--cumulative LIST' with the counters\n"
+    "('zorstat live --help' tells which they are). Each poll is written when it is taken.\n"
     "\n"
     "Example: an hour of disk counters, a poll every 30 seconds:\n"
     "  zorstat record disk --interval 30 --count 120 -o disk.csv\n";

@@ -2,8 +2,9 @@
  *
  * FAIL=n fails the n-th allocation after the libraries are set up, FAIL=n+ all from there on. HASTE=file lets waits
  * for nothing but time end at once, the first of them late by STALL seconds, and removes the file; the clocks then
- * tell what was waited. The time begins at CLOCK, and is set back by BACK seconds at each reading. With WORLD=out,in
- * each wait tells what has been waited to the one file descriptor, and goes on when the other has said so. */
+ * tell what was waited. The time begins at CLOCK, and is set back by BACK seconds at each reading. With
+ * WORLD=out,in each wait tells what has been waited to the one file descriptor, and goes on when the other has said
+ * so. */
 #define _GNU_SOURCE
 #include <errno.h>
 #include <poll.h>
