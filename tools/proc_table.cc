@@ -74,8 +74,7 @@ enum class Names {
 // Behind the name of a process in its file stat.
 constexpr std::string_view kStatNames =
     "state ppid pgrp session tty_nr tpgid flags minor_faults cminflt major_faults cmajflt cpu_ticks cpu_ticks "
-    "cutime "
-    "cstime priority nice threads itrealvalue starttime vsize rss_bytes";
+    "cutime cstime priority nice threads itrealvalue starttime vsize rss_bytes";
 
 const auto kPageSize = static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
 const double kTick = 100.0 / static_cast<double>(sysconf(_SC_CLK_TCK));  // per cent of a CPU
@@ -256,8 +255,7 @@ const ProcTable::Kind kKinds[] = {
      "OutDiscards OutNoRoutes ReasmReqds ReasmOKs ReasmFails FragOKs FragFails FragCreates InMsgs InErrors "
      "InCsumErrors InDestUnreachs OutMsgs OutErrors OutDestUnreachs ActiveOpens PassiveOpens AttemptFails "
      "EstabResets CurrEstab InSegs OutSegs RetransSegs InErrs OutRsts InDatagrams NoPorts OutDatagrams "
-     "RcvbufErrors "
-     "SndbufErrors MemErrors",
+     "RcvbufErrors SndbufErrors MemErrors",
      kCount,
      {{kNumberNow, "CurrEstab"}}},
 };
@@ -325,11 +323,13 @@ void ProcTable::ParseProcess(const std::string &directory, std::string_view stat
   const std::string path = directory + "/stat";
   const size_t start = stat.find('(');
   const size_t end = stat.rfind(')');
-  if (start == std::string_view::npos || end < start) {
+  if (start == std::string_view::npos || end == std::string_view::npos || end < start) {
     throw Error(Refusal(path + ":1", Printable(stat), "ID (NAME) STATE ..."));
   }
   const auto line_ends = std::count(stat.begin(), stat.begin() + static_cast<std::ptrdiff_t>(end), '\n');
   std::string name = Printable(stat.substr(start + 1, end - start - 1));
+  // To the name of a worker the kernel adds what it does at the time.
+  if (name.starts_with("kworker/")) name.resize(std::min(name.find_first_of("+-", name.find(':')), name.size()));
   std::replace(name.begin(), name.end(), ',', '?');
   stat.remove_prefix(end + 1);
   Line line{path, static_cast<std::uint64_t>(line_ends), {}};

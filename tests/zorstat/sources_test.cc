@@ -44,8 +44,10 @@ constexpr Reading kReadings[] = {
      "sshd-12 cpu_ticks=4300 minor_faults=70 major_faults=90 threads=2 rss_bytes=0 read_bytes=6 write_bytes=7\n"},
     {"proc", "12/stat", "12 (a) (,\n\xff)) S 1 2 3 4 5 6 70\n",
      "a) (?\?\?)-12 minor_faults=70 read_bytes=6 write_bytes=7\n"},
+    {"proc", "12/stat", "12 (kworker/1:0H+kblockd) S 1 2 3 4 5 6 70\n",
+     "kworker/1:0H-12 minor_faults=70 read_bytes=6 write_bytes=7\n"},
     {"proc", "12/stat", "12 (a\n) S 1 2 3 4 5 6 70 8 many\n", "", "p/12/stat:2: major_faults: 'many': expected a"},
-    {"proc", "12/stat", "", "", "p/12/stat:1: '': expected ID (NAME) STATE ...\n"},
+    {"proc", "12/stat", "12 (sh S", "", "p/12/stat:1: '12 (sh S': expected ID (NAME) STATE ...\n"},
     {"proc", "12/stat", ") (", "", "p/12/stat:1: ') (': expected ID (NAME) STATE ...\n"},
     {"proc", "12/io", "rchar: 1\nread_bytes: x\n", "", "p/12/io:2: read_bytes: 'x': expected a number"},
 };
