@@ -33,9 +33,13 @@ constexpr milliseconds kExitWait{5};
 // A run of a command in a process group of its own, which ends with this.
 class CommandRun {
  public:
-  // errno, or 0.
-  int Start(const std::vector<std::string> &command);
+  CommandRun() = default;
   ~CommandRun() { End(true); }
+  CommandRun(const CommandRun &) = delete;
+  CommandRun &operator=(const CommandRun &) = delete;
+
+  // errno, or 0.
+  int Start(std::vector<std::string> command);
 
   // Reads the output until the command has ended.
   Failure Read(Clock::time_point limit, std::string *output);
@@ -50,13 +54,14 @@ class CommandRun {
   int output_ = -1;
 };
 
-int CommandRun::Start(const std::vector<std::string> &command) {
+int CommandRun::Start(std::vector<std::string> command) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) return errno;
   output_ = ends[0];
   fcntl(output_, F_SETFL, O_NONBLOCK);
   std::vector<char *> arguments;
-  for (const std::string &argument : command) arguments.push_back(const_cast<char *>(argument.c_str()));
+  arguments.reserve(command.size() + 1);
+  for (std::string &argument : command) arguments.push_back(argument.data());
   arguments.push_back(nullptr);
   posix_spawn_file_actions_t files;
   posix_spawn_file_actions_init(&files);

@@ -14,7 +14,7 @@ namespace zorstat {
 
 // Its output is a line "KEY,NAME[:TYPE],..." and then one per row. A poll whose run fails is left out with a note,
 // of each kind of failure one until a run has gone well.
-class CommandTable : public PolledTable {
+class CommandTable final : public PolledTable {
  public:
   // Runs the command, without a shell, for the columns and the first poll; throws Error without the columns. Each
   // run is ended after the limit.

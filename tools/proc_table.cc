@@ -368,7 +368,7 @@ void ProcTable::Parse(const std::string &path, std::string_view text, Poll *poll
         TakePairs(&line);
       else
         TakeInOrder(names, &line);
-      AddRow(prefix.empty() ? key : prefix + std::string(key), poll);
+      AddRow(prefix + std::string(key), poll);
     }
   }
 }
