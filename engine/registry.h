@@ -14,6 +14,7 @@ using Engine = zor_process_engine_t;
 // A DG with what the engine keeps beside the public record.
 struct Dg : zor_process_dg_t {
   RowDirectory directory;
+  std::uint64_t periods_ended;  // of baselines
 };
 using Object = zor_process_object_t;
 using Instance = zor_process_object_instance_t;
