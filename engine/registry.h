@@ -29,9 +29,6 @@ Record *Find(kel_hashset_t &set, const char *name) {
 
 Dg *FindDg(Engine *engine, const char *name);
 
-// The next identifier to hand out: one rising sequence for all engines and DGs of the process.
-extern std::uint32_t next_object_id;
-
 // All records of a set in walking order: for (Column &column : Records<Column>(set)). The set must not change
 // during the walk.
 template <class Record>
