@@ -56,8 +56,9 @@ constexpr const char *kReplayFooter =
     "    --range 0:125000000 --clear 6 --report\n";
 
 constexpr const char *kLiveFooter =
-    "\nA signal (SIGINT, SIGTERM, SIGHUP) ends the run; what was collected is written first.\n"
-    "A second one ends it at once.\n"
+    "\nA signal (SIGINT, SIGTERM) ends the run; what was collected is written first. A second\n"
+    "one ends it at once. SIGHUP opens the output file again, and ends a run that has none or\n"
+    "whose terminal went away. SIGUSR1 ends the interval in progress now.\n"
     "All columns are counters, whose samples are the differences from poll to poll, except\n"
     "the gauge in_flight of disk.\n"
     "\n"
@@ -67,6 +68,7 @@ constexpr const char *kLiveFooter =
 constexpr const char *kRecordFooter =
     "\nThe file is read by 'zorstat replay' (give it '--cumulative all', as the columns are\n"
     "counters, except the gauge in_flight of disk). Each poll is written when it is taken.\n"
+    "SIGHUP opens the file again, as in 'zorstat live'.\n"
     "\n"
     "Example: an hour of disk counters, a poll every 30 seconds:\n"
     "  zorstat record disk --interval 30 --count 120 -o disk.csv\n";
@@ -127,6 +129,9 @@ class Command {
     Settings settings = WithOptions({});
     if (!settings.config.empty()) settings = WithOptions(ReadConfigFile(settings.config));
     settings.report = settings.report || settings.percentile;
+    if (settings.append && FormatOf(settings) == Format::kTable) {
+      throw SettingsError(fmt::format("{}: with --append: expected records, csv or jsonl", settings.format->where));
+    }
     const bool on_screen = settings.output == "-" && isatty(STDOUT_FILENO) == 1;
     if (!settings.format && !settings.headers && on_screen)
       settings.format = {Format::kTable, "default of --format"};
@@ -175,14 +180,16 @@ LiveSource KernelSource(const Command &command, const Settings &settings) {
 void Live(const Command &command) {
   Settings settings = command.ReadSettings();
   if (!settings.expire) settings.expire = {kDefaultExpire, "default of --expire"};
+  if (IsFileOutput(settings.output)) ReopenAtHangUp();
   LiveSource source = KernelSource(command, settings);
   Count(&source, settings, command.input, settings.output, RecordTime::kNow);
 }
 
 void RecordPolls(const Command &command) {
   const Settings settings = command.ReadSettings();
+  if (IsFileOutput(settings.output)) ReopenAtHangUp();
   LiveSource source = KernelSource(command, settings);
-  Record(&source, settings.output);
+  Record(&source, settings.output, settings.append);
 }
 
 void Top(const Command &command) { Top(command.input, command.ReadSettings()); }
@@ -227,7 +234,8 @@ int Run(int argc, char **argv) {
       "message when nobody reads the output any more); 2 for wrong options or settings.\n"
       "\n"
       "An output file is written beside the one that has its name and takes its place with\n"
-      "its first lines (live, record) or when it is complete (replay).\n");
+      "its first lines (live, record) or when it is complete (replay). With --append lines are\n"
+      "written in place, behind those that it has.\n");
 
   constexpr const char *kSourceHelp = "net (interfaces), disk (devices) or cpu (processors)";
   CLI::App *replay = app.add_subcommand("replay", "count the polls of a file");

@@ -4,8 +4,11 @@
 
 #include <algorithm>
 #include <chrono>
+#include <csignal>
+#include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "clock.h"
@@ -13,7 +16,10 @@
 #include "error.h"
 #include "export/exporter.h"
 #include "file.h"
+#include "notify.h"
 #include "poll_file.h"
+#include "stop.h"
+#include "text.h"
 
 namespace zorstat {
 namespace {
@@ -44,6 +50,11 @@ class Counting {
     TellInterval();
     for (const auto &exporter : exporters_) exporter->EndPoll(time, [&] { return collector_.InProgress(); });
   }
+  void EndInterval(std::string *records) {
+    collector_.Clear(Wanted(records));
+    TellInterval();
+  }
+  void RepeatHeaders() { collector_.RepeatHeaders(); }
   void Finish(std::string *records) {
     FirstFailure failure;
     failure.Try([&] { collector_.Finish(Wanted(records)); });
@@ -71,6 +82,47 @@ class Counting {
   std::string unwanted_;
 };
 
+// The polls of a run that may last for months: between them it does what signals ask for, and tells the program
+// that supervises it how it is.
+class AttendedPolls {
+ public:
+  AttendedPolls(Source *source, Output *file) : source_(source), file_(file) {}
+
+  // Behind the first poll. `end_interval` does what SIGUSR1 asks for.
+  template <class EndInterval>
+  bool Next(Poll *poll, EndInterval end_interval) {
+    Notify(fmt::format("{}WATCHDOG=1\nSTATUS={} polls", polls_ == 0 ? "READY=1\n" : "", polls_ + 1));
+    ++polls_;
+    while (!source_->Wait(watchdog_)) {
+      Notify("WATCHDOG=1");
+      if (TakeRequest(SIGUSR1)) end_interval();
+      if (TakeRequest(SIGHUP)) Reopen();
+    }
+    const bool has_next = source_->Next(poll);
+    if (!has_next) Notify("STOPPING=1");
+    return has_next;
+  }
+
+ private:
+  // Where that fails a run that nobody watches goes on with what it has.
+  void Reopen() {
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    Notify(fmt::format("RELOADING=1\nMONOTONIC_USEC={}",
+                       std::chrono::duration_cast<std::chrono::microseconds>(now).count()));
+    try {
+      file_->Reopen();
+    } catch (const Error &error) {
+      Complain(fmt::format("{} (writing to the old file)", error.what()));
+    }
+    Notify("READY=1");
+  }
+
+  Source *source_;
+  Output *file_;
+  const std::chrono::milliseconds watchdog_ = WatchdogPeriod();
+  std::uint64_t polls_ = 0;
+};
+
 // The times of a poll file, which cannot go back. Where the clock was set back they go on as far as time has, so
 // that polls stay as far apart as they were taken.
 class RisingTime {
@@ -87,6 +139,12 @@ class RisingTime {
     return clock;
   }
   uint64_t went_on() const { return went_on_; }
+
+  // That of the last poll of an earlier run.
+  void GoOnFrom(int64_t time) {
+    last_ = time;
+    taken_ = Clock::now();
+  }
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -109,27 +167,45 @@ void Count(Source *source, const Settings &settings, const std::string &default_
   const Run run = {dg, settings.interval ? settings.interval->value : source->Interval(poll), source->table(),
                    plans, record_time == RecordTime::kNow};
   Counting counting(run, settings, exporters);
-  Output file(output);
+  const bool is_live = record_time == RecordTime::kNow;
+  const bool has_header = !lines.empty();  // of the exporters
+  Output file(output, std::exchange(lines, {}), settings.append);
+  AttendedPolls polls(source, &file);
+  const auto publish = [&] {
+    WriteOut(&lines, &file);
+    file.Publish();
+  };
+  // At the start, and where the file is another one or was emptied.
+  const auto begin_lines = [&] {
+    if (lines.empty() && file.IsEmpty()) counting.RepeatHeaders();
+  };
+  const auto end_interval = [&] {
+    begin_lines();
+    counting.EndInterval(&lines);
+    if (!lines.empty()) publish();
+  };
+  if (is_live && has_header) publish();
   std::optional<std::string> report;
   FirstFailure failure;
   failure.Try([&] {
     do {
-      if (record_time == RecordTime::kOfPoll) SetRecordTime(poll.time);
+      if (!is_live) SetRecordTime(poll.time);
       counting.AddRows(poll, source->Place(poll));
       // The last poll may end with a clear, after which there would be nothing to report.
       if (settings.report && source->IsLast()) report = counting.collector().Report();
+      begin_lines();
       counting.EndPoll(poll.time, &lines);
-      if (record_time == RecordTime::kNow && !lines.empty()) {
-        WriteOut(&lines, &file);
-        file.Publish();
+      if (is_live && !lines.empty()) {
+        publish();
       } else if (lines.size() >= kBatch) {
         WriteOut(&lines, &file);
       }
-    } while (source->Next(&poll));
+    } while (is_live ? polls.Next(&poll, end_interval) : source->Next(&poll));
   });
   failure.Try([&] {
     if (settings.report && !report) report = counting.collector().Report();
   });
+  begin_lines();
   failure.Try([&] { counting.Finish(&lines); });
   WriteOut(&lines, &file);
   if (output == "-") file.Write(report.value_or(""));
@@ -145,17 +221,22 @@ void Count(Source *source, const Settings &settings, const std::string &default_
   failure.Rethrow();
 }
 
-void Record(Source *source, const std::string &output) {
-  Output file(output);
-  std::string lines = PollFileHeader(source->table());
-  Poll poll;
+void Record(Source *source, const std::string &output, bool append) {
+  Output file(output, PollFileHeader(source->table()), append);
+  AttendedPolls polls(source, &file);
   RisingTime time;
-  while (source->Next(&poll)) {
+  if (append) {
+    if (const auto last = LineTime(file.LastLine(), output)) time.GoOnFrom(*last);
+  }
+  std::string lines;
+  Poll poll;
+  if (!source->Next(&poll)) return;
+  do {
     poll.time = time.Of(poll.time);
     AppendPollLines(source->table(), poll, &lines);
     WriteOut(&lines, &file);
     file.Publish();
-  }
+  } while (polls.Next(&poll, [] {}));
   file.Close();
   if (time.went_on() != 0) {
     Complain(fmt::format("the clock was set back: times went on without it in {} polls", time.went_on()));

@@ -374,6 +374,8 @@ constexpr SettingRow kSettings[] = {
     {"per", "", "", kText, Set<&Settings::per_second, ReadPer>, kTopLevel | kObject},
     {"output", "FILE", "write to this file (default: standard output)", kText,
      SetPlain<&Settings::output, ReadText>, kCounting, 'o'},
+    {"append", "", "continue the file of --output in place", kTruth, SetPlain<&Settings::append, ReadTruth>,
+     kCounting | kRecord},
     {"format", "FORMAT",
      "what to write: records, table, csv or jsonl (default:\ntable on a terminal, else records)", kText,
      Set<&Settings::format, ReadFormat>, kForAll},

@@ -66,6 +66,7 @@ struct Settings {
   std::string proc = "/proc";
   std::string config;
   std::string output = "-";
+  bool append = false;
   std::string html;
   OptionalSetting<Format> format;
   OptionalSetting<std::string> host;
