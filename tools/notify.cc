@@ -32,7 +32,8 @@ void Notify(const std::string &state) {
   const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   if (fd < 0) return;
   const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + path.size());
-  sendto(fd, state.data(), state.size(), MSG_NOSIGNAL | MSG_DONTWAIT, reinterpret_cast<const sockaddr *>(&address), size);
+  sendto(fd, state.data(), state.size(), MSG_NOSIGNAL | MSG_DONTWAIT, reinterpret_cast<const sockaddr *>(&address),
+         size);
   close(fd);
 }
 
