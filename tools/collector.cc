@@ -79,7 +79,7 @@ zp::ObjectSettings SettingsOf(const ObjectPlan &plan, std::uint32_t poll_interva
 }  // namespace
 
 Collector::Collector(const Run &run, const Settings &settings, bool keep_readings)
-    : run_(run), headers_wanted_(settings.headers), keep_readings_(keep_readings) {
+    : run_(run), has_headers_(settings.headers), headers_wanted_(has_headers_), keep_readings_(keep_readings) {
   const auto has_buckets = [](const ObjectPlan &plan) { return overlap(StatisticsOf(plan), kBuckets); };
   if (settings.clear) {
     clear_polls_ = ClearPolls(*settings.clear, run.poll_interval);
@@ -132,16 +132,36 @@ void Collector::EndPoll(std::string *records) {
     Check(ended, "end of poll", object.name);
   }
   ++polls_since_clear_;
-  if (clear_polls_ && polls_since_clear_ == *clear_polls_) {
-    rest_ = false;
-    FindMissing();
-    if (keep_readings_) EndInterval();
-    polls_since_clear_ = 0;
-  }
+  if (clear_polls_ && polls_since_clear_ == *clear_polls_) BeginInterval();
   InsertHeaders(start, records);
 }
 
-void Collector::EndInterval() {
+void Collector::Clear(std::string *records) {
+  if (!rest_) return;
+  const std::size_t start = records->size();
+  for (Object &object : objects_) {
+    const zp::Status cleared = object.group.clear();
+    TakeRecords(object, records);
+    Check(cleared, "end of interval", object.name);
+  }
+  BeginInterval();
+  InsertHeaders(start, records);
+}
+
+void Collector::RepeatHeaders() {
+  headers_wanted_ = has_headers_;
+  headers_written_.clear();
+}
+
+// All groups have been cleared.
+void Collector::BeginInterval() {
+  rest_ = false;
+  FindMissing();
+  if (keep_readings_) KeepReadings();
+  polls_since_clear_ = 0;
+}
+
+void Collector::KeepReadings() {
   std::vector<std::vector<Reading>> ended;
   std::vector<std::map<std::string, std::uint64_t>> outside;
   for (Object &object : objects_) {
@@ -204,7 +224,7 @@ void Collector::Finish(std::string *records) {
     failure.Try([&] { FinishObject(object, records); });
   }
   failure.Try([&] { InsertHeaders(start, records); });
-  if (keep_readings_ && rest_) EndInterval();
+  if (keep_readings_ && rest_) KeepReadings();
   FindMissing();
   failure.Rethrow();
 }

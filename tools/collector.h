@@ -30,6 +30,12 @@ class Collector {
   // thrown.
   void EndPoll(std::string *records);
 
+  // Ends the interval in progress now, if it has polls, as its last poll would, and appends its records.
+  void Clear(std::string *records);
+
+  // Headers are due again, as at the start of a file.
+  void RepeatHeaders();
+
   // Appends the records of what the last clear, or a poll that failed, has left; called once, at the end.
   void Finish(std::string *records);
 
@@ -84,7 +90,8 @@ class Collector {
   Object MakeObject(const ObjectPlan &plan) const;
   template <class Read>
   std::vector<ObjectReadings> Join(Read read) const;
-  void EndInterval();
+  void BeginInterval();
+  void KeepReadings();
   void FinishObject(Object &object, std::string *records) const;
   void TakeRecords(Object &object, std::string *records) const;
   static const char *WhyUnknown(const Object &object);
@@ -100,6 +107,7 @@ class Collector {
   std::optional<std::uint32_t> percentile_;
   std::uint32_t expire_ = 0;    // intervals without a value; 0: never
   NameList missing_instances_;  // of the wanted ones, those without a value so far
+  const bool has_headers_;
   bool headers_wanted_;
   bool keep_readings_;
   std::optional<IntervalReadings> interval_;

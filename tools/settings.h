@@ -63,9 +63,11 @@ struct Settings {
   bool headers = false;
   bool report = false;
   double outside = 0.1;  // per cent of the samples that a suggested range may leave out
+  std::string source;
   std::string proc = "/proc";
   std::string config;
   std::string output = "-";
+  bool append = false;
   std::string html;
   OptionalSetting<Format> format;
   OptionalSetting<std::string> host;
@@ -85,7 +87,8 @@ enum Place : unsigned {
   kAnyCommand = 15 | 64,
   kTopLevel = 16,
   kObject = 32,
-  kTop = 64
+  kTop = 64,
+  kRun = 128,  // top level, too, but passed over by all commands but live
 };
 
 // What a value looks like. In a settings file it, or each part of an array, has one of the types; in one text parts
