@@ -48,11 +48,6 @@ std::string_view FieldOf(std::string_view line, int commas) {
   return line.substr(1, line.find(',') - 1);
 }
 
-// Samples of a baseline beyond its range.
-std::uint64_t Outside(const Reading &reading) {
-  return reading.distribution ? reading.distribution->below + reading.distribution->above : 0;
-}
-
 // The instances that have counted nothing but zeros.
 std::set<std::string, std::less<>> IdleInstances(const zp::Group &group) {
   std::set<std::string, std::less<>> idle;
@@ -142,18 +137,23 @@ void Collector::EndPoll(std::string *records) {
 
 void Collector::EndInterval() {
   std::vector<std::vector<Reading>> ended;
-  std::vector<std::map<std::string, std::uint64_t>> outside;
+  std::vector<std::map<std::string, Judged>> judged;
   for (Object &object : objects_) {
     std::vector<Reading> taken = object.group.take_readings();
     ended.push_back(taken.empty() ? std::exchange(object.ended, {}) : std::move(taken));
-    outside.emplace_back();
+    judged.emplace_back();
     for (const Reading &reading : ended.back()) {
-      if (reading.baseline) outside.back()[reading.name] = Outside(reading);
+      if (reading.baseline) judged.back()[reading.name] = JudgedIn(reading);
     }
   }
   auto next = ended.begin();
   interval_ = {last_time_, polls_since_clear_, Join([&](const Object &) { return std::move(*next++); })};
-  for (std::size_t i = 0; i < objects_.size(); ++i) objects_[i].outside = std::move(outside[i]);
+  for (std::size_t i = 0; i < objects_.size(); ++i) objects_[i].judged = std::move(judged[i]);
+}
+
+Collector::Judged Collector::JudgedIn(const Reading &baseline) {
+  if (!baseline.distribution) return {};
+  return {SamplesOf(*baseline.distribution), SamplesOutside(*baseline.distribution)};
 }
 
 // A baseline stands behind the other statistics of its column.
@@ -174,8 +174,13 @@ std::vector<ObjectReadings> Collector::Join(Read read) const {
     for (Reading &reading : readings) {
       const auto found = known.find(reading.name);
       InstanceReadings &instance = found == known.end() ? instances.emplace_back() : *found->second;
-      const auto before = object.outside.find(reading.name);
-      instance.outside = Outside(reading) - (before == object.outside.end() ? 0 : before->second);
+      const Judged now = JudgedIn(reading);
+      const auto found_before = object.judged.find(reading.name);
+      Judged before = found_before == object.judged.end() ? Judged() : found_before->second;
+      // The counts begin anew when one of them is full.
+      if (now.samples < before.samples || now.outside < before.outside) before = {};
+      instance.outside = now.outside - before.outside;
+      instance.judged = now.samples - before.samples;
       instance.baseline = std::move(reading);
     }
   }
