@@ -81,9 +81,10 @@ class Runner {
       Child child(program_, command_, input);
       const Clock::time_point latest = Clock::now() + times_.longest;
       while (!child.HasEnded()) {
-        if (Clock::now() >= std::min(latest, end_.value_or(latest))) {
+        const bool is_last = end_ && *end_ < latest;
+        if (Clock::now() >= (is_last ? *end_ : latest)) {
           child.Kill();
-          return end_ ? "killed at the end of the run" : "killed, as it did not end";
+          return is_last ? "killed at the end of the run" : "killed, as it did not end";
         }
         changed_.wait_for(*lock, kLook);
       }
