@@ -99,9 +99,10 @@ std::uint32_t CountValue(Dg &dg, const char *key, std::uint32_t i, const void *v
     if (!row || !row->entries()[i]) return ZOR_PROCESS_SUCCESS;
   }
   std::uint32_t period_ended = 0;
-  if (g_zor_poi_entry_insert_funcs[column.data_type - 1](row->entries()[i], value, &period_ended) != 0) {
-    return ZOR_PROCESS_ERROR_IN_DATA;
-  }
+  const std::int32_t result =
+      g_zor_poi_entry_insert_funcs[column.data_type - 1](row->entries()[i], value, &period_ended);
+  dg.periods_ended += period_ended;
+  if (result != 0) return ZOR_PROCESS_ERROR_IN_DATA;
   if (dg.poll_state == kAwaitsFirstValue) {
     ++dg.no_of_samples;
     dg.poll_state = kPollCounted;
@@ -178,6 +179,11 @@ std::uint32_t zor_process_engine_process_data(zor_process_engine_t *engine, cons
   if (!dg) return ZOR_PROCESS_ERROR_DG_NOT_FOUND;
   if (!msg) return ZOR_PROCESS_ERROR_INVALID_PARAMS;
   return dg->status = zor::ProcessMessage(*dg, *msg);
+}
+
+std::uint64_t zor_process_engine_get_periods_ended(zor_process_engine_t *engine, const char *dg_name) {
+  const zor::Dg *dg = zor::FindDg(engine, dg_name);
+  return dg ? dg->periods_ended : 0;
 }
 
 void zor_process_engine_set_poll_interval(zor_process_engine_t *engine, const char *dg_name,

@@ -30,6 +30,12 @@ class Collector {
   // thrown.
   void EndPoll(std::string *records);
 
+  // Ends the interval in progress now, if it has polls, as its last poll would, and appends its records.
+  void Clear(std::string *records);
+
+  // Headers are due again, as at the start of a file.
+  void RepeatHeaders();
+
   // Appends the records of what the last clear, or a poll that failed, has left; called once, at the end.
   void Finish(std::string *records);
 
@@ -62,6 +68,11 @@ class Collector {
   std::vector<std::string> Notes() const;
 
  private:
+  // Samples that a learnt range was held against.
+  struct Judged {
+    std::uint64_t samples = 0, outside = 0;
+  };
+
   // An object is a group of its own, so that a clear or a baseline that fails is its own affair; beside other
   // statistics of a column a baseline is another object. For all groups to have the name that the user chose, each
   // has an engine, which lives with it.
@@ -78,15 +89,17 @@ class Collector {
     std::map<std::string, std::uint64_t> unknown = {};  // by reason
     std::size_t learning = 0;                           // instances, at the end
     std::vector<Reading> ended = {};                    // of a baseline, at the end
-    std::map<std::string, std::uint64_t> outside = {};  // of baselines, up to the end of the last interval
+    std::map<std::string, Judged> judged = {};          // of baselines, up to the end of the last interval
   };
 
   Object MakeObject(const ObjectPlan &plan) const;
   template <class Read>
   std::vector<ObjectReadings> Join(Read read) const;
-  void EndInterval();
+  void BeginInterval();
+  void KeepReadings();
   void FinishObject(Object &object, std::string *records) const;
   void TakeRecords(Object &object, std::string *records) const;
+  static Judged JudgedIn(const Reading &baseline);
   static const char *WhyUnknown(const Object &object);
   void NoteCounts(std::vector<std::string> *notes) const;
   void NoteInput(std::vector<std::string> *notes) const;
@@ -100,6 +113,7 @@ class Collector {
   std::optional<std::uint32_t> percentile_;
   std::uint32_t expire_ = 0;    // intervals without a value; 0: never
   NameList missing_instances_;  // of the wanted ones, those without a value so far
+  const bool has_headers_;
   bool headers_wanted_;
   bool keep_readings_;
   std::optional<IntervalReadings> interval_;

@@ -42,6 +42,7 @@ namespace {
 
 constexpr int kFailure = 1;
 constexpr int kUsage = 2;
+constexpr int kOutside = 3;
 
 constexpr const char *kRecordsFooter =
     "Records are lines of comma-separated fields: DG-summary, DG-percentile or\n"
@@ -63,8 +64,9 @@ constexpr const char *kReplayFooter =
     "    --range 0:125000000 --clear 6 --report\n";
 
 constexpr const char *kLiveFooter =
-    "\nA signal (SIGINT, SIGTERM, SIGHUP) ends the run; what was collected is written first.\n"
-    "A second one ends it at once.\n"
+    "\nA signal (SIGINT, SIGTERM) ends the run; what was collected is written first. A second\n"
+    "one ends it at once. SIGHUP opens the output file again, and ends a run that has none or\n"
+    "whose terminal went away. SIGUSR1 ends the interval in progress now.\n"
     "Samples of counters are the differences from poll to poll. Columns are counters, except\n"
     "those of mem, sock and exec, in_flight of disk, threads and rss_bytes of proc,\n"
     "CurrEstab of snmp, and nr_dirty, nr_writeback and nr_dirty_* of vm.\n"
@@ -79,6 +81,7 @@ constexpr const char *kLiveFooter =
 constexpr const char *kRecordFooter =
     "\nThe file is read by 'zorstat replay': give it '--cumulative LIST' with the counters\n"
     "('zorstat live --help' tells which they are). Each poll is written when it is taken.\n"
+    "SIGHUP opens the file again, as in 'zorstat live'.\n"
     "\n"
     "Example: an hour of disk counters, a poll every 30 seconds:\n"
     "  zorstat record disk --interval 30 --count 120 -o disk.csv\n";
@@ -120,8 +123,10 @@ constexpr const char *kTopFooter =
 // A command with its options.
 class Command {
  public:
-  Command(CLI::App *app, Place place, const char *input_name, const char *input_help) : app_(app) {
-    app->add_option(input_name, input, input_help)->required()->type_name("");
+  Command(CLI::App *app, Place place, const char *input_name, const char *input_help)
+      : app_(app), is_live_(place == kLive) {
+    // That of live may be in its settings file.
+    app->add_option(input_name, input, input_help)->required(!is_live_)->type_name("");
     for (const SettingRow &row : AllSettings()) {
       if ((row.places & place) == 0) continue;
       const std::string letter = row.letter == 0 ? "" : fmt::format("-{},", row.letter);
@@ -134,13 +139,16 @@ class Command {
     }
   }
 
-  // Options go before the settings file that one of them may name.
   bool has_name(std::string_view name) const { return app_->get_name() == name; }
 
+  // Options go before the settings file that one of them may name.
   Settings ReadSettings() const {
     Settings settings = WithOptions({});
-    if (!settings.config.empty()) settings = WithOptions(ReadConfigFile(settings.config));
+    if (!settings.config.empty()) settings = WithOptions(ReadConfigFile(settings.config, is_live_));
     settings.report = settings.report || settings.percentile;
+    if (settings.append && FormatOf(settings) == Format::kTable) {
+      throw SettingsError(fmt::format("{}: with --append: expected records, csv or jsonl", settings.format->where));
+    }
     const bool on_screen = settings.output == "-" && isatty(STDOUT_FILENO) == 1;
     if (!settings.format && !settings.headers && on_screen)
       settings.format = {Format::kTable, "default of --format"};
@@ -159,6 +167,7 @@ class Command {
   }
 
   CLI::App *app_;
+  bool is_live_;
   std::map<std::string, std::string> texts_;  // of the options, by name
 };
 
@@ -180,38 +189,41 @@ void Replay(const Command &command) {
   Count(&source, settings, stem, settings.output, RecordTime::kOfPoll);
 }
 
-std::unique_ptr<PolledTable> TableToPoll(const Command &command, const Settings &settings, std::uint32_t interval) {
+std::unique_ptr<PolledTable> TableToPoll(const std::string &source, const NameList &words, const Settings &settings,
+                                         std::uint32_t interval) {
   constexpr const char *kExec = "exec";
-  if (command.input != kExec) {
-    if (!command.words.empty()) {
-      throw SettingsError(Refusal(command.input, Printable(command.words[0]), "a command with exec alone"));
-    }
-    return std::make_unique<ProcTable>(command.input, settings.proc, kExec);
+  if (source != kExec) {
+    if (!words.empty()) throw SettingsError(Refusal(source, Printable(words[0]), "a command with exec alone"));
+    return std::make_unique<ProcTable>(source, settings.proc, kExec);
   }
-  const NameList &words = command.words.empty() ? settings.command : command.words;
-  if (words.empty()) throw SettingsError("exec: has no command: expected exec -- COMMAND [ARG...]");
+  const NameList &command = words.empty() ? settings.command : words;
+  if (command.empty()) throw SettingsError("exec: has no command: expected exec -- COMMAND [ARG...]");
   const std::uint32_t timeout = settings.timeout ? std::min(settings.timeout->value, interval) : interval;
-  return std::make_unique<CommandTable>(words, std::chrono::seconds(timeout));
+  return std::make_unique<CommandTable>(command, std::chrono::seconds(timeout));
 }
 
-LiveSource PolledSource(const Command &command, const Settings &settings) {
+LiveSource PolledSource(const std::string &source, const NameList &words, const Settings &settings) {
   const std::uint32_t interval = settings.interval ? settings.interval->value : kDefaultInterval;
   std::optional<std::uint32_t> count;
   if (settings.count) count = settings.count->value;
-  return {TableToPoll(command, settings, interval), interval, count};
+  return {TableToPoll(source, words, settings, interval), interval, count};
 }
 
 void Live(const Command &command) {
   Settings settings = command.ReadSettings();
+  if (!command.input.empty()) settings.source = command.input;
+  if (settings.source.empty()) throw SettingsError("SOURCE is required, here or in the settings file (see --help)");
   if (!settings.expire) settings.expire = {kDefaultExpire, "default of --expire"};
-  LiveSource source = PolledSource(command, settings);
-  Count(&source, settings, command.input, settings.output, RecordTime::kNow);
+  if (IsFileOutput(settings.output)) ReopenAtHangUp();
+  LiveSource source = PolledSource(settings.source, command.words, settings);
+  Count(&source, settings, settings.source, settings.output, RecordTime::kNow);
 }
 
 void RecordPolls(const Command &command) {
   const Settings settings = command.ReadSettings();
-  LiveSource source = PolledSource(command, settings);
-  Record(&source, settings.output);
+  if (IsFileOutput(settings.output)) ReopenAtHangUp();
+  LiveSource source = PolledSource(command.input, command.words, settings);
+  Record(&source, settings.output, settings.append);
 }
 
 void Top(const Command &command) { Top(command.input, command.ReadSettings()); }
@@ -253,24 +265,29 @@ int Run(int argc, char **argv) {
   app.footer(
       "\nzorstat COMMAND --help tells more.\n"
       "Exit status: 0; 1 for a failure, what came before it being written (without a\n"
-      "message when nobody reads the output any more); 2 for wrong options or settings.\n"
+      "message when nobody reads the output any more); 2 for wrong options or settings;\n"
+      "3 for samples outside the ranges, see replay --fail-outside.\n"
       "\n"
       "An output file is written beside the one that has its name and takes its place with\n"
-      "its first lines (live, record) or when it is complete (replay).\n");
+      "its first lines (live, record) or when it is complete (replay). With --append lines are\n"
+      "written in place, behind those that it has.\n");
 
   constexpr const char *kSourceHelp = "net, disk, cpu, mem, vm, pressure, proc, sock or snmp";
-  constexpr const char *kSourceOrExecHelp =
+  constexpr const char *kRecordSourceHelp =
       "net, disk, cpu, mem, vm, pressure, proc, sock or snmp; or\nexec -- COMMAND [ARG...]";
+  constexpr const char *kLiveSourceHelp =
+      "net, disk, cpu, mem, vm, pressure, proc, sock or snmp; or\nexec -- COMMAND [ARG...];\n"
+      "as in the settings file if it is left out";
   CLI::App *replay = app.add_subcommand("replay", "count the polls of a file");
   const Command replay_command(replay, kReplay, "FILE", "poll file, or - for standard input");
   replay->footer(std::string("\n") + kRecordsFooter + kReplayFooter);
 
   CLI::App *live = app.add_subcommand("live", "count the kernel's counters");
-  Command live_command(live, kLive, "SOURCE", kSourceOrExecHelp);
+  Command live_command(live, kLive, "SOURCE", kLiveSourceHelp);
   live->footer(std::string("\n") + kRecordsFooter + kLiveFooter);
 
   CLI::App *record = app.add_subcommand("record", "write the kernel's counters to a poll file");
-  Command record_command(record, kRecord, "SOURCE", kSourceOrExecHelp);
+  Command record_command(record, kRecord, "SOURCE", kRecordSourceHelp);
   record->footer(kRecordFooter);
 
   CLI::App *suggest = app.add_subcommand("suggest", "write settings that fit a poll file");
@@ -370,6 +387,9 @@ int main(int argc, char **argv) {
     // A reader that went away knows it.
     if (!error.broken_pipe()) zorstat::Complain(error.what());
     return zorstat::kFailure;
+  } catch (const zorstat::Verdict &verdict) {
+    for (const std::string &line : verdict.lines()) zorstat::Complain(line);
+    return zorstat::kOutside;
   } catch (const zorstat::SettingsError &error) {
     zorstat::Complain(error.what());
     return zorstat::kUsage;

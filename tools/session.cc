@@ -4,10 +4,13 @@
 
 #include <algorithm>
 #include <chrono>
+#include <csignal>
+#include <cstdint>
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "clock.h"
@@ -15,8 +18,11 @@
 #include "error.h"
 #include "export/exporter.h"
 #include "file.h"
+#include "notify.h"
 #include "poll_file.h"
 #include "state.h"
+#include "stop.h"
+#include "text.h"
 
 namespace zorstat {
 namespace {
@@ -59,6 +65,11 @@ class Counting {
     TellInterval();
     for (const auto &exporter : exporters_) exporter->EndPoll(time, [&] { return collector_->InProgress(); });
   }
+  void EndInterval(std::string *records) {
+    collector_->Clear(Wanted(records));
+    TellInterval();
+  }
+  void RepeatHeaders() { collector_->RepeatHeaders(); }
   // The interval in progress ends, too, unless the next run goes on with it.
   void Finish(std::string *records, bool goes_on) {
     FirstFailure failure;
@@ -91,6 +102,51 @@ class Counting {
   std::string unwanted_;
 };
 
+// The polls of a run that may last for months: between them it does what signals ask for, and tells the program
+// that supervises it how it is.
+class AttendedPolls {
+ public:
+  AttendedPolls(Source *source, Output *file) : source_(source), file_(file) {}
+
+  // Behind the first poll. `end_interval` does what SIGUSR1 asks for, `reopened` is told that another file may be
+  // written from now on.
+  template <class EndInterval, class Reopened>
+  bool Next(Poll *poll, EndInterval end_interval, Reopened reopened) {
+    Notify(fmt::format("{}WATCHDOG=1\nSTATUS={} polls", polls_ == 0 ? "READY=1\n" : "", polls_ + 1));
+    ++polls_;
+    while (!source_->Wait(watchdog_)) {
+      Notify("WATCHDOG=1");
+      if (TakeRequest(SIGUSR1)) end_interval();
+      if (TakeRequest(SIGHUP)) {
+        Reopen();
+        reopened();
+      }
+    }
+    const bool has_next = source_->Next(poll);
+    if (!has_next) Notify("STOPPING=1");
+    return has_next;
+  }
+
+ private:
+  // Where that fails a run that nobody watches goes on with what it has.
+  void Reopen() {
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    Notify(fmt::format("RELOADING=1\nMONOTONIC_USEC={}",
+                       std::chrono::duration_cast<std::chrono::microseconds>(now).count()));
+    try {
+      file_->Reopen();
+    } catch (const Error &error) {
+      Complain(fmt::format("{} (writing to the old file)", error.what()));
+    }
+    Notify("READY=1");
+  }
+
+  Source *source_;
+  Output *file_;
+  const std::chrono::milliseconds watchdog_ = WatchdogPeriod();
+  std::uint64_t polls_ = 0;
+};
+
 // The times of a poll file, which cannot go back. Where the clock was set back they go on as far as time has, so
 // that polls stay as far apart as they were taken.
 class RisingTime {
@@ -107,6 +163,12 @@ class RisingTime {
     return clock;
   }
   uint64_t went_on() const { return went_on_; }
+
+  // That of the last poll of an earlier run.
+  void GoOnFrom(int64_t time) {
+    last_ = time;
+    taken_ = Clock::now();
+  }
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -153,47 +215,64 @@ void Count(Source *source, const Settings &settings, const std::string &default_
   const Run run = {dg, settings.interval ? settings.interval->value : source->Interval(poll), source->table(),
                    plans, record_time == RecordTime::kNow};
   Counting counting(run, settings, exporters);
-  Output file(output, settings.state.empty() ? Output::Begin::kAnew : Output::Begin::kAtTheEnd);
+  const bool is_live = record_time == RecordTime::kNow;
+  const bool has_header = !lines.empty();  // of the exporters
+  const bool has_state = !settings.state.empty();
+  Output file(output, std::exchange(lines, {}), settings.append || (has_state && IsFileOutput(output)));
   std::optional<StateFile> state;
   std::int64_t counted_to = std::numeric_limits<std::int64_t>::min();  // the time of a poll
-  if (!settings.state.empty()) {
+  if (has_state) {
     state.emplace(settings.state, run, settings, source->Boot());
-    const bool goes_on = GoOn(*state, &counting, &file);
-    if (goes_on && record_time == RecordTime::kOfPoll) counted_to = counting.collector().last_time();
+    if (GoOn(*state, &counting, &file) && !is_live) counted_to = counting.collector().last_time();
   }
-  // What is told of is written before it is told, and taken back where it was not.
-  const auto keep = [&] {
+  AttendedPolls polls(source, &file);
+  // The state comes after the lines that it tells of.
+  const auto publish = [&] {
     WriteOut(&lines, &file);
     file.Publish();
     if (state) state->Write({{"collector", counting.collector().Save()}, {"output", ToJson(file.Mark())}});
+  };
+  // At the start, and where the file is another one or was emptied.
+  const auto begin_lines = [&] {
+    if (lines.empty() && file.IsEmpty()) counting.RepeatHeaders();
+  };
+  const auto end_interval = [&] {
+    begin_lines();
+    counting.EndInterval(&lines);
+    if (!lines.empty() || state) publish();
+  };
+  const auto keep_state = [&] {
+    if (state) publish();
   };
   std::uint64_t passed_over = 0;
   std::optional<std::string> report;
   FirstFailure failure;
   failure.Try([&] {
-    if (state) keep();  // that it can be is to be known now
+    if ((is_live && has_header) || state) publish();  // that it can be written is to be known now
     do {
       if (poll.time <= counted_to) {
         ++passed_over;
         continue;
       }
-      if (record_time == RecordTime::kOfPoll) SetRecordTime(poll.time);
+      if (!is_live) SetRecordTime(poll.time);
       counting.AddRows(poll, source->Place(poll));
       // The last poll may end with a clear, after which there would be nothing to report.
       if (settings.report && source->IsLast()) report = counting.collector().Report();
+      begin_lines();
       counting.EndPoll(poll.time, &lines);
-      if (record_time == RecordTime::kNow && (!lines.empty() || (state && counting.collector().is_cleared()))) {
-        keep();
+      if (is_live && (!lines.empty() || (state && counting.collector().is_cleared()))) {
+        publish();
       } else if (lines.size() >= kBatch) {
         WriteOut(&lines, &file);
       }
-    } while (source->Next(&poll));
+    } while (is_live ? polls.Next(&poll, end_interval, keep_state) : source->Next(&poll));
   });
   failure.Try([&] {
     if (settings.report && !report) report = counting.collector().Report();
   });
-  failure.Try([&] { counting.Finish(&lines, state.has_value()); });
-  if (state) failure.Try(keep);
+  begin_lines();
+  failure.Try([&] { counting.Finish(&lines, has_state); });
+  failure.Try(keep_state);
   WriteOut(&lines, &file);
   if (output == "-") file.Write(report.value_or(""));
   file.Close();
@@ -210,17 +289,23 @@ void Count(Source *source, const Settings &settings, const std::string &default_
   failure.Rethrow();
 }
 
-void Record(Source *source, const std::string &output) {
-  Output file(output);
-  std::string lines = PollFileHeader(source->table());
-  Poll poll;
+void Record(Source *source, const std::string &output, bool append) {
+  Output file(output, PollFileHeader(source->table()), append);
+  AttendedPolls polls(source, &file);
   RisingTime time;
-  while (source->Next(&poll)) {
+  if (append) {
+    if (const auto last = LineTime(file.LastLine(), output)) time.GoOnFrom(*last);
+  }
+  std::string lines;
+  Poll poll;
+  if (!source->Next(&poll)) return;
+  do {
     poll.time = time.Of(poll.time);
     AppendPollLines(source->table(), poll, &lines);
     WriteOut(&lines, &file);
     file.Publish();
-  }
+  } while (polls.Next(
+      &poll, [] {}, [] {}));
   file.Close();
   if (time.went_on() != 0) {
     Complain(fmt::format("the clock was set back: times went on without it in {} polls", time.went_on()));

@@ -229,15 +229,18 @@ NameList ReadColumns(const Given &given) {
   return names;
 }
 
-NameList ReadCommand(const Given &given) {
-  if (given.parts.empty() || given.parts[0].empty()) Refuse(given.where, "", "a program and its arguments");
-  return given.parts;
+template <int highest>
+double ReadAmount(const Given &given) {
+  const auto amount = ParseNumber<double>(given.text());
+  if (!amount || !(*amount >= 0 && *amount <= highest)) {
+    Refuse(given.where, given.text(), fmt::format("a number from 0 to {}", highest));
+  }
+  return *amount;
 }
 
-double ReadOutside(const Given &given) {
-  const auto percent = ParseNumber<double>(given.text());
-  if (!percent || !(*percent >= 0 && *percent <= 50)) Refuse(given.where, given.text(), "a number from 0 to 50");
-  return *percent;
+NameList ReadCommand(const Given &given) {
+  if (given.parts.empty() || given.parts[0].empty()) Refuse(given.where, "", "a program");
+  return given.parts;
 }
 
 Values ReadResets(const Given &given) {
@@ -315,7 +318,7 @@ constexpr Form kIntegerOrText{Form::kInteger | Form::kString, "an integer or a s
 constexpr Form kText{Form::kString, "a string"};
 constexpr Form kTruth{Form::kTruth, "true or false"};
 constexpr Form kList{Form::kString, "an array of strings", ','};
-constexpr Form kWords{Form::kString, "an array of strings", ' '};
+constexpr Form kWords{Form::kString, "a string or an array of strings", '\0', true};
 constexpr Form kBounds{Form::kInteger | Form::kString, "an array of two bounds, [LOW, HIGH]", ':'};
 
 constexpr auto kReadInterval =
@@ -334,13 +337,13 @@ constexpr SettingRow kSettings[] = {
     {"interval", "SECONDS", "between polls, at least 10 (default: 10)", kInteger, kReadInterval,
      kLive | kRecord | kTop},
     {"count", "N", "end after this many polls (default: at a signal)", kInteger,
-     Set<&Settings::count, ReadCount<1, std::numeric_limits<std::uint32_t>::max()>>, kLive | kRecord},
+     Set<&Settings::count, ReadCount<1, std::numeric_limits<std::uint32_t>::max()>>, kLive | kRecord | kRun},
     {"proc", "DIR", "directory of the proc file system (default: /proc)", kText,
-     SetPlain<&Settings::proc, ReadText>, kLive | kRecord | kTop},
-    {"command", "", "", kWords, SetPlain<&Settings::command, ReadCommand>, kTopLevel},
+     SetPlain<&Settings::proc, ReadText>, kLive | kRecord | kTop | kRun},
+    {"command", "", "", kWords, SetPlain<&Settings::command, ReadCommand>, kRun},
     {"timeout", "SECONDS", "of a run of the command of exec (default: the interval,\nwhich is also the longest)",
      kInteger, Set<&Settings::timeout, ReadCount<1, std::numeric_limits<std::uint32_t>::max()>>,
-     kLive | kRecord | kTopLevel},
+     kLive | kRecord | kRun},
     {"statistics", "LIST", "summary, distribution, percentile, baseline\n(default: summary,percentile)", kList,
      Set<&Settings::statistics, ReadStatistics>, kForAll | kObject},
     {"buckets", "N", "buckets of a distribution, 1 to 65535 (default: 100)", kInteger,
@@ -367,7 +370,7 @@ constexpr SettingRow kSettings[] = {
      Set<&Settings::clear, ReadClear>, kTop},
     {"outside", "PERCENT",
      "per cent of the samples that a range may leave out where\nthe rare ones cost much (default: 0.1)", kText,
-     SetPlain<&Settings::outside, ReadOutside>, kSuggest},
+     SetPlain<&Settings::outside, ReadAmount<50>>, kSuggest},
     {"objects", "LIST", "columns to count (default: all)", kList, Set<&Settings::objects, ReadColumns>,
      kCounting | kTop},
     {"instances", "LIST", "keys to count (default: all)", kList, Set<&Settings::instances, ReadNames>,
@@ -382,25 +385,40 @@ constexpr SettingRow kSettings[] = {
     {"report", "", "at the end, print the interval in progress", kTruth, SetPlain<&Settings::report, ReadTruth>,
      kForAll},
     {"config", "FILE", "settings in TOML", kText, SetPlain<&Settings::config, ReadText>, kCounting | kTop},
+    {"source", "", "", kText, SetPlain<&Settings::source, ReadText>, kRun},
     {"unit", "", "", kText, Set<&Settings::unit, ReadUnit>, kTopLevel | kObject},
     {"per", "", "", kText, Set<&Settings::per_second, ReadPer>, kTopLevel | kObject},
     {"output", "FILE", "write to this file (default: standard output)", kText,
-     SetPlain<&Settings::output, ReadText>, kCounting, 'o'},
+     SetPlain<&Settings::output, ReadText>, kCounting | kRun, 'o'},
+    {"append", "", "continue the file of --output in place", kTruth, SetPlain<&Settings::append, ReadTruth>,
+     kCounting | kRecord | kRun},
     {"format", "FORMAT",
      "what to write: records, table, csv or jsonl (default:\ntable on a terminal, else records)", kText,
      Set<&Settings::format, ReadFormat>, kForAll},
     {"host", "NAME", "host in csv, jsonl and histories (default: the name of\nthis one)", kText,
      Set<&Settings::host, ReadName>, kForAll},
     {"sqlite", "FILE", "keep the intervals in this database, for 'zorstat query'", kText,
-     SetPlain<&Settings::sqlite, ReadText>, kCounting},
+     SetPlain<&Settings::sqlite, ReadText>, kCounting | kRun},
+    {"fail-outside", "PERCENT",
+     "end with status 3 if an instance has more than so many per\n"
+     "cent of its samples outside its range",
+     kText, Set<&Settings::fail_outside, ReadAmount<100>>, kReplay},
+    {"on-departure", "PROGRAM",
+     "run this program when instances depart at the end of an\n"
+     "interval, with their lines of jsonl as its input",
+     kWords, Set<&Settings::on_departure, ReadCommand>, kLive | kTopLevel},
+    {"departure", "WIDTHS",
+     "how far a median is to be from those before, in widths of\n"
+     "their band (default: 2)",
+     kIntegerOrText, SetPlain<&Settings::departure, ReadAmount<1000>>, kLive | kTopLevel},
     {"listen", "HOST:PORT",
      "serve metrics to Prometheus at http://HOST:PORT/metrics;\n"
      "quantiles are those of an interval: give --clear, too",
-     kText, Set<&Settings::listen, ReadAddress>, kLive},
+     kText, Set<&Settings::listen, ReadAddress>, kLive | kRun},
     {"prometheus", "FILE",
      "write these metrics to a file, NAME.prom, for the textfile\n"
      "collector of node_exporter, after each poll",
-     kText, Set<&Settings::prometheus, ReadPromFile>, kLive},
+     kText, Set<&Settings::prometheus, ReadPromFile>, kLive | kRun},
     {"prometheus", "FILE",
      "write metrics for Prometheus to a file, NAME.prom, at the\n"
      "end",
@@ -416,7 +434,7 @@ constexpr SettingRow kSettings[] = {
      "too, and go on from it; --output is then appended to",
      kText, SetPlain<&Settings::state, ReadText>, kForAll},
     {"html", "FILE", "write a page for a browser: at the end of a replay, live\nat the end of each interval", kText,
-     SetPlain<&Settings::html, ReadText>, kCounting},
+     SetPlain<&Settings::html, ReadText>, kCounting | kRun},
 };
 
 }  // namespace

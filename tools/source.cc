@@ -72,6 +72,13 @@ bool LiveSource::Next(Poll *poll) {
   return false;
 }
 
+bool LiveSource::Wait(std::chrono::milliseconds longest) {
+  const auto left = UntilNext();
+  if (IsLast() || left <= left.zero()) return true;
+  WaitForRequest(static_cast<int>(std::min({left, longest, kLongestWait}).count()));
+  return IsStopped() || UntilNext() <= left.zero();
+}
+
 std::chrono::milliseconds LiveSource::UntilNext() const {
   return std::max(std::chrono::ceil<std::chrono::milliseconds>(next_ - Clock::now()), {});
 }

@@ -24,6 +24,9 @@ class Source {
   // The next poll; false at the end. Throws Error when it cannot be read.
   virtual bool Next(Poll *poll) = 0;
 
+  // Waits until Next() will not wait, at most so long; false if a request (stop.h) or the time ended that before.
+  virtual bool Wait(std::chrono::milliseconds /* longest */) { return true; }
+
   // Whether the poll that Next() returned is known to be the last one.
   virtual bool IsLast() const = 0;
 
@@ -66,6 +69,7 @@ class LiveSource : public Source {
 
   const Table &table() const override { return polled_->table(); }
   bool Next(Poll *poll) override;
+  bool Wait(std::chrono::milliseconds longest) override;
   bool IsLast() const override { return polls_ && taken_ == *polls_; }
   uint32_t Interval(const Poll &) const override { return static_cast<uint32_t>(interval_.count()); }
   std::string Place(const Poll &poll) const override;

@@ -20,7 +20,8 @@ void *__libc_calloc(size_t count, size_t size);
 void *__libc_realloc(void *block, size_t size);
 
 static long failing, made;
-static long begin, back, stall, waited; /* seconds */
+static long begin, back, stall; /* seconds */
+static long waited;             /* milliseconds */
 static int from_there_on;
 static const char *haste;
 static int to_world = -1, from_world;
@@ -70,7 +71,7 @@ int poll(struct pollfd *files, nfds_t count, int milliseconds) {
   const int is_wait = haste && milliseconds > 0 && files[count - 1].fd < 0;
   if (is_wait) {
     unlink(haste);
-    waited += (milliseconds + 500) / 1000 + stall;
+    waited += milliseconds + 1000 * stall;
     stall = 0;
     if (to_world >= 0) AskWorld();
   }
@@ -79,12 +80,17 @@ int poll(struct pollfd *files, nfds_t count, int milliseconds) {
 
 int clock_gettime(clockid_t clock, struct timespec *now) {
   const long result = syscall(SYS_clock_gettime, clock, now);
-  now->tv_sec += waited;
+  now->tv_sec += waited / 1000;
+  now->tv_nsec += waited % 1000 * 1000000;
+  if (now->tv_nsec >= 1000000000) {
+    now->tv_nsec -= 1000000000;
+    ++now->tv_sec;
+  }
   return (int)result;
 }
 
 time_t time(time_t *now) {
-  const time_t read = begin + waited;
+  const time_t read = begin + (waited + 500) / 1000;
   begin -= back;
   if (now) *now = read;
   return read;

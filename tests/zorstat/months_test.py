@@ -131,7 +131,7 @@ def samples_in(paths):
             for line in file:
                 if line.startswith("{"):
                     row = json.loads(line)
-                    key, count, total = (row["instance"], row["object"]), row["samples"], row["sum"]
+                    key, count, total = (row["instance"], row["object"]), row["samples"], row.get("sum", 0)
                 elif "-summary: " in line:
                     _, column, name, count, *figures = line.strip().split(", ")
                     key, count = (name, column), int(count)

@@ -166,6 +166,19 @@ constexpr Case kRuns[] = {
      "units  1970-01-01 00:00:20 UTC  2 polls\r\n"
      "1\n",
      ""},
+    {"appending goes on behind the last whole line, with one header, and polls later than the last",
+     "o='f.csv --objects rx --statistics summary --instances p1 --append -o'; printf 'old\ntorn' > r.txt;"
+     "printf 'time,ho' > c.csv; for i in 1 2; do $Z replay $o r.txt; $Z replay $o c.csv --format csv; done;"
+     "cut -d, -f1,3-6 r.txt c.csv;"
+     "$Z record cpu --proc bare --count 1 --append -o p.csv; printf '4000000000,cpu\n' >> p.csv; "
+     "$Z record cpu --proc . --count 1 --append -o p.csv; cut -d, -f1-4 p.csv",
+     "old\nf-summary: 1700000040, p1, 5, 0, 400\nf-summary: 1700000040, p1, 5, 0, 400\n"
+     "time,group,object,instance,samples\n1700000040,f,rx,p1,5\n1700000040,f,rx,p1,5\n"
+     "time,cpu,user,nice\n4000000000,cpu\n4000000001,cpu,1,2\n4000000001,cpu0,1,2\n",
+     "zorstat: r.txt: the last line had no end; its 4 bytes were cut off\n"
+     "zorstat: c.csv: the last line had no end; its 7 bytes were cut off\n"
+     "zorstat: bare/stat: had no rows\n"
+     "zorstat: the clock was set back: times went on without it in 1 polls\n"},
     {"bash completes what --help lists", "bash complete.bash $Z",
      "replay live record suggest query page top\nnet disk cpu mem vm pressure proc sock snmp exec\n"
      "summary,percentile\n--cumulative --count --clear --config\n--count\n\nf.csv\nreplay\n",

@@ -87,6 +87,12 @@ class DataGroup {
     return lift(zor_process_engine_clear_dg_data(engine(), name(), static_cast<std::uint16_t>(mask), 0));
   }
 
+  /** Whether a baseline has a new record since this was asked last. */
+  bool has_baseline_records() {
+    const std::uint64_t ended = zor_process_engine_get_periods_ended(engine(), name());
+    return ended != std::exchange(periods_ended_, ended);
+  }
+
   /** Removes the instances for which is_removed(column, entry) holds. */
   template <class IsRemoved>
   void remove_instances(IsRemoved is_removed) const {
@@ -144,6 +150,7 @@ class DataGroup {
   std::shared_ptr<zor_process_engine_t> engine_;
   std::string name_, place_;
   zor_process_dg_t *record_ = nullptr; /**< null before create() */
+  std::uint64_t periods_ended_ = 0;    /**< of baselines, when they were asked for */
 };
 
 }  // namespace zor::process::detail

@@ -52,7 +52,7 @@ class Poll {
   }
 
   /** Ends the poll; clears the group if its interval is over, and at the next polls again if that fails; collects
-   * the records. Visits every instance when it clears, and in a group with baselines.
+   * the records. Visits every instance when it clears, and when a baseline has a record.
    * @return the first failure of the poll, or of polls before it that no end() has told */
   [[nodiscard]] Status end() {
     if (!group_) return ended();

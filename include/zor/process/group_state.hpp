@@ -117,7 +117,7 @@ struct GroupState {
     note(check(dg.place(), dg.send(ZOR_PROCESS_MSG_END_OF_POLL)));
     if (++tally.polls >= setup.polls_between_clears()) {
       note(clear());
-    } else if (setup.has_baselines()) {
+    } else if (dg.has_baseline_records()) {
       collect();
     }
   }
