@@ -1,7 +1,8 @@
 // What zorstat reads: poll files with settings, which are then counted, and the kernel's tables. Whatever is in
 // them, they are taken or refused with the errors meant for that; what was read can be written, and read again.
 //
-// An input is a letter, then text: "n", "d" or "c" and a table of the kernel; or "p" and, with lines "===" between
+// An input is a letter, then text: that of kKernelTables and a table of the kernel, of a process its files stat and
+// io with a line "===" between them; or "x" and what a command writes; or another and, with such lines between
 // them, a settings file, options as on the command line (one a line, "name=value") and a poll file.
 
 #include <sys/mman.h>
@@ -24,6 +25,10 @@ namespace {
 using namespace zorstat;
 
 constexpr std::uint32_t kManyBuckets = 500;  // more cost time and memory and show nothing new
+
+constexpr std::pair<char, std::string_view> kKernelTables[] = {{'n', "net"},  {'d', "disk"}, {'c', "cpu"},
+                                                               {'m', "mem"},  {'v', "vm"},   {'r', "pressure"},
+                                                               {'e', "proc"}, {'s', "sock"}, {'i', "snmp"}};
 
 constexpr std::string_view kOptions[] = {"statistics", "buckets",    "range",    "clear",      "objects",
                                          "instances",  "cumulative", "interval", "percentile", "dg"};
@@ -99,14 +104,30 @@ void ReadPolls(std::string_view text) {
   });
 }
 
-void ReadKernelTable(std::string_view kind, std::string_view text) {
-  ProcTable table(kind, "/proc");
+void ReadKernelTable(std::string_view source, std::string_view text) {
+  ProcTable table(source, "/proc");
   Poll poll;
-  if (!Takes<Error>([&] { table.Parse(text, &poll); })) return;
+  const auto parse = [&] {
+    if (source != "proc") return table.Parse("/proc/table", text, &poll);
+    const std::string_view stat = TakeUntil(&text, "\n===\n");
+    table.ParseProcess("/proc/1", stat, text, &poll);
+  };
+  if (!Takes<Error>(parse)) return;
   std::string lines = PollFileHeader(table.table());
   // A name that no poll file can hold is refused there.
   if (!Takes<Error>([&] { AppendPollLines(table.table(), poll, &lines); })) return;
   ZOR_REQUIRE(Rewrite(lines) == lines);
+}
+
+void ReadOutput(std::string_view text) {
+  Takes<Error>([&] {
+    PollFileReader reader("command", text);
+    Poll poll;
+    reader.Next(&poll);
+    std::string lines = PollFileHeader(reader.table());
+    AppendPollLines(reader.table(), poll, &lines);
+    ZOR_REQUIRE(Rewrite(lines) == lines);
+  });
 }
 
 }  // namespace
@@ -118,10 +139,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
   if (size == 0) return 0;
   const std::string_view text(reinterpret_cast<const char *>(data) + 1, size - 1);
   const char letter = static_cast<char>(data[0]);
-  if (letter == 'n' || letter == 'd' || letter == 'c') {
-    ReadKernelTable(letter == 'n' ? "net" : letter == 'd' ? "disk" : "cpu", text);
-  } else {
-    ReadPolls(text);
+  for (const auto &[name, source] : kKernelTables) {
+    if (letter == name) return ReadKernelTable(source, text), 0;
   }
+  letter == 'x' ? ReadOutput(text) : ReadPolls(text);
   return 0;
 }

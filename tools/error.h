@@ -18,6 +18,12 @@ class Error : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// A file that is not there, or not this user's to read.
+class AbsentError : public Error {
+ public:
+  using Error::Error;
+};
+
 // Options or a settings file that ask for something impossible.
 class SettingsError : public Error {
  public:

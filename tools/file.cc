@@ -54,17 +54,26 @@ void RemoveLeftOvers(const std::filesystem::path &target) {
   }
 }
 
+[[noreturn]] void FailToRead(const std::string &name, const char *action) {
+  const int error = errno;
+  const std::string message = fmt::format("{}: cannot {}: {}", name, action, ErrnoText(error));
+  for (const int absent : {ENOENT, ESRCH, EACCES, EPERM}) {
+    if (error == absent) throw AbsentError(message);
+  }
+  throw Error(message);
+}
+
 }  // namespace
 
 int OpenForReading(const std::string &path) {
   const int fd = open(path.c_str(), O_RDONLY | kAlways);
-  if (fd < 0) throw Error(fmt::format("{}: cannot open: {}", path, ErrnoText(errno)));
+  if (fd < 0) FailToRead(path, "open");
   return fd;
 }
 
 size_t ReadSome(int fd, const std::string &name, char *buffer, size_t size) {
   const ssize_t got = WhenReady(WaitForInput, fd, [&] { return read(fd, buffer, size); });
-  if (got < 0) throw Error(fmt::format("{}: cannot read: {}", name, ErrnoText(errno)));
+  if (got < 0) FailToRead(name, "read");
   return static_cast<size_t>(got);
 }
 
@@ -83,6 +92,15 @@ void ReadFile(const std::string &path, size_t limit, std::string *text) {
     got = ReadSome(fd, path, text->data() + length, kPiece);
   }
   text->resize(length);
+}
+
+bool ReadFileIfThere(const std::string &path, size_t limit, std::string *text) {
+  try {
+    ReadFile(path, limit, text);
+    return true;
+  } catch (const AbsentError &) {
+    return false;
+  }
 }
 
 bool IsSameFile(const std::string &path, int fd) {

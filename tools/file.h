@@ -18,6 +18,8 @@ int OpenForReading(const std::string &path);
 size_t ReadSome(int fd, const std::string &name, char *buffer, size_t size);  // 0 at the end
 // Files of more than `limit` bytes are refused.
 void ReadFile(const std::string &path, size_t limit, std::string *text);
+// Likewise; false for a file that is not there, or not this user's to read.
+bool ReadFileIfThere(const std::string &path, size_t limit, std::string *text);
 
 // Whether the path is that of the open regular file.
 bool IsSameFile(const std::string &path, int fd);

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "error.h"
 #include "file.h"
@@ -30,8 +31,11 @@ LineReader::LineReader(const std::string &path)
       fd_(path == "-" ? STDIN_FILENO : OpenForReading(path)),
       buffer_(kBufferSize) {}
 
+LineReader::LineReader(std::string name, std::string_view text)
+    : name_(std::move(name)), fd_(-1), buffer_(text.begin(), text.end()), end_(text.size()), at_end_(true) {}
+
 LineReader::~LineReader() {
-  if (fd_ != STDIN_FILENO) close(fd_);
+  if (fd_ > STDIN_FILENO) close(fd_);
 }
 
 std::string_view LineReader::Head(size_t size) {

@@ -15,6 +15,8 @@ class LineReader {
  public:
   // "-" is standard input.
   explicit LineReader(const std::string &path);
+  // Lines of a text.
+  LineReader(std::string name, std::string_view text);
   ~LineReader();
   LineReader(const LineReader &) = delete;
   LineReader &operator=(const LineReader &) = delete;

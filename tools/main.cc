@@ -5,28 +5,35 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cctype>
+#include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <map>
+#include <memory>
 #include <new>
 #include <optional>
 #include <sstream>
 #include <string>
+#include <string_view>
 
+#include "command_table.h"
 #include "config_file.h"
 #include "error.h"
 #include "file.h"
 #include "history_page.h"
+#include "proc_table.h"
 #include "query.h"
 #include "session.h"
 #include "settings.h"
 #include "source.h"
 #include "stop.h"
 #include "suggest.h"
+#include "text.h"
 #include "top/top.h"
 #include "zor/version.h"
 
@@ -60,15 +67,20 @@ constexpr const char *kLiveFooter =
     "\nA signal (SIGINT, SIGTERM) ends the run; what was collected is written first. A second\n"
     "one ends it at once. SIGHUP opens the output file again, and ends a run that has none or\n"
     "whose terminal went away. SIGUSR1 ends the interval in progress now.\n"
-    "All columns are counters, whose samples are the differences from poll to poll, except\n"
-    "the gauge in_flight of disk.\n"
+    "Samples of counters are the differences from poll to poll. Columns are counters, except\n"
+    "those of mem, sock and exec, in_flight of disk, threads and rss_bytes of proc,\n"
+    "CurrEstab of snmp, and nr_dirty, nr_writeback and nr_dirty_* of vm.\n"
+    "\n"
+    "exec runs COMMAND at each poll, without a shell. It writes KEY,NAME[:TYPE],... and then\n"
+    "KEY and values of a row a line. Its columns are gauges but for --cumulative. A poll whose\n"
+    "command fails, or writes something else, is left out with a note.\n"
     "\n"
     "Example: record an hour's figures of one interface at every full hour of running:\n"
     "  zorstat live net --instances eth0 --objects rx_bytes,tx_bytes --clear 1h -o eth0.txt\n";
 
 constexpr const char *kRecordFooter =
-    "\nThe file is read by 'zorstat replay' (give it '--cumulative all', as the columns are\n"
-    "counters, except the gauge in_flight of disk). Each poll is written when it is taken.\n"
+    "\nThe file is read by 'zorstat replay': give it '--cumulative LIST' with the counters\n"
+    "('zorstat live --help' tells which they are). Each poll is written when it is taken.\n"
     "SIGHUP opens the file again, as in 'zorstat live'.\n"
     "\n"
     "Example: an hour of disk counters, a poll every 30 seconds:\n"
@@ -128,6 +140,8 @@ class Command {
   }
 
   // Options go before the settings file that one of them may name.
+  bool has_name(std::string_view name) const { return app_->get_name() == name; }
+
   Settings ReadSettings() const {
     Settings settings = WithOptions({});
     if (!settings.config.empty()) settings = WithOptions(ReadConfigFile(settings.config, is_live_));
@@ -142,6 +156,7 @@ class Command {
   }
 
   std::string input;
+  NameList words;  // of the command of exec
 
  private:
   Settings WithOptions(Settings settings) const {
@@ -174,11 +189,26 @@ void Replay(const Command &command) {
   Count(&source, settings, stem, settings.output, RecordTime::kOfPoll);
 }
 
-LiveSource KernelSource(const std::string &source, const Settings &settings) {
+std::unique_ptr<PolledTable> TableToPoll(const std::string &source, const NameList &given, const Settings &settings,
+                                         std::uint32_t interval) {
+  constexpr const char *kExec = "exec";
+  if (source != kExec) {
+    if (!given.empty()) {
+      throw SettingsError(Refusal(source, Printable(given[0]), "a command with exec alone"));
+    }
+    return std::make_unique<ProcTable>(source, settings.proc, kExec);
+  }
+  const NameList &words = given.empty() ? settings.command : given;
+  if (words.empty()) throw SettingsError("exec: has no command: expected exec -- COMMAND [ARG...]");
+  const std::uint32_t timeout = settings.timeout ? std::min(settings.timeout->value, interval) : interval;
+  return std::make_unique<CommandTable>(words, std::chrono::seconds(timeout));
+}
+
+LiveSource PolledSource(const std::string &source, const NameList &words, const Settings &settings) {
   const std::uint32_t interval = settings.interval ? settings.interval->value : kDefaultInterval;
   std::optional<std::uint32_t> count;
   if (settings.count) count = settings.count->value;
-  return {source, settings.proc, interval, count};
+  return {TableToPoll(source, words, settings, interval), interval, count};
 }
 
 void Live(const Command &command) {
@@ -187,14 +217,14 @@ void Live(const Command &command) {
   if (settings.source.empty()) throw SettingsError("SOURCE is required, here or in the settings file (see --help)");
   if (!settings.expire) settings.expire = {kDefaultExpire, "default of --expire"};
   if (IsFileOutput(settings.output)) ReopenAtHangUp();
-  LiveSource source = KernelSource(settings.source, settings);
+  LiveSource source = PolledSource(settings.source, command.words, settings);
   Count(&source, settings, settings.source, settings.output, RecordTime::kNow);
 }
 
 void RecordPolls(const Command &command) {
   const Settings settings = command.ReadSettings();
   if (IsFileOutput(settings.output)) ReopenAtHangUp();
-  LiveSource source = KernelSource(command.input, settings);
+  LiveSource source = PolledSource(command.input, command.words, settings);
   Record(&source, settings.output, settings.append);
 }
 
@@ -244,19 +274,23 @@ int Run(int argc, char **argv) {
       "its first lines (live, record) or when it is complete (replay). With --append lines are\n"
       "written in place, behind those that it has.\n");
 
-  constexpr const char *kSourceHelp = "net (interfaces), disk (devices) or cpu (processors)";
+  constexpr const char *kSourceHelp = "net, disk, cpu, mem, vm, pressure, proc, sock or snmp";
   constexpr const char *kLiveSourceHelp =
-      "net (interfaces), disk (devices) or cpu (processors);\nas in the settings file if it is left out";
+      "net, disk, cpu, mem, vm, pressure, proc, sock or snmp; or\nexec -- COMMAND [ARG...]; as in the settings "
+      "file if "
+      "it is\nleft out";
+  constexpr const char *kSourceOrExecHelp =
+      "net, disk, cpu, mem, vm, pressure, proc, sock or snmp; or\nexec -- COMMAND [ARG...]";
   CLI::App *replay = app.add_subcommand("replay", "count the polls of a file");
   const Command replay_command(replay, kReplay, "FILE", "poll file, or - for standard input");
   replay->footer(std::string("\n") + kRecordsFooter + kReplayFooter);
 
   CLI::App *live = app.add_subcommand("live", "count the kernel's counters");
-  const Command live_command(live, kLive, "SOURCE", kLiveSourceHelp);
+  Command live_command(live, kLive, "SOURCE", kLiveSourceHelp);
   live->footer(std::string("\n") + kRecordsFooter + kLiveFooter);
 
   CLI::App *record = app.add_subcommand("record", "write the kernel's counters to a poll file");
-  const Command record_command(record, kRecord, "SOURCE", kSourceHelp);
+  Command record_command(record, kRecord, "SOURCE", kSourceOrExecHelp);
   record->footer(kRecordFooter);
 
   CLI::App *suggest = app.add_subcommand("suggest", "write settings that fit a poll file");
@@ -278,8 +312,15 @@ int Run(int argc, char **argv) {
   const Command top_command(top, kTop, "SOURCE", kSourceHelp);
   top->footer(kTopFooter);
 
+  // Behind -- the words are another program's, whatever they look like.
+  char **words = argv + argc;
+  for (Command *command : {&live_command, &record_command}) {
+    if (argc < 2 || !command->has_name(argv[1])) continue;
+    words = std::find(argv, argv + argc, std::string_view("--"));
+    if (words != argv + argc) command->words = {words + 1, argv + argc};
+  }
   try {
-    app.parse(argc, argv);
+    app.parse(static_cast<int>(words - argv), argv);
   } catch (const CLI::ParseError &error) {
     if (error.get_exit_code() == 0) {  // help
       std::ostringstream text;

@@ -56,9 +56,10 @@ bool IsHeader(std::string_view line) { return line.substr(0, 5) == "time,"; }
 
 }  // namespace
 
-PollFileReader::PollFileReader(const std::string &path) : lines_(path) {
-  if (!TakeLine()) throw Error(fmt::format("{}: is empty (expected a header line)", lines_.name()));
-  header_ = line_;
+PollFileReader::PollFileReader(const std::string &path) : lines_(path), has_times_(true) { ReadHeader(); }
+
+PollFileReader::PollFileReader(const std::string &name, std::string_view text)
+    : lines_(name, text), has_times_(false) {
   ReadHeader();
 }
 
@@ -78,14 +79,19 @@ void PollFileReader::FailAt(std::uint64_t line, std::string_view message) const 
 }
 
 void PollFileReader::ReadHeader() {
+  if (!TakeLine()) throw Error(fmt::format("{}: is empty (expected a header line)", lines_.name()));
+  header_ = line_;
   const std::vector<std::string> fields = Split(header_, ',');
-  if (fields[0] != "time") Fail(Refusal("header", Printable(fields[0]), "'time' as its first field"));
-  if (fields.size() < 3) Fail("header: expected time,KEY,NAME[:TYPE],...");
+  const std::size_t key = has_times_ ? 1 : 0;  // its field
+  if (has_times_ && fields[0] != "time") Fail(Refusal("header", Printable(fields[0]), "'time' as its first field"));
+  if (fields.size() < key + 2) {
+    Fail(fmt::format("header: expected {}KEY,NAME[:TYPE],...", has_times_ ? "time," : ""));
+  }
   std::set<std::string> names;
   for (size_t i = 0; i < fields.size(); ++i) {
     Column column;
     column.name = fields[i];
-    const size_t colon = i < 2 ? std::string::npos : fields[i].rfind(':');
+    const size_t colon = i <= key ? std::string::npos : fields[i].rfind(':');
     if (colon != std::string::npos) {
       const std::string type_name = fields[i].substr(colon + 1);
       const auto type = TypeOfName(type_name);
@@ -99,13 +105,15 @@ void PollFileReader::ReadHeader() {
     if (!names.insert(column.name).second) {
       Fail(Refusal("header", Printable(column.name), "each column name only once"));
     }
-    if (i == 1) table_.key = column.name;
-    if (i >= 2) table_.columns.push_back(std::move(column));
+    if (i == key) table_.key = column.name;
+    if (i > key) table_.columns.push_back(std::move(column));
   }
 }
 
 bool PollFileReader::Next(Poll *poll) {
   poll->Clear();
+  row_lines_.clear();
+  if (!has_times_) return ReadRows(poll);
   if (!pending_) pending_ = TakeLine();
   if (!pending_) return false;
   if (IsHeader(line_)) Fail(Refusal("header", Printable(line_), "that of the first line, or a row"));
@@ -116,7 +124,6 @@ bool PollFileReader::Next(Poll *poll) {
   }
   any_poll_ = true;
   last_time_ = poll->time;
-  row_lines_.clear();
   // A line of another time, good or bad, ends this poll and is looked at by the next call.
   do {
     row_lines_.push_back(lines_.line_number());
@@ -125,6 +132,15 @@ bool PollFileReader::Next(Poll *poll) {
   } while (pending_ && !IsHeader(line_) && ReadTime() == poll->time);
   RefuseRepeatedKeys(*poll);
   return true;
+}
+
+bool PollFileReader::ReadRows(Poll *poll) {
+  while (TakeLine()) {
+    row_lines_.push_back(lines_.line_number());
+    ReadRow(poll);
+  }
+  RefuseRepeatedKeys(*poll);
+  return poll->rows() != 0;
 }
 
 void PollFileReader::RefuseRepeatedKeys(const Poll &poll) {
@@ -157,9 +173,10 @@ void PollFileReader::FailFieldCount() const {
     if (c == '"') quoted = !quoted;
     if (c == ',' && !quoted) ++fields;
   }
-  Fail(fmt::format("{} field{} (expected {}: time, {} and {} value{})", fields, fields == 1 ? "" : "s",
-                   table_.columns.size() + 2, table_.key, table_.columns.size(),
-                   table_.columns.size() == 1 ? "" : "s"));
+  const size_t values = table_.columns.size();
+  Fail(fmt::format("{} field{} (expected {}: {}{} and {} value{})", fields, fields == 1 ? "" : "s",
+                   values + (has_times_ ? 2 : 1), has_times_ ? "time, " : "", table_.key, values,
+                   values == 1 ? "" : "s"));
 }
 
 // Takes the key field at the position and leaves the position behind it. Quotes count only at the field's start.
@@ -186,9 +203,12 @@ std::string_view PollFileReader::ReadKey(const char **position) {
 
 void PollFileReader::ReadRow(Poll *poll) {
   const char *end = line_.data() + line_.size();
-  const char *position = std::find(line_.data(), end, ',');
-  if (position == end) FailFieldCount();
-  ++position;
+  const char *position = line_.data();
+  if (has_times_) {
+    position = std::find(position, end, ',');
+    if (position == end) FailFieldCount();
+    ++position;
+  }
   const std::string_view key = ReadKey(&position);
   if (key.empty()) Fail(fmt::format("{}: is empty", table_.key));
   if (!IsName(key)) Fail(Refusal(table_.key, Printable(key), kName));

@@ -17,12 +17,14 @@ class PollFileReader {
  public:
   // Reads the header.
   explicit PollFileReader(const std::string &path);
+  // Of a text that is one poll and has no times: "KEY,NAME[:TYPE],..." and its rows.
+  PollFileReader(const std::string &name, std::string_view text);
 
   const Table &table() const { return table_; }
   const LineReader &lines() const { return lines_; }
 
   // Reads a whole poll; false at the end of the file. Throws Error at a bad line. A header line that repeats the
-  // first one, as where files were put together, is passed over.
+  // first one, as where files were put together, is passed over. What has no times leaves the poll's alone.
   bool Next(Poll *poll);
 
  private:
@@ -31,12 +33,14 @@ class PollFileReader {
   [[noreturn]] void FailFieldCount() const;
   void ReadHeader();
   bool TakeLine();
+  bool ReadRows(Poll *poll);
   int64_t ReadTime() const;
   std::string_view ReadKey(const char **position);
   void ReadRow(Poll *poll);
   void RefuseRepeatedKeys(const Poll &poll);
 
   LineReader lines_;
+  bool has_times_;
   Table table_;
   std::string header_;
   std::string_view line_;  // not yet taken into a poll when pending_

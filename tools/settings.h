@@ -57,6 +57,8 @@ struct Settings {
   OptionalSetting<std::uint32_t> interval;    // seconds
   OptionalSetting<std::uint32_t> percentile;  // whole percent
   OptionalSetting<std::uint32_t> count;       // polls
+  NameList command;                           // of exec
+  OptionalSetting<std::uint32_t> timeout;     // of its runs, seconds
   OptionalSetting<std::uint32_t> expire;      // intervals; 0: never
   OptionalSetting<std::string> listen;        // HOST:PORT
   OptionalSetting<std::string> prometheus;    // file

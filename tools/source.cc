@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "error.h"
-#include "file.h"
 #include "settings.h"
 #include "stop.h"
 
@@ -17,7 +16,6 @@ namespace {
 
 constexpr std::chrono::milliseconds kLongestWait{std::numeric_limits<int>::max()};
 constexpr std::chrono::seconds kLate{1};
-constexpr size_t kLargestBootId = 100;
 
 }  // namespace
 
@@ -61,17 +59,17 @@ std::string FileSource::Place(const Poll &poll) const {
   return fmt::format("{}:{}: poll of {}", reader_.lines().name(), poll.first_line, poll.time);
 }
 
-LiveSource::LiveSource(std::string_view kind, const std::string &proc_root, uint32_t interval,
-                       std::optional<uint32_t> polls)
-    : proc_root_(proc_root), counters_(kind, proc_root), interval_(interval), polls_(polls) {}
+LiveSource::LiveSource(std::unique_ptr<PolledTable> polled, uint32_t interval, std::optional<uint32_t> polls)
+    : polled_(std::move(polled)), interval_(interval), polls_(polls) {}
 
 bool LiveSource::Next(Poll *poll) {
-  if (IsLast() || !TakePoll(poll)) {
-    if (taken_ != 0 && !any_row_) Complain(fmt::format("{}: had no rows", counters_.path()));
-    return false;
+  while (!IsLast() && WaitForTurn()) {
+    if (!TakePoll(poll)) continue;
+    any_row_ = any_row_ || poll->rows() != 0;
+    return true;
   }
-  any_row_ = any_row_ || poll->rows() != 0;
-  return true;
+  if (taken_ != 0 && !any_row_) Complain(fmt::format("{}: had no rows", polled_->name()));
+  return false;
 }
 
 bool LiveSource::Wait(std::chrono::milliseconds longest) {
@@ -86,20 +84,24 @@ std::chrono::milliseconds LiveSource::UntilNext() const {
 }
 
 // False when a signal asks to stop.
-bool LiveSource::TakePoll(Poll *poll) {
+bool LiveSource::WaitForTurn() {
   if (taken_ == 0) next_ = Clock::now();
-  if (!WaitUntil(next_)) return false;
+  return WaitUntil(next_);
+}
+
+// False for a poll that is left out.
+bool LiveSource::TakePoll(Poll *poll) {
   const Clock::time_point start = Clock::now();
   poll->time = time(nullptr);
-  counters_.Read(poll);
+  const bool is_taken = polled_->Read(poll);
   // Polls that were missed while the process stood still are not made up for: the next one is an interval away.
   if (start - next_ > kLate) next_ = start;
   next_ += interval_;
   ++taken_;
-  return true;
+  return is_taken;
 }
 
-// Likewise.
+// False when a signal asks to stop.
 bool LiveSource::WaitUntil(Clock::time_point when) {
   for (;;) {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(when - Clock::now());
@@ -107,16 +109,6 @@ bool LiveSource::WaitUntil(Clock::time_point when) {
     if (!WaitUnlessStopped(-1, static_cast<int>(wait.count()))) return false;
     if (left <= kLongestWait) return true;
   }
-}
-
-std::string LiveSource::Boot() const {
-  std::string id;
-  try {
-    ReadFile(proc_root_ + "/sys/kernel/random/boot_id", kLargestBootId, &id);
-  } catch (const Error &) {
-    return "";
-  }
-  return id;
 }
 
 std::string LiveSource::Place(const Poll &poll) const { return fmt::format("poll of {}", poll.time); }

@@ -4,13 +4,13 @@
 
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "error.h"
 #include "poll_file.h"
-#include "proc_table.h"
 #include "progress.h"
 #include "table.h"
 
@@ -62,18 +62,18 @@ class FileSource : public Source {
   FirstFailure failure_;  // met while reading ahead; thrown where the poll would have come
 };
 
-// The kernel's counters, polled at an interval until there are enough polls or a signal asks to stop.
+// A table that is polled at an interval until there are enough polls or a signal asks to stop.
 class LiveSource : public Source {
  public:
-  LiveSource(std::string_view kind, const std::string &proc_root, uint32_t interval, std::optional<uint32_t> polls);
+  LiveSource(std::unique_ptr<PolledTable> polled, uint32_t interval, std::optional<uint32_t> polls);
 
-  const Table &table() const override { return counters_.table(); }
+  const Table &table() const override { return polled_->table(); }
   bool Next(Poll *poll) override;
   bool Wait(std::chrono::milliseconds longest) override;
   bool IsLast() const override { return polls_ && taken_ == *polls_; }
   uint32_t Interval(const Poll &) const override { return static_cast<uint32_t>(interval_.count()); }
   std::string Place(const Poll &poll) const override;
-  std::string Boot() const override;
+  std::string Boot() const override { return polled_->Boot(); }
 
   // Until Next() takes a poll without waiting.
   std::chrono::milliseconds UntilNext() const;
@@ -81,14 +81,14 @@ class LiveSource : public Source {
  private:
   using Clock = std::chrono::steady_clock;
 
+  bool WaitForTurn();
   bool TakePoll(Poll *poll);
   static bool WaitUntil(Clock::time_point when);
 
-  std::string proc_root_;
-  ProcTable counters_;
+  std::unique_ptr<PolledTable> polled_;
   std::chrono::seconds interval_;
   std::optional<uint32_t> polls_;
-  uint32_t taken_ = 0;
+  uint32_t taken_ = 0;  // or left out
   Clock::time_point next_;
   bool any_row_ = false;
 };

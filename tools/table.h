@@ -1,4 +1,4 @@
-// A polled table: its columns, and the rows of one poll.
+// Polled tables: their columns, the rows of a poll, and where rows are taken when a poll is due.
 #ifndef ZORSTAT_TABLE_H_
 #define ZORSTAT_TABLE_H_
 
@@ -61,6 +61,21 @@ class Poll {
   std::string keys_;
   std::vector<std::size_t> key_starts_;
   std::vector<Value> values_;
+};
+
+// A table that is there to be polled.
+class PolledTable {
+ public:
+  virtual ~PolledTable() = default;
+  virtual const Table &table() const = 0;
+  virtual const std::string &name() const = 0;  // for messages
+
+  // Reads all rows into an emptied poll, whose time is changed if they were there before. False if this poll is to
+  // be left out, which was told.
+  virtual bool Read(Poll *poll) = 0;
+
+  // Changes whenever the counters begin anew all together; empty where that cannot be known.
+  virtual std::string Boot() const { return ""; }
 };
 
 }  // namespace zorstat

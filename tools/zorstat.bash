@@ -6,7 +6,13 @@ _zorstat() {
   _init_completion || return
 
   for ((i = 1; i < cword; i++)); do
-    case ${words[i]} in replay | live | record | suggest | query | page | top) command=${words[i]} ;; esac
+    case $command,${words[i]} in
+      live,-- | record,--) # another command with its own words
+        _command_offset $((i + 1))
+        return
+        ;;
+      ,replay | ,live | ,record | ,suggest | ,query | ,page | ,top) command=${words[i]} ;;
+    esac
   done
   help=$("$1" ${command:+"$command"} --help 2>/dev/null)
 
@@ -30,7 +36,10 @@ _zorstat() {
     ,*) candidates='replay live record suggest query page top' ;;
     replay,* | suggest,*) _filedir csv ;;
     query,* | page,*) _filedir ;;
-    *) candidates='net disk cpu' ;;
+    *)
+      candidates='net disk cpu mem vm pressure proc sock snmp'
+      [[ $command == top ]] || candidates+=' exec'
+      ;;
   esac
   [[ -z $candidates ]] || mapfile -t COMPREPLY < <(compgen -W "$candidates" -- "$cur")
 } &&

@@ -1,9 +1,10 @@
 /* Preloaded into the program: its memory runs out, and its time passes at once.
  *
  * FAIL=n fails the n-th allocation after the libraries are set up, FAIL=n+ all from there on. HASTE=file lets waits
- * end at once, the first of them late by STALL seconds, and removes the file; the clocks then tell what was waited.
- * The time begins at CLOCK, and is set back by BACK seconds at each reading. With WORLD=out,in each wait tells what
- * has been waited to the one file descriptor, and goes on when the other has said so. */
+ * for nothing but time end at once, the first of them late by STALL seconds, and removes the file; the clocks then
+ * tell what was waited. The time begins at CLOCK, and is set back by BACK seconds at each reading. With
+ * WORLD=out,in each wait tells what has been waited to the one file descriptor, and goes on when the other has said
+ * so. */
 #define _GNU_SOURCE
 #include <errno.h>
 #include <poll.h>
@@ -64,8 +65,10 @@ static void AskWorld(void) {
   }
 }
 
+/* The C library declares that poll reads nothing of the files. */
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 int poll(struct pollfd *files, nfds_t count, int milliseconds) {
-  const int is_wait = haste && milliseconds > 0;
+  const int is_wait = haste && milliseconds > 0 && files[count - 1].fd < 0;
   if (is_wait) {
     unlink(haste);
     waited += milliseconds + 1000 * stall;

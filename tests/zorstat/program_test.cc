@@ -180,8 +180,8 @@ constexpr Case kRuns[] = {
      "zorstat: bare/stat: had no rows\n"
      "zorstat: the clock was set back: times went on without it in 1 polls\n"},
     {"bash completes what --help lists", "bash complete.bash $Z",
-     "replay live record suggest query page top\nnet disk cpu\nsummary,percentile\n--count --clear "
-     "--config\n--count\n\nf.csv\n",
+     "replay live record suggest query page top\nnet disk cpu mem vm pressure proc sock snmp exec\n"
+     "summary,percentile\n--cumulative --count --clear --config\n--count\n\nf.csv\nreplay\n",
      ""},
 };
 
@@ -231,7 +231,8 @@ complete_words() {
 }
 complete_words "$1" ''; complete_words "$1" live ''; complete_words "$1" live --statistics summary,p
 complete_words "$1" live net --c; complete_words "$1" record net --c; complete_words "$1" replay --clear ''
-complete_words "$1" replay --report f.)");
+complete_words "$1" replay --report f.
+complete_words "$1" live exec -- "$1" rep)");
   for (const Case &run : kRuns) Check(run);
 }
 

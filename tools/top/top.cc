@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <chrono>
 #include <ctime>
+#include <memory>
 #include <optional>
 #include <utility>
 #include <vector>
 
 #include "collector.h"
+#include "proc_table.h"
 #include "readings.h"
 #include "source.h"
 #include "top/model.h"
@@ -88,7 +90,7 @@ void Top(const std::string &source_name, const Settings &given) {
   Settings settings = given;
   AddShown(&settings);
   const std::uint32_t interval = settings.interval ? settings.interval->value : kDefaultInterval;
-  LiveSource source(source_name, settings.proc, interval, std::nullopt);
+  LiveSource source(std::make_unique<ProcTable>(source_name, settings.proc), interval, std::nullopt);
   const std::vector<ObjectPlan> plans = PlanObjects(settings, source.table());
   if (!settings.clear) settings.clear = {Interval::polls(kDefaultClear), "default of --clear"};
   if (!settings.expire) settings.expire = {kDefaultExpire, "default of --expire"};
