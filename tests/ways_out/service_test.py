@@ -86,7 +86,8 @@ for value in 7, 8, 9:
             ready = service.expect("READY=1")
             assert any(line.startswith("STATUS=") for line in ready), ready
         service.process.send_signal(signal.SIGUSR1)
-        wait_until(lambda path=path, value=value: os.path.exists(path) and f",{value}," in text(path).replace(" ", ""))
+        written = re.compile(rf"sda, ?1, ?{value},")
+        wait_until(lambda path=path, written=written: os.path.exists(path) and written.search(text(path)))
     if value != 9:
         subprocess.run([LOGROTATE, "--force", "--state", "state", "rotate.conf"], check=True)
         reload = create.expect("RELOADING=1")
@@ -132,6 +133,6 @@ assert os.waitpid(pid, 0)[1] == 0
 
 # A replay with the settings of a run leaves the run's output alone.
 before = text("create.txt")
-replayed = subprocess.run([ZORSTAT, "replay", "polls.csv.1", "--config", "create.toml", "--dg", "again"], check=True,
-                          capture_output=True, text=True).stdout
+replay = [ZORSTAT, "replay", "polls.csv.1", "--config", "create.toml", "--dg", "again"]
+replayed = subprocess.run(replay, check=True, capture_output=True, text=True).stdout
 assert "again-summary: " in replayed and text("create.txt") == before
