@@ -26,48 +26,64 @@ namespace {
 
 constexpr size_t kBatch = size_t{256} * 1024;
 
-void WriteOut(std::string *lines, Output *output) {
-  output->Write(*lines);
-  lines->clear();
-}
-
 // One run: polls go through the collector to the exporters, and to the record lines unless another format takes
-// their place.
+// their place, and lines to the output: those of a live run at once.
 class Counting {
  public:
-  Counting(const Run &run, const Settings &settings, const Exporters &exporters)
-      : collector_(run, settings, !exporters.empty()),
+  // Exporters append to the lines, too.
+  Counting(const Run &run, const Settings &settings, const Exporters &exporters, std::string *lines,
+           const std::string &output)
+      : run_(run),
+        collector_(run, settings, !exporters.empty()),
         exporters_(exporters),
-        writes_records_(FormatOf(settings) == Format::kRecords) {
-    for (const auto &exporter : exporters_) exporter->Begin(run);
+        writes_records_(FormatOf(settings) == Format::kRecords),
+        lines_(*lines),
+        header_(Begin()),
+        file_(output, header_, settings.append) {
+    if (run.is_live && !header_.empty()) WriteOut();
   }
 
   const Collector &collector() const { return collector_; }
+  Output &file() { return file_; }
 
   void AddRows(const Poll &poll, const std::string &place) { collector_.AddRows(poll, place); }
-  void EndPoll(std::int64_t time, std::string *records) {
-    collector_.EndPoll(Wanted(records));
+  void EndPoll(std::int64_t time) {
+    collector_.EndPoll(Records());
     TellInterval();
     for (const auto &exporter : exporters_) exporter->EndPoll(time, [&] { return collector_.InProgress(); });
+    if (lines_.size() >= (run_.is_live ? 1 : kBatch)) WriteOut();
   }
-  void EndInterval(std::string *records) {
-    collector_.Clear(Wanted(records));
+  void EndInterval() {
+    collector_.Clear(Records());
     TellInterval();
+    if (!lines_.empty()) WriteOut();
   }
-  void RepeatHeaders() { collector_.RepeatHeaders(); }
-  void Finish(std::string *records) {
+  void Finish() {
     FirstFailure failure;
-    failure.Try([&] { collector_.Finish(Wanted(records)); });
+    failure.Try([&] { collector_.Finish(Records()); });
     failure.Try([&] { TellInterval(); });
     for (const auto &exporter : exporters_) failure.Try([&] { exporter->Finish(); });
     failure.Rethrow();
   }
+  void WriteOut() {
+    file_.Write(lines_);
+    lines_.clear();
+    if (run_.is_live) file_.Publish();
+  }
 
  private:
-  // Records are rendered whatever is written, as notes tell of them.
-  std::string *Wanted(std::string *records) {
+  // With its lines, if there are any, each file begins.
+  std::string Begin() {
+    for (const auto &exporter : exporters_) exporter->Begin(run_);
+    return std::exchange(lines_, {});
+  }
+
+  // Records are rendered whatever is written, as notes tell of them. Their headers come at the start, and again
+  // where the file is another one or somebody has emptied it.
+  std::string *Records() {
+    if (lines_.empty() && file_.IsEmpty()) collector_.RepeatHeaders();
     unwanted_.clear();
-    return writes_records_ ? records : &unwanted_;
+    return writes_records_ ? &lines_ : &unwanted_;
   }
 
   void TellInterval() {
@@ -76,9 +92,13 @@ class Counting {
     for (const auto &exporter : exporters_) exporter->EndInterval(*interval);
   }
 
+  const Run &run_;
   Collector collector_;
   const Exporters &exporters_;
   bool writes_records_;
+  std::string &lines_;
+  std::string header_;
+  Output file_;
   std::string unwanted_;
 };
 
@@ -166,48 +186,25 @@ void Count(Source *source, const Settings &settings, const std::string &default_
   if (!source->Next(&poll)) return;
   const Run run = {dg, settings.interval ? settings.interval->value : source->Interval(poll), source->table(),
                    plans, record_time == RecordTime::kNow};
-  Counting counting(run, settings, exporters);
-  const bool is_live = record_time == RecordTime::kNow;
-  const bool has_header = !lines.empty();  // of the exporters
-  Output file(output, std::exchange(lines, {}), settings.append);
+  Counting counting(run, settings, exporters, &lines, output);
+  Output &file = counting.file();
   AttendedPolls polls(source, &file);
-  const auto publish = [&] {
-    WriteOut(&lines, &file);
-    file.Publish();
-  };
-  // At the start, and where the file is another one or was emptied.
-  const auto begin_lines = [&] {
-    if (lines.empty() && file.IsEmpty()) counting.RepeatHeaders();
-  };
-  const auto end_interval = [&] {
-    begin_lines();
-    counting.EndInterval(&lines);
-    if (!lines.empty()) publish();
-  };
-  if (is_live && has_header) publish();
   std::optional<std::string> report;
   FirstFailure failure;
   failure.Try([&] {
     do {
-      if (!is_live) SetRecordTime(poll.time);
+      if (!run.is_live) SetRecordTime(poll.time);
       counting.AddRows(poll, source->Place(poll));
       // The last poll may end with a clear, after which there would be nothing to report.
       if (settings.report && source->IsLast()) report = counting.collector().Report();
-      begin_lines();
-      counting.EndPoll(poll.time, &lines);
-      if (is_live && !lines.empty()) {
-        publish();
-      } else if (lines.size() >= kBatch) {
-        WriteOut(&lines, &file);
-      }
-    } while (is_live ? polls.Next(&poll, end_interval) : source->Next(&poll));
+      counting.EndPoll(poll.time);
+    } while (run.is_live ? polls.Next(&poll, [&] { counting.EndInterval(); }) : source->Next(&poll));
   });
   failure.Try([&] {
     if (settings.report && !report) report = counting.collector().Report();
   });
-  begin_lines();
-  failure.Try([&] { counting.Finish(&lines); });
-  WriteOut(&lines, &file);
+  failure.Try([&] { counting.Finish(); });
+  counting.WriteOut();
   if (output == "-") file.Write(report.value_or(""));
   file.Close();
   if (output != "-" && report) {
@@ -234,7 +231,8 @@ void Record(Source *source, const std::string &output, bool append) {
   do {
     poll.time = time.Of(poll.time);
     AppendPollLines(source->table(), poll, &lines);
-    WriteOut(&lines, &file);
+    file.Write(lines);
+    lines.clear();
     file.Publish();
   } while (polls.Next(&poll, [] {}));
   file.Close();
