@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <functional>
+#include <nlohmann/json.hpp>
 #include <set>
 #include <string_view>
 #include <utility>
@@ -226,6 +227,55 @@ void Collector::Finish(std::string *records) {
   if (keep_readings_ && rest_) KeepReadings();
   FindMissing();
   failure.Rethrow();
+}
+
+void Collector::Pause() {
+  for (Object &object : objects_) object.learning = object.group.still_learning();
+  FindMissing();
+}
+
+nlohmann::json Collector::Save() const {
+  nlohmann::json objects = nlohmann::json::array();
+  for (const Object &object : objects_) {
+    const std::string group = Take(object.group.save(), "state", object.name);
+    objects.push_back({{"group", nlohmann::json::binary({group.begin(), group.end()})},
+                       {"has_value", object.has_value},
+                       {"refused", object.refused},
+                       {"percentiles", object.percentiles},
+                       {"unknown", object.unknown},
+                       {"outside", object.outside}});
+  }
+  return {{"objects", std::move(objects)},
+          {"missing", missing_instances_},
+          {"headers_wanted", headers_wanted_},
+          {"headers", headers_written_},
+          {"time", last_time_},
+          {"polls", polls_since_clear_},
+          {"rest", rest_},
+          {"any_row", any_row_}};
+}
+
+bool Collector::Load(const nlohmann::json &state, zp::Counters counters) {
+  const nlohmann::json &objects = state.at("objects");
+  if (objects.size() != objects_.size()) return false;
+  for (std::size_t i = 0; i < objects_.size(); ++i) {
+    Object &object = objects_[i];
+    const auto &group = objects[i].at("group").get_binary();
+    if (!object.group.load({reinterpret_cast<const char *>(group.data()), group.size()}, counters)) return false;
+    objects[i].at("has_value").get_to(object.has_value);
+    objects[i].at("refused").get_to(object.refused);
+    objects[i].at("percentiles").get_to(object.percentiles);
+    objects[i].at("unknown").get_to(object.unknown);
+    objects[i].at("outside").get_to(object.outside);
+  }
+  state.at("missing").get_to(missing_instances_);
+  state.at("headers_wanted").get_to(headers_wanted_);
+  state.at("headers").get_to(headers_written_);
+  state.at("time").get_to(last_time_);
+  state.at("polls").get_to(polls_since_clear_);
+  state.at("rest").get_to(rest_);
+  state.at("any_row").get_to(any_row_);
+  return true;
 }
 
 void Collector::FinishObject(Object &object, std::string *records) const {

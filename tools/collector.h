@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <map>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <set>
 #include <string>
@@ -38,6 +39,22 @@ class Collector {
   // Appends the records of what the last clear, or a poll that failed, has left; called once, at the end.
   void Finish(std::string *records);
 
+  // What is known behind a poll, so that a run of the same settings can go on from there.
+  nlohmann::json Save() const;
+
+  // Goes on from there, before the first poll; counters may have been reset meanwhile. False, with nothing changed,
+  // when this is no such state.
+  bool Load(const nlohmann::json &state, zor::process::Counters counters);
+
+  // When the next run goes on: takes note of what is to be said at the end.
+  void Pause();
+
+  // Whether the last poll has ended an interval.
+  bool is_cleared() const { return polls_since_clear_ == 0; }
+
+  // The time of the last poll, 0 before it.
+  std::int64_t last_time() const { return last_time_; }
+
   // The readings of the interval that has ended since the last call, if they are kept.
   std::optional<IntervalReadings> TakeInterval();
 
@@ -64,10 +81,10 @@ class Collector {
     bool has_value = false;         // or all cells of its column were empty
     std::uint64_t refused = 0;      // values, up to its last records
     std::uint64_t percentiles = 0;  // records of them with samples; unknown ones have nine zeros for other values
-    std::map<std::string_view, std::uint64_t> unknown = {};  // by reason
-    std::size_t learning = 0;                                // instances, at the end
-    std::vector<Reading> ended = {};                         // of a baseline, at the end
-    std::map<std::string, std::uint64_t> outside = {};       // of baselines, up to the end of the last interval
+    std::map<std::string, std::uint64_t> unknown = {};  // by reason
+    std::size_t learning = 0;                           // instances, at the end
+    std::vector<Reading> ended = {};                    // of a baseline, at the end
+    std::map<std::string, std::uint64_t> outside = {};  // of baselines, up to the end of the last interval
   };
 
   Object MakeObject(const ObjectPlan &plan) const;

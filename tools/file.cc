@@ -284,10 +284,30 @@ void Output::TakeRights() const {
 void Output::Publish() {
   if (beside_.empty()) return;
   TakeRights();
-  // Some file systems find out only now that there is no space; what takes the old file's place is to be there.
-  if (WhenReady(WaitForOutput, fd_, [&] { return fsync(fd_); }) != 0 && errno != EINVAL) Fail("write");
+  Sync();  // what takes the old file's place is to be there
   if (rename(beside_.c_str(), target_.c_str()) != 0) Fail("rename what was written beside it");
   beside_.clear();
+}
+
+std::optional<FileMark> Output::Mark() const {
+  struct stat status;
+  if (!is_file_ || fstat(fd_, &status) != 0) return std::nullopt;
+  Sync();
+  return FileMark{status.st_dev, status.st_ino, static_cast<std::uint64_t>(status.st_size)};
+}
+
+std::uint64_t Output::CutBack(const FileMark &mark) const {
+  struct stat status;
+  if (!is_file_ || fstat(fd_, &status) != 0) return 0;
+  const auto size = static_cast<std::uint64_t>(status.st_size);
+  if (status.st_dev != mark.device || status.st_ino != mark.inode || size <= mark.size) return 0;
+  if (ftruncate(fd_, static_cast<off_t>(mark.size)) != 0) Fail("cut");
+  return size - mark.size;
+}
+
+// Some file systems find out only now that there is no space.
+void Output::Sync() const {
+  if (WhenReady(WaitForOutput, fd_, [&] { return fsync(fd_); }) != 0 && errno != EINVAL) Fail("write");
 }
 
 void Output::Close() {

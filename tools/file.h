@@ -6,6 +6,8 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -20,6 +22,12 @@ void ReadFile(const std::string &path, size_t limit, std::string *text);
 // Whether the path is that of the open regular file.
 bool IsSameFile(const std::string &path, int fd);
 
+// A place in a regular file: behind so many of its bytes.
+struct FileMark {
+  std::uint64_t device;
+  std::uint64_t inode;
+  std::uint64_t size;
+};
 // Whether an output of this name is a file, or will be: neither standard output nor a pipe or device.
 bool IsFileOutput(const std::string &path);
 
@@ -43,6 +51,12 @@ class Output {
   // Writes the lines, all or, as far as the file allows to take them back, none.
   void Write(std::string_view lines);
   void Publish();
+  // The end of what is written, which is there even if the machine stops now. Nothing where it is no file of ours.
+  std::optional<FileMark> Mark() const;
+  // Cuts what is behind the mark, if it is one of this file; returns how many bytes that was.
+  std::uint64_t CutBack(const FileMark &mark) const;
+  const std::string &name() const { return name_; }
+
   // Opens the path again and appends to it from now on, whoever may have renamed, removed or emptied the file. One
   // that is not published stays as it is, and so does the old one when this throws.
   void Reopen();
@@ -56,6 +70,7 @@ class Output {
  private:
   Output() = default;
   [[noreturn]] void Fail(const char *action) const;
+  void Sync() const;
   void OpenAnew();
   void OpenDirectly();
   void OpenToAppend();

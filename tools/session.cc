@@ -6,6 +6,8 @@
 #include <chrono>
 #include <csignal>
 #include <cstdint>
+#include <limits>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <utility>
@@ -18,6 +20,7 @@
 #include "file.h"
 #include "notify.h"
 #include "poll_file.h"
+#include "state.h"
 #include "stop.h"
 #include "text.h"
 
@@ -26,79 +29,76 @@ namespace {
 
 constexpr size_t kBatch = size_t{256} * 1024;
 
+void WriteOut(std::string *lines, Output *output) {
+  output->Write(*lines);
+  lines->clear();
+}
+
 // One run: polls go through the collector to the exporters, and to the record lines unless another format takes
-// their place, and lines to the output: those of a live run at once.
+// their place.
 class Counting {
  public:
-  // Exporters append to the lines, too.
-  Counting(const Run &run, const Settings &settings, const Exporters &exporters, std::string *lines,
-           const std::string &output)
+  Counting(const Run &run, const Settings &settings, const Exporters &exporters)
       : run_(run),
-        collector_(run, settings, !exporters.empty()),
+        settings_(settings),
         exporters_(exporters),
-        writes_records_(FormatOf(settings) == Format::kRecords),
-        lines_(*lines),
-        header_(Begin()),
-        file_(output, header_, settings.append) {
-    if (run.is_live && !header_.empty()) WriteOut();
+        writes_records_(FormatOf(settings) == Format::kRecords) {
+    BeginCollecting();
+    for (const auto &exporter : exporters_) exporter->Begin(run);
   }
 
-  const Collector &collector() const { return collector_; }
-  Output &file() { return file_; }
+  const Collector &collector() const { return *collector_; }
 
-  void AddRows(const Poll &poll, const std::string &place) { collector_.AddRows(poll, place); }
-  void EndPoll(std::int64_t time) {
-    collector_.EndPoll(Records());
-    TellInterval();
-    for (const auto &exporter : exporters_) exporter->EndPoll(time, [&] { return collector_.InProgress(); });
-    if (lines_.size() >= (run_.is_live ? 1 : kBatch)) WriteOut();
+  // Goes on from where a run was when its state was saved; false when it cannot.
+  bool Resume(const nlohmann::json &state, zor::process::Counters counters) {
+    try {
+      if (collector_->Load(state, counters)) return true;
+    } catch (const nlohmann::json::exception &) {  // it has other parts
+    }
+    BeginCollecting();
+    return false;
   }
-  void EndInterval() {
-    collector_.Clear(Records());
+
+  void AddRows(const Poll &poll, const std::string &place) { collector_->AddRows(poll, place); }
+  void EndPoll(std::int64_t time, std::string *records) {
+    collector_->EndPoll(Wanted(records));
     TellInterval();
-    if (!lines_.empty()) WriteOut();
+    for (const auto &exporter : exporters_) exporter->EndPoll(time, [&] { return collector_->InProgress(); });
   }
-  void Finish() {
+  void EndInterval(std::string *records) {
+    collector_->Clear(Wanted(records));
+    TellInterval();
+  }
+  void RepeatHeaders() { collector_->RepeatHeaders(); }
+  // The interval in progress ends, too, unless the next run goes on with it.
+  void Finish(std::string *records, bool goes_on) {
     FirstFailure failure;
-    failure.Try([&] { collector_.Finish(Records()); });
+    failure.Try([&] { goes_on ? collector_->Pause() : collector_->Finish(Wanted(records)); });
     failure.Try([&] { TellInterval(); });
     for (const auto &exporter : exporters_) failure.Try([&] { exporter->Finish(); });
     failure.Rethrow();
   }
-  void WriteOut() {
-    file_.Write(lines_);
-    lines_.clear();
-    if (run_.is_live) file_.Publish();
-  }
 
  private:
-  // With its lines, if there are any, each file begins.
-  std::string Begin() {
-    for (const auto &exporter : exporters_) exporter->Begin(run_);
-    return std::exchange(lines_, {});
+  // Records are rendered whatever is written, as notes tell of them.
+  std::string *Wanted(std::string *records) {
+    unwanted_.clear();
+    return writes_records_ ? records : &unwanted_;
   }
 
-  // Records are rendered whatever is written, as notes tell of them. Their headers come at the start, and again
-  // where the file is another one or somebody has emptied it.
-  std::string *Records() {
-    if (lines_.empty() && file_.IsEmpty()) collector_.RepeatHeaders();
-    unwanted_.clear();
-    return writes_records_ ? &lines_ : &unwanted_;
-  }
+  void BeginCollecting() { collector_.emplace(run_, settings_, !exporters_.empty()); }
 
   void TellInterval() {
-    const std::optional<IntervalReadings> interval = collector_.TakeInterval();
+    const std::optional<IntervalReadings> interval = collector_->TakeInterval();
     if (!interval) return;
     for (const auto &exporter : exporters_) exporter->EndInterval(*interval);
   }
 
   const Run &run_;
-  Collector collector_;
+  const Settings &settings_;
   const Exporters &exporters_;
+  std::optional<Collector> collector_;
   bool writes_records_;
-  std::string &lines_;
-  std::string header_;
-  Output file_;
   std::string unwanted_;
 };
 
@@ -108,15 +108,19 @@ class AttendedPolls {
  public:
   AttendedPolls(Source *source, Output *file) : source_(source), file_(file) {}
 
-  // Behind the first poll. `end_interval` does what SIGUSR1 asks for.
-  template <class EndInterval>
-  bool Next(Poll *poll, EndInterval end_interval) {
+  // Behind the first poll. `end_interval` does what SIGUSR1 asks for, `reopened` is told that another file may be
+  // written from now on.
+  template <class EndInterval, class Reopened>
+  bool Next(Poll *poll, EndInterval end_interval, Reopened reopened) {
     Notify(fmt::format("{}WATCHDOG=1\nSTATUS={} polls", polls_ == 0 ? "READY=1\n" : "", polls_ + 1));
     ++polls_;
     while (!source_->Wait(watchdog_)) {
       Notify("WATCHDOG=1");
       if (TakeRequest(SIGUSR1)) end_interval();
-      if (TakeRequest(SIGHUP)) Reopen();
+      if (TakeRequest(SIGHUP)) {
+        Reopen();
+        reopened();
+      }
     }
     const bool has_next = source_->Next(poll);
     if (!has_next) Notify("STOPPING=1");
@@ -174,6 +178,30 @@ class RisingTime {
   uint64_t went_on_ = 0;
 };
 
+nlohmann::json ToJson(const std::optional<FileMark> &mark) {
+  if (!mark) return nullptr;
+  return {{"device", mark->device}, {"inode", mark->inode}, {"size", mark->size}};
+}
+
+// What the last run wrote behind its state is counted once more.
+void CutBack(const nlohmann::json &mark, Output *file) {
+  if (mark.is_null()) return;
+  const std::uint64_t cut = file->CutBack({mark.at("device"), mark.at("inode"), mark.at("size")});
+  if (cut != 0) Complain(fmt::format("{}: {} bytes cut: they were written behind the state", file->name(), cut));
+}
+
+// False where there is nothing to go on from.
+bool GoOn(const StateFile &state, Counting *counting, Output *file) {
+  const std::optional<nlohmann::json> saved = state.Read();
+  if (!saved) return false;
+  if (!counting->Resume(saved->value("collector", nlohmann::json()), state.CountersSince(*saved))) {
+    state.Refuse("the data of a run");
+    return false;
+  }
+  CutBack(saved->value("output", nlohmann::json()), file);
+  return true;
+}
+
 }  // namespace
 
 void Count(Source *source, const Settings &settings, const std::string &default_dg, const std::string &output,
@@ -186,25 +214,66 @@ void Count(Source *source, const Settings &settings, const std::string &default_
   if (!source->Next(&poll)) return;
   const Run run = {dg, settings.interval ? settings.interval->value : source->Interval(poll), source->table(),
                    plans, record_time == RecordTime::kNow};
-  Counting counting(run, settings, exporters, &lines, output);
-  Output &file = counting.file();
+  Counting counting(run, settings, exporters);
+  const bool is_live = record_time == RecordTime::kNow;
+  const bool has_header = !lines.empty();  // of the exporters
+  const bool has_state = !settings.state.empty();
+  Output file(output, std::exchange(lines, {}), settings.append || (has_state && IsFileOutput(output)));
+  std::optional<StateFile> state;
+  std::int64_t counted_to = std::numeric_limits<std::int64_t>::min();  // the time of a poll
+  if (has_state) {
+    state.emplace(settings.state, run, settings, source->Boot());
+    if (GoOn(*state, &counting, &file) && !is_live) counted_to = counting.collector().last_time();
+  }
   AttendedPolls polls(source, &file);
+  // The state comes after the lines that it tells of.
+  const auto publish = [&] {
+    WriteOut(&lines, &file);
+    file.Publish();
+    if (state) state->Write({{"collector", counting.collector().Save()}, {"output", ToJson(file.Mark())}});
+  };
+  // At the start, and where the file is another one or was emptied.
+  const auto begin_lines = [&] {
+    if (lines.empty() && file.IsEmpty()) counting.RepeatHeaders();
+  };
+  const auto end_interval = [&] {
+    begin_lines();
+    counting.EndInterval(&lines);
+    if (!lines.empty() || state) publish();
+  };
+  const auto keep_state = [&] {
+    if (state) publish();
+  };
+  std::uint64_t passed_over = 0;
   std::optional<std::string> report;
   FirstFailure failure;
   failure.Try([&] {
+    if ((is_live && has_header) || state) publish();  // that it can be written is to be known now
     do {
-      if (!run.is_live) SetRecordTime(poll.time);
+      if (poll.time <= counted_to) {
+        ++passed_over;
+        continue;
+      }
+      if (!is_live) SetRecordTime(poll.time);
       counting.AddRows(poll, source->Place(poll));
       // The last poll may end with a clear, after which there would be nothing to report.
       if (settings.report && source->IsLast()) report = counting.collector().Report();
-      counting.EndPoll(poll.time);
-    } while (run.is_live ? polls.Next(&poll, [&] { counting.EndInterval(); }) : source->Next(&poll));
+      begin_lines();
+      counting.EndPoll(poll.time, &lines);
+      if (is_live && (!lines.empty() || (state && counting.collector().is_cleared()))) {
+        publish();
+      } else if (lines.size() >= kBatch) {
+        WriteOut(&lines, &file);
+      }
+    } while (is_live ? polls.Next(&poll, end_interval, keep_state) : source->Next(&poll));
   });
   failure.Try([&] {
     if (settings.report && !report) report = counting.collector().Report();
   });
-  failure.Try([&] { counting.Finish(); });
-  counting.WriteOut();
+  begin_lines();
+  failure.Try([&] { counting.Finish(&lines, has_state); });
+  failure.Try(keep_state);
+  WriteOut(&lines, &file);
   if (output == "-") file.Write(report.value_or(""));
   file.Close();
   if (output != "-" && report) {
@@ -213,6 +282,8 @@ void Count(Source *source, const Settings &settings, const std::string &default_
     console.Close();
   }
   failure.Try([&] {
+    if (passed_over != 0)
+      Complain(fmt::format("polls passed over, as the state has counted them: {}", passed_over));
     for (const std::string &note : counting.collector().Notes()) Complain(note);
   });
   failure.Rethrow();
@@ -231,10 +302,10 @@ void Record(Source *source, const std::string &output, bool append) {
   do {
     poll.time = time.Of(poll.time);
     AppendPollLines(source->table(), poll, &lines);
-    file.Write(lines);
-    lines.clear();
+    WriteOut(&lines, &file);
     file.Publish();
-  } while (polls.Next(&poll, [] {}));
+  } while (polls.Next(
+      &poll, [] {}, [] {}));
   file.Close();
   if (time.went_on() != 0) {
     Complain(fmt::format("the clock was set back: times went on without it in {} polls", time.went_on()));

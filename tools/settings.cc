@@ -402,6 +402,10 @@ constexpr SettingRow kSettings[] = {
      kRecord, 'o'},
     {"output", "FILE", "settings file (default: standard output)", kText, SetPlain<&Settings::output, ReadText>,
      kSuggest, 'o'},
+    {"state", "FILE",
+     "keep there what is known at the end, live at each clear,\n"
+     "too, and go on from it; --output is then appended to",
+     kText, SetPlain<&Settings::state, ReadText>, kForAll},
     {"html", "FILE", "write a page for a browser: at the end of a replay, live\nat the end of each interval", kText,
      SetPlain<&Settings::html, ReadText>, kCounting | kRun},
 };

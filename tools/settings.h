@@ -72,6 +72,7 @@ struct Settings {
   OptionalSetting<Format> format;
   OptionalSetting<std::string> host;
   std::string sqlite;
+  std::string state;
   std::vector<Settings> tables;  // if there are any, these are the objects
 
   Setting<std::string> name;  // of the one object

@@ -35,6 +35,9 @@ class Source {
 
   // For messages: where the poll came from.
   virtual std::string Place(const Poll &poll) const = 0;
+
+  // Changes whenever the counters begin anew all together; empty where that cannot be known.
+  virtual std::string Boot() const { return ""; }
 };
 
 // A poll file, read one poll ahead.
@@ -70,6 +73,7 @@ class LiveSource : public Source {
   bool IsLast() const override { return polls_ && taken_ == *polls_; }
   uint32_t Interval(const Poll &) const override { return static_cast<uint32_t>(interval_.count()); }
   std::string Place(const Poll &poll) const override;
+  std::string Boot() const override;
 
   // Until Next() takes a poll without waiting.
   std::chrono::milliseconds UntilNext() const;
@@ -80,6 +84,7 @@ class LiveSource : public Source {
   bool TakePoll(Poll *poll);
   static bool WaitUntil(Clock::time_point when);
 
+  std::string proc_root_;
   ProcTable counters_;
   std::chrono::seconds interval_;
   std::optional<uint32_t> polls_;
