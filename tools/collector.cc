@@ -49,11 +49,6 @@ std::string_view FieldOf(std::string_view line, int commas) {
   return line.substr(1, line.find(',') - 1);
 }
 
-// Samples of a baseline beyond its range.
-std::uint64_t Outside(const Reading &reading) {
-  return reading.distribution ? reading.distribution->below + reading.distribution->above : 0;
-}
-
 // The instances that have counted nothing but zeros.
 std::set<std::string, std::less<>> IdleInstances(const zp::Group &group) {
   std::set<std::string, std::less<>> idle;
@@ -163,18 +158,23 @@ void Collector::BeginInterval() {
 
 void Collector::KeepReadings() {
   std::vector<std::vector<Reading>> ended;
-  std::vector<std::map<std::string, std::uint64_t>> outside;
+  std::vector<std::map<std::string, Judged>> judged;
   for (Object &object : objects_) {
     std::vector<Reading> taken = object.group.take_readings();
     ended.push_back(taken.empty() ? std::exchange(object.ended, {}) : std::move(taken));
-    outside.emplace_back();
+    judged.emplace_back();
     for (const Reading &reading : ended.back()) {
-      if (reading.baseline) outside.back()[reading.name] = Outside(reading);
+      if (reading.baseline) judged.back()[reading.name] = JudgedIn(reading);
     }
   }
   auto next = ended.begin();
   interval_ = {last_time_, polls_since_clear_, Join([&](const Object &) { return std::move(*next++); })};
-  for (std::size_t i = 0; i < objects_.size(); ++i) objects_[i].outside = std::move(outside[i]);
+  for (std::size_t i = 0; i < objects_.size(); ++i) objects_[i].judged = std::move(judged[i]);
+}
+
+Collector::Judged Collector::JudgedIn(const Reading &baseline) {
+  if (!baseline.distribution) return {};
+  return {SamplesOf(*baseline.distribution), SamplesOutside(*baseline.distribution)};
 }
 
 // A baseline stands behind the other statistics of its column.
@@ -195,8 +195,13 @@ std::vector<ObjectReadings> Collector::Join(Read read) const {
     for (Reading &reading : readings) {
       const auto found = known.find(reading.name);
       InstanceReadings &instance = found == known.end() ? instances.emplace_back() : *found->second;
-      const auto before = object.outside.find(reading.name);
-      instance.outside = Outside(reading) - (before == object.outside.end() ? 0 : before->second);
+      const Judged now = JudgedIn(reading);
+      const auto found_before = object.judged.find(reading.name);
+      Judged before = found_before == object.judged.end() ? Judged() : found_before->second;
+      // The counts begin anew when one of them is full.
+      if (now.samples < before.samples || now.outside < before.outside) before = {};
+      instance.outside = now.outside - before.outside;
+      instance.judged = now.samples - before.samples;
       instance.baseline = std::move(reading);
     }
   }
@@ -238,12 +243,14 @@ nlohmann::json Collector::Save() const {
   nlohmann::json objects = nlohmann::json::array();
   for (const Object &object : objects_) {
     const std::string group = Take(object.group.save(), "state", object.name);
+    nlohmann::json judged;
+    for (const auto &[name, of] : object.judged) judged[name] = {of.samples, of.outside};
     objects.push_back({{"group", nlohmann::json::binary({group.begin(), group.end()})},
                        {"has_value", object.has_value},
                        {"refused", object.refused},
                        {"percentiles", object.percentiles},
                        {"unknown", object.unknown},
-                       {"outside", object.outside}});
+                       {"judged", std::move(judged)}});
   }
   return {{"objects", std::move(objects)},
           {"missing", missing_instances_},
@@ -266,7 +273,7 @@ bool Collector::Load(const nlohmann::json &state, zp::Counters counters) {
     objects[i].at("refused").get_to(object.refused);
     objects[i].at("percentiles").get_to(object.percentiles);
     objects[i].at("unknown").get_to(object.unknown);
-    objects[i].at("outside").get_to(object.outside);
+    for (const auto &[name, of] : objects[i].at("judged").items()) object.judged[name] = {of.at(0), of.at(1)};
   }
   state.at("missing").get_to(missing_instances_);
   state.at("headers_wanted").get_to(headers_wanted_);

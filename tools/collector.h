@@ -68,6 +68,11 @@ class Collector {
   std::vector<std::string> Notes() const;
 
  private:
+  // Samples that a learnt range was held against.
+  struct Judged {
+    std::uint64_t samples = 0, outside = 0;
+  };
+
   // An object is a group of its own, so that a clear or a baseline that fails is its own affair; beside other
   // statistics of a column a baseline is another object. For all groups to have the name that the user chose, each
   // has an engine, which lives with it.
@@ -84,7 +89,7 @@ class Collector {
     std::map<std::string, std::uint64_t> unknown = {};  // by reason
     std::size_t learning = 0;                           // instances, at the end
     std::vector<Reading> ended = {};                    // of a baseline, at the end
-    std::map<std::string, std::uint64_t> outside = {};  // of baselines, up to the end of the last interval
+    std::map<std::string, Judged> judged = {};          // of baselines, up to the end of the last interval
   };
 
   Object MakeObject(const ObjectPlan &plan) const;
@@ -94,6 +99,7 @@ class Collector {
   void KeepReadings();
   void FinishObject(Object &object, std::string *records) const;
   void TakeRecords(Object &object, std::string *records) const;
+  static Judged JudgedIn(const Reading &baseline);
   static const char *WhyUnknown(const Object &object);
   void NoteCounts(std::vector<std::string> *notes) const;
   void NoteInput(std::vector<std::string> *notes) const;

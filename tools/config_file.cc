@@ -91,7 +91,7 @@ std::string TextOf(const toml::node &node, const Form &form, const std::string &
 }
 
 NameList PartsOf(const toml::node &node, const Form &form, const std::string &where) {
-  const toml::array *array = form.separator == 0 ? nullptr : node.as_array();
+  const toml::array *array = form.is_array ? node.as_array() : nullptr;
   if (array == nullptr) return form.Parts(TextOf(node, form, where));
   NameList parts;
   for (const toml::node &element : *array) parts.push_back(TextOf(element, form, where));

@@ -7,7 +7,6 @@
 namespace zorstat {
 namespace {
 
-constexpr std::size_t kBefore = 6;
 constexpr std::size_t kFewest = 3;
 
 // The mean of the two in the middle, where there are two.
@@ -20,11 +19,17 @@ double MedianOf(std::span<const Band> intervals, double Band::*member) {
 
 }  // namespace
 
+std::optional<Band> BandOf(std::span<const double> points, std::uint64_t samples) {
+  if (points.empty()) return std::nullopt;
+  const std::size_t middle = points.size() / 2;
+  return Band{points[middle], points[middle + 1] - points[middle - 1], static_cast<double>(samples)};
+}
+
 std::optional<double> LastJump(std::span<const Band> intervals) {
   if (intervals.size() <= kFewest) return std::nullopt;
   const Band &last = intervals.back();
   auto before = intervals.first(intervals.size() - 1);
-  before = before.last(std::min(before.size(), kBefore));
+  before = before.last(std::min(before.size(), kBandsBefore));
   if (last.samples < MedianOf(before, &Band::samples) / 2) return std::nullopt;
   const double level = MedianOf(before, &Band::median);
   const double narrowest = std::max(1.0, 0.01 * std::max(std::abs(level), std::abs(last.median)));

@@ -3,6 +3,7 @@
 #define ZORSTAT_DEPARTURE_H_
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <span>
 
@@ -15,10 +16,15 @@ struct Band {
   double samples = 0;
 };
 
+// From the points of an interval, an odd number of them: from the one in the middle to both sides.
+std::optional<Band> BandOf(std::span<const double> points, std::uint64_t samples);
+
 struct Departure {
   double widths = 0;         // 0 where there are too few intervals to tell
   std::size_t interval = 0;  // the one that departs most
 };
+
+inline constexpr std::size_t kBandsBefore = 6;
 
 // The jump of the last interval of one instance, held against up to six before it, three at the least. With the
 // median M of their medians, and W of their widths:

@@ -8,6 +8,8 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace zorstat {
 
@@ -20,6 +22,16 @@ class Error : public std::runtime_error {
 class SettingsError : public Error {
  public:
   using Error::Error;
+};
+
+// Nothing went wrong, but what was counted is not as it should be: a line for each thing.
+class Verdict : public Error {
+ public:
+  explicit Verdict(std::vector<std::string> lines) : Error("not as it should be"), lines_(std::move(lines)) {}
+  const std::vector<std::string> &lines() const { return lines_; }
+
+ private:
+  std::vector<std::string> lines_;
 };
 
 // What was to be written could not be.

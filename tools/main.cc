@@ -35,6 +35,7 @@ namespace {
 
 constexpr int kFailure = 1;
 constexpr int kUsage = 2;
+constexpr int kOutside = 3;
 
 constexpr const char *kRecordsFooter =
     "Records are lines of comma-separated fields: DG-summary, DG-percentile or\n"
@@ -236,7 +237,8 @@ int Run(int argc, char **argv) {
   app.footer(
       "\nzorstat COMMAND --help tells more.\n"
       "Exit status: 0; 1 for a failure, what came before it being written (without a\n"
-      "message when nobody reads the output any more); 2 for wrong options or settings.\n"
+      "message when nobody reads the output any more); 2 for wrong options or settings;\n"
+      "3 for samples outside the ranges, see replay --fail-outside.\n"
       "\n"
       "An output file is written beside the one that has its name and takes its place with\n"
       "its first lines (live, record) or when it is complete (replay). With --append lines are\n"
@@ -347,6 +349,9 @@ int main(int argc, char **argv) {
     // A reader that went away knows it.
     if (!error.broken_pipe()) zorstat::Complain(error.what());
     return zorstat::kFailure;
+  } catch (const zorstat::Verdict &verdict) {
+    for (const std::string &line : verdict.lines()) zorstat::Complain(line);
+    return zorstat::kOutside;
   } catch (const zorstat::SettingsError &error) {
     zorstat::Complain(error.what());
     return zorstat::kUsage;

@@ -31,6 +31,7 @@ struct InstanceReadings {
   std::optional<Reading> values;    // of the interval; none where the object is a baseline alone
   std::optional<Reading> baseline;  // since it has learnt
   std::uint64_t outside = 0;        // of the interval's samples, those beyond the learnt range
+  std::uint64_t judged = 0;         // all of them since it was learnt
 
   const std::string &name() const { return values ? values->name : baseline->name; }
 };
@@ -52,12 +53,30 @@ inline bool HasSummary(const ObjectPlan &plan) {
   return (plan.statistics & (ZOR_PROCESS_FLAG_SUMMARY | ZOR_PROCESS_FLAG_PERCENTILE)) != 0;
 }
 
+inline std::uint64_t SamplesOutside(const zor::process::Distribution &distribution) {
+  return distribution.below + distribution.above;
+}
+inline std::uint64_t SamplesOf(const zor::process::Distribution &distribution) {
+  std::uint64_t samples = SamplesOutside(distribution);
+  for (const zor::process::Bucket &bucket : distribution.buckets) samples += bucket.count;
+  return samples;
+}
+
 // The samples of an interval, also where a distribution alone has counted them.
 inline std::uint64_t SamplesOf(const Reading &values, const ObjectPlan &plan) {
   if (HasSummary(plan) || !values.distribution) return values.samples;
-  std::uint64_t samples = values.distribution->below + values.distribution->above;
-  for (const zor::process::Bucket &bucket : values.distribution->buckets) samples += bucket.count;
-  return samples;
+  return SamplesOf(*values.distribution);
+}
+
+// The nine; or smallest, average and largest; or none.
+inline std::vector<double> PointsOf(const Reading &reading) {
+  if (reading.points) {
+    std::vector<double> points;
+    for (const zor::process::Decimal &point : *reading.points) points.push_back(static_cast<double>(point));
+    return points;
+  }
+  if (reading.samples == 0) return {};
+  return {static_cast<double>(reading.min), static_cast<double>(reading.average), static_cast<double>(reading.max)};
 }
 
 using ReadInProgress = std::function<std::vector<ObjectReadings>()>;

@@ -229,10 +229,18 @@ NameList ReadColumns(const Given &given) {
   return names;
 }
 
-double ReadOutside(const Given &given) {
-  const auto percent = ParseNumber<double>(given.text());
-  if (!percent || !(*percent >= 0 && *percent <= 50)) Refuse(given.where, given.text(), "a number from 0 to 50");
-  return *percent;
+template <int highest>
+double ReadAmount(const Given &given) {
+  const auto amount = ParseNumber<double>(given.text());
+  if (!amount || !(*amount >= 0 && *amount <= highest)) {
+    Refuse(given.where, given.text(), fmt::format("a number from 0 to {}", highest));
+  }
+  return *amount;
+}
+
+NameList ReadCommand(const Given &given) {
+  if (given.parts.empty() || given.parts[0].empty()) Refuse(given.where, "", "a program");
+  return given.parts;
 }
 
 Values ReadResets(const Given &given) {
@@ -310,6 +318,7 @@ constexpr Form kIntegerOrText{Form::kInteger | Form::kString, "an integer or a s
 constexpr Form kText{Form::kString, "a string"};
 constexpr Form kTruth{Form::kTruth, "true or false"};
 constexpr Form kList{Form::kString, "an array of strings", ','};
+constexpr Form kWords{Form::kString, "a string or an array of strings", '\0', true};
 constexpr Form kBounds{Form::kInteger | Form::kString, "an array of two bounds, [LOW, HIGH]", ':'};
 
 constexpr auto kReadInterval =
@@ -355,7 +364,7 @@ constexpr SettingRow kSettings[] = {
      Set<&Settings::clear, ReadClear>, kTop},
     {"outside", "PERCENT",
      "per cent of the samples that a range may leave out where\nthe rare ones cost much (default: 0.1)", kText,
-     SetPlain<&Settings::outside, ReadOutside>, kSuggest},
+     SetPlain<&Settings::outside, ReadAmount<50>>, kSuggest},
     {"objects", "LIST", "columns to count (default: all)", kList, Set<&Settings::objects, ReadColumns>,
      kCounting | kTop},
     {"instances", "LIST", "keys to count (default: all)", kList, Set<&Settings::instances, ReadNames>,
@@ -384,6 +393,18 @@ constexpr SettingRow kSettings[] = {
      Set<&Settings::host, ReadName>, kForAll},
     {"sqlite", "FILE", "keep the intervals in this database, for 'zorstat query'", kText,
      SetPlain<&Settings::sqlite, ReadText>, kCounting | kRun},
+    {"fail-outside", "PERCENT",
+     "end with status 3 if an instance has more than so many per\n"
+     "cent of its samples outside its range",
+     kText, Set<&Settings::fail_outside, ReadAmount<100>>, kReplay},
+    {"on-departure", "PROGRAM",
+     "run this program when instances depart at the end of an\n"
+     "interval, with their lines of jsonl as its input",
+     kWords, Set<&Settings::on_departure, ReadCommand>, kLive | kTopLevel},
+    {"departure", "WIDTHS",
+     "how far a median is to be from those before, in widths of\n"
+     "their band (default: 2)",
+     kIntegerOrText, SetPlain<&Settings::departure, ReadAmount<1000>>, kLive | kTopLevel},
     {"listen", "HOST:PORT",
      "serve metrics to Prometheus at http://HOST:PORT/metrics;\n"
      "quantiles are those of an interval: give --clear, too",

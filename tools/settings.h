@@ -73,7 +73,10 @@ struct Settings {
   OptionalSetting<std::string> host;
   std::string sqlite;
   std::string state;
-  std::vector<Settings> tables;  // if there are any, these are the objects
+  OptionalSetting<double> fail_outside;    // per cent of an instance's samples
+  OptionalSetting<NameList> on_departure;  // a program and its arguments
+  double departure = 2;                    // widths, from which on it is run
+  std::vector<Settings> tables;            // if there are any, these are the objects
 
   Setting<std::string> name;  // of the one object
 };
@@ -96,8 +99,9 @@ enum Place : unsigned {
 struct Form {
   enum Types : unsigned { kInteger = 1, kString = 2, kTruth = 4 };
   unsigned types;
-  const char *expected;  // in a settings file
-  char separator = 0;    // a value without one has one part
+  const char *expected;            // in a settings file
+  char separator = 0;              // a value without one has one part
+  bool is_array = separator != 0;  // may be one there
 
   NameList Parts(const std::string &text) const;
 };

@@ -21,7 +21,7 @@ _zorstat() {
     --resets,*) candidates='detect ignore' ;;
     --format,*) candidates='records table csv jsonl' ;;
     --config,*) _filedir toml ;;
-    -o,* | -*,*"$prev FILE"*) _filedir ;;
+    -o,* | -*,*"$prev FILE"* | -*,*"$prev PROGRAM"*) _filedir ;;
     -*,*"$prev DIR"*) _filedir -d ;;
     -*,*"$prev "[A-Z]*) return ;; # a value of its own
   esac

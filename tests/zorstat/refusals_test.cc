@@ -70,6 +70,8 @@ TEST_F(RefusalsTest, TellsFailuresFromWrongUse) {
       {"live", "SOURCE is required, here or in the settings file (see --help)\n", 2},
       {"live disks", "source: 'disks': expected net, disk or cpu\n", 2},
       {"record cpu --count 0", "--count: '0': expected a whole number from 1 to 4294967295\n", 2},
+      {"live cpu --count 1 --on-departure cat", "--on-departure: intervals have no end: expected a clear\n", 2},
+      {"live cpu --count 1 --clear 1 --on-departure ./f.csv", "--on-departure: './f.csv': expected a program\n", 2},
       {"", "a subcommand is required (see --help)\n", 2},
   };
   for (const Bad &bad : bad_arguments) ExpectRefused(bad.given, bad.status_or_records, bad.error);
@@ -132,6 +134,7 @@ TEST_F(RefusalsTest, NamesLineAndKeyOfASettingsFile) {
       {"[objects.u32]\nstatistics = 'baseline'\nrange = [1, 2]", "3: objects.u32.range: '1:2': expected no range"},
       {"cumulative = ['u32', 'x']", "1: cumulative: 'x': expected a column"},
       {"statistics = 'baseline'\nrange = [1, 2]", "2: range: '1:2': expected no range"},
+      {"on-departure = []", "1: on-departure: '': expected a program\n"},
       {"dg = \n", "1: not valid TOML"},
       {"dg = \"\"\"a.b.c.d.e.f.g.h.i\"\n\"\"\"\"  # a.b.c.d.e.f.g.h.i\n[objects.'i.j'.a.a.a.a.a.a.a]",
        "3: a key of more than 8 parts: expected NAME or [objects.NAME]"},

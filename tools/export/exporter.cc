@@ -3,11 +3,13 @@
 #include <initializer_list>
 #include <utility>
 
+#include "export/alert.h"
 #include "export/jsonl.h"
 #include "export/page.h"
 #include "export/prometheus.h"
 #include "export/sqlite.h"
 #include "export/table.h"
+#include "export/verdict.h"
 
 namespace zorstat {
 namespace {
@@ -15,7 +17,8 @@ namespace {
 // Makes its exporter, or null where the settings do not ask for it.
 using MakeExporter = std::unique_ptr<Exporter> (*)(const Settings &settings);
 
-constexpr std::initializer_list<MakeExporter> kExporters = {MakePrometheus, MakeSqlite, MakePage};
+constexpr std::initializer_list<MakeExporter> kExporters = {MakePrometheus, MakeSqlite, MakePage, MakeAlert,
+                                                            MakeVerdict};  // behind what can fail
 
 // Writes the lines of the format; null where the collector does.
 std::unique_ptr<Exporter> MakeFormat(const Settings &settings, std::string *lines) {

@@ -71,15 +71,6 @@ std::string RowText(const PageRow &row, std::vector<BucketRange> *ranges) {
   return text;
 }
 
-// From the median, or average, to both sides.
-std::optional<Band> BandOf(const PageRow &row) {
-  if (row.since_learnt) return std::nullopt;
-  const std::vector<double> &points = row.points;
-  if (points.empty()) return std::nullopt;
-  const std::size_t middle = points.size() / 2;
-  return Band{points[middle], points[middle + 1] - points[middle - 1], static_cast<double>(row.samples)};
-}
-
 PageRow RowOf(const InstanceReadings &instance, const ObjectPlan &plan) {
   const Reading &reading = instance.values ? *instance.values : *instance.baseline;
   PageRow row;
@@ -87,12 +78,7 @@ PageRow RowOf(const InstanceReadings &instance, const ObjectPlan &plan) {
   row.samples = instance.values ? SamplesOf(reading, plan) : reading.samples;
   row.resets = reading.resets;
   row.outside = instance.outside;
-  if (reading.points) {
-    for (const zor::process::Decimal &point : *reading.points) row.points.push_back(static_cast<double>(point));
-  } else if (reading.samples != 0) {
-    row.points = {static_cast<double>(reading.min), static_cast<double>(reading.average),
-                  static_cast<double>(reading.max)};
-  }
+  row.points = PointsOf(reading);
   if (instance.baseline && instance.baseline->distribution) {
     row.low = instance.baseline->distribution->start;
     row.high = instance.baseline->distribution->last;
@@ -177,7 +163,8 @@ void Page::Add(std::string_view object_name, const Unit &unit, std::uint32_t per
   Instance &instance = object.instances[known->second];
   if (row.low && row.high) instance.learnt = fmt::format("[{},{}]", row.low->text(), row.high->text());
   if (row.samples == 0) return;
-  instance.cells.push_back({dropped_ + intervals_.size() - 1, BandOf(row), RowText(row, &object.ranges)});
+  const auto band = row.since_learnt ? std::nullopt : BandOf(row.points, row.samples);
+  instance.cells.push_back({dropped_ + intervals_.size() - 1, band, RowText(row, &object.ranges)});
   ++size_;
 }
 

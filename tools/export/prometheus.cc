@@ -6,13 +6,11 @@
 #include <prometheus/collectable.h>
 #include <prometheus/exposer.h>
 #include <prometheus/text_serializer.h>
-#include <pthread.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <csignal>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -23,6 +21,7 @@
 #include "error.h"
 #include "export/families.h"
 #include "file.h"
+#include "signals_blocked.h"
 #include "text.h"
 
 namespace zorstat {
@@ -48,23 +47,6 @@ class LastFamilies : public prometheus::Collectable {
  private:
   mutable std::mutex mutex_;
   std::shared_ptr<const MetricFamilies> families_;
-};
-
-// Threads that are started meanwhile leave the signals that ask for something to the main thread.
-class SignalsBlocked {
- public:
-  SignalsBlocked() {
-    sigset_t signals;
-    sigemptyset(&signals);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGUSR1}) sigaddset(&signals, signal);
-    pthread_sigmask(SIG_BLOCK, &signals, &before_);
-  }
-  ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-  SignalsBlocked(const SignalsBlocked &) = delete;
-  SignalsBlocked &operator=(const SignalsBlocked &) = delete;
-
- private:
-  sigset_t before_;
 };
 
 [[noreturn]] void FailToListen(const Setting<std::string> &address, const std::string &reason) {
