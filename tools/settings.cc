@@ -432,7 +432,7 @@ constexpr SettingRow kSettings[] = {
     {"state", "FILE",
      "keep there what is known at the end, live at each clear,\n"
      "too, and go on from it; --output is then appended to",
-     kText, SetPlain<&Settings::state, ReadText>, kForAll},
+     kText, SetPlain<&Settings::state, ReadText>, kCounting | kRun},
     {"html", "FILE", "write a page for a browser: at the end of a replay, live\nat the end of each interval", kText,
      SetPlain<&Settings::html, ReadText>, kCounting | kRun},
 };

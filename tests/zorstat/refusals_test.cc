@@ -67,6 +67,7 @@ TEST_F(RefusalsTest, TellsFailuresFromWrongUse) {
       {"replay none.csv", "none.csv: cannot open: no such file or directory\n", 1},
       {"replay .", ".: cannot read: is a directory\n", 1},
       {"replay f.csv --config /dev/zero", "/dev/zero: expected at most 2097152 bytes\n", 1},
+      {"live", "SOURCE is required, here or in the settings file (see --help)\n", 2},
       {"live disks", "source: 'disks': expected net, disk, cpu, mem, vm, pressure, proc, sock, snmp or exec\n", 2},
       {"live exec", "exec: has no command: expected exec -- COMMAND [ARG...]\n", 2},
       {"record net -- ls", "net: 'ls': expected a command with exec alone\n", 2},
@@ -125,7 +126,7 @@ TEST_F(RefusalsTest, NamesLineAndKeyOfASettingsFile) {
   const Bad bad_files[] = {
       {"dg = 'x'\nbuckets = 0", "2: buckets: '0': expected a whole number"},
       {"buckets = '5'", "1: buckets: is a string: expected an integer"},
-      {"\n\nbuckts = 5", "3: buckts: unknown key: expected cumulative, interval, command, timeout, "},
+      {"\n\nbuckts = 5", "3: buckts: unknown key: expected cumulative, interval, count, proc, "},
       {"statistics = [1]", "1: statistics: is an integer: expected an array of strings"},
       {"statistics = []", "1: statistics: '': expected at least one"},
       {"range = [1]", "1: range: '1': expected two bounds"},
