@@ -27,6 +27,28 @@ Owned<T[]> AllocateArray(std::size_t count) {
   return Owned<T[]>(static_cast<T *>(std::calloc(count ? count : 1, sizeof(T))));
 }
 
+// A zeroed array for the length of a call; short ones need no allocation.
+template <class T>
+class Scratch {
+ public:
+  explicit Scratch(std::size_t count) {
+    if (count > kShort) long_ = AllocateArray<T>(count);
+    values_ = count > kShort ? long_.get() : short_;
+  }
+  Scratch(const Scratch &) = delete;
+  Scratch &operator=(const Scratch &) = delete;
+
+  T *get() { return values_; }  // null without memory
+  T &operator[](std::size_t i) { return values_[i]; }
+
+ private:
+  static constexpr std::size_t kShort = 16;
+
+  T short_[kShort] = {};
+  Owned<T[]> long_;
+  T *values_;
+};
+
 // Leaves storage to the record that now points to it.
 template <class... T>
 void HandOver(Owned<T> &...storage) {

@@ -4,6 +4,7 @@
 
 #include <charconv>
 #include <concepts>
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
 
@@ -11,50 +12,49 @@
 
 namespace zor {
 
-// Holds a sign, 20 digits, a point, three decimals and a NUL.
-struct NumberText {
-  char chars[27];
-  std::uint8_t size;
+// The longest number: a sign, 20 digits, a point and three decimals.
+inline constexpr std::size_t kNumberSize = 25;
 
-  std::string_view view() const { return {chars, size}; }
-};
-
-// Ends a text that was written up to `end`.
-inline void Finish(NumberText &text, char *end) {
-  *end = '\0';
-  text.size = static_cast<std::uint8_t>(end - text.chars);
-}
-
+// Both write at most kNumberSize characters, and return the end of the number.
 template <std::integral V>
-NumberText ToText(V value) {
-  NumberText text;
-  Finish(text, std::to_chars(text.chars, text.chars + sizeof text.chars, value).ptr);
-  return text;
+char *WriteNumber(char *text, V value) {
+  return std::to_chars(text, text + kNumberSize, value).ptr;
 }
 
 // The decimal value of a fixed-point number in floor form: int_part -11 with 500 thousandths is -10.500.
 template <class F>
 requires requires(F f) { f.thousandths; }
-NumberText ToText(const F &fixed) {
+char *WriteNumber(char *text, const F &fixed) {
   auto magnitude = static_cast<std::uint64_t>(fixed.int_part);
   unsigned thousandths = fixed.thousandths;
-  char *end;
-  NumberText text;
   if (fixed.int_part < 0) {
     magnitude = 0 - magnitude;
     if (thousandths > 0) {
       --magnitude;
       thousandths = 1000 - thousandths;
     }
-    text.chars[0] = '-';
-    end = text.chars + 1;
-  } else {
-    end = text.chars;
+    *text++ = '-';
   }
-  end = std::to_chars(end, text.chars + sizeof text.chars, magnitude).ptr;
-  *end++ = '.';
-  for (unsigned unit = 100; unit > 0; unit /= 10) *end++ = static_cast<char>('0' + thousandths / unit % 10);
-  Finish(text, end);
+  text = WriteNumber(text, magnitude);
+  *text++ = '.';
+  for (unsigned unit = 100; unit > 0; unit /= 10) *text++ = static_cast<char>('0' + thousandths / unit % 10);
+  return text;
+}
+
+// A number as a text of its own, ended by NUL.
+struct NumberText {
+  char chars[kNumberSize + 1];
+  std::uint8_t size;
+
+  std::string_view view() const { return {chars, size}; }
+};
+
+template <class Number>
+NumberText ToText(const Number &number) {
+  NumberText text;
+  char *end = WriteNumber(text.chars, number);
+  *end = '\0';
+  text.size = static_cast<std::uint8_t>(end - text.chars);
   return text;
 }
 

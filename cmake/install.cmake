@@ -39,6 +39,11 @@ if(ZOR_BUILD_TOOLS)
   configure_file(docs/man/zorstat.1 zorstat.1 @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/zorstat.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
   install(DIRECTORY share/zorstat DESTINATION ${CMAKE_INSTALL_DATADIR} COMPONENT tools)
+  configure_file(share/service/zorstat@.service.in zorstat@.service @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/zorstat@.service DESTINATION lib/systemd/system COMPONENT tools)
+  install(FILES share/service/sysusers.conf DESTINATION lib/sysusers.d RENAME zorstat.conf COMPONENT tools)
+  install(FILES share/service/logrotate share/service/net.toml DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples/service
+    COMPONENT tools)
   install(FILES tools/zorstat.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME zorstat
     COMPONENT tools)
   install(FILES share/zorstat/zorstat.rules.yml DESTINATION ${CMAKE_INSTALL_DATADIR}/zorstat COMPONENT tools)

@@ -39,6 +39,10 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME zorstat)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS ${same_version})
 set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS libjs-chart.js) # for pages
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS logrotate)
+foreach(file conffiles postinst prerm)
+  list(APPEND CPACK_DEBIAN_TOOLS_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/cmake/debian/tools/${file})
+endforeach()
 set(CPACK_DEBIAN_TOOLS_DESCRIPTION "statistics of periodically collected counters - command-line program
 zorstat keeps summaries, distributions, percentiles and baselines of the
 counters of recorded polls or of the running Linux kernel.")

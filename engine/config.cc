@@ -1,5 +1,6 @@
 // The configuration calls: create, change, delete and read DGs, objects and configured instance names.
 
+#include <atomic>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -8,18 +9,19 @@
 #include "engine/registry.h"
 
 namespace zor {
-
-std::uint32_t next_object_id = 0;
-
 namespace {
+
+// The next identifier to hand out: one rising sequence for all engines and DGs of the process.
+std::atomic<std::uint32_t> next_object_id = 0;
 
 constexpr std::uint32_t kDefaultBuckets = 100;
 
 std::uint32_t AllocateObjectId(Engine *engine, const char *dg_name) {
+  std::uint32_t id;
   do {
-    if (next_object_id == 0) next_object_id = 1;
-  } while (zor_process_engine_get_object_name_byid(engine, dg_name, next_object_id) && ++next_object_id != 1);
-  return next_object_id++;
+    id = next_object_id.fetch_add(1, std::memory_order_relaxed);
+  } while (id == 0 || zor_process_engine_get_object_name_byid(engine, dg_name, id));
+  return id;
 }
 
 // DGs and objects carry the same four settings.

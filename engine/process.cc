@@ -1,13 +1,11 @@
 // The data-processing driver: template, row and end-of-poll messages.
 
-#include <array>
 #include <cstdint>
 #include <cstring>
-#include <limits>
-#include <optional>
 
 #include "base/memory.h"
 #include "engine/clear.h"
+#include "engine/instances.h"
 #include "engine/registry.h"
 #include "zor/entry.h"
 
@@ -15,9 +13,6 @@ namespace zor {
 namespace {
 
 constexpr std::uint32_t kMinPollInterval = 10;  // seconds
-constexpr std::uint32_t kClearPolls = 1;
-constexpr std::uint32_t kClearHours = 2;
-constexpr std::uint32_t kDefaultClearCount = 2000;
 
 // Values of a DG's poll_state.
 constexpr std::uint8_t kAwaitsFirstValue = 1;
@@ -78,98 +73,6 @@ std::uint32_t ProcessTemplate(Dg &dg, const zor_process_msg_t &msg) {
   return ZOR_PROCESS_SUCCESS;
 }
 
-// Samples per clear interval of the object, or of the DG where the object sets none.
-std::uint32_t ClearCount(const Dg &dg, const Object &object) {
-  const bool own = object.clear_interval_type != 0;
-  const std::uint32_t type = own ? object.clear_interval_type : dg.clear_interval_type;
-  const std::uint32_t interval = own ? object.clear_interval : dg.clear_interval;
-  if (type == kClearPolls) return interval;
-  if (type != kClearHours) return kDefaultClearCount;
-  const std::uint32_t seconds = interval * 3600;
-  return seconds / dg.poll_interval + (seconds % dg.poll_interval != 0 ? 1 : 0);
-}
-
-// Two bounds of a column's data type, as the create function of that type reads them.
-struct Range {
-  std::array<std::uint64_t, 2> storage = {};
-};
-
-template <class V>
-Range RangeOf(std::uint64_t low, std::uint64_t high) {
-  const std::array<V, 2> bounds = {static_cast<V>(low), static_cast<V>(high)};
-  Range range;
-  std::memcpy(range.storage.data(), bounds.data(), sizeof bounds);
-  return range;
-}
-
-// Whether 64-bit bounds of the given range type fit the value type.
-template <class V>
-bool Fits(std::uint32_t range_type, std::uint64_t low, std::uint64_t high) {
-  if (range_type == ZOR_PROCESS_DATA_TYPE_UINT64) {
-    constexpr auto kMax = static_cast<std::uint64_t>(std::numeric_limits<V>::max());
-    return low <= kMax && high <= kMax;
-  }
-  if constexpr (std::is_signed_v<V>) {
-    return range_type == ZOR_PROCESS_DATA_TYPE_INT64 &&
-           static_cast<std::int64_t>(low) >= std::numeric_limits<V>::min() &&
-           static_cast<std::int64_t>(high) <= std::numeric_limits<V>::max();
-  }
-  return false;
-}
-
-template <class V>
-std::optional<Range> ConvertRange(std::uint32_t range_type, std::uint64_t low, std::uint64_t high) {
-  if (range_type > ZOR_PROCESS_DATA_TYPE_UINT64) return Range{};  // bounds 0 and 0
-  if (!Fits<V>(range_type, low, high)) return std::nullopt;
-  return RangeOf<V>(low, high);
-}
-
-std::optional<Range> ConvertRange(const Object &object, std::uint32_t data_type) {
-  const auto convert = [&](auto value) {
-    return ConvertRange<decltype(value)>(object.range_type, object.range[0], object.range[1]);
-  };
-  switch (data_type) {
-    case ZOR_PROCESS_DATA_TYPE_INT32:
-      return convert(std::int32_t{});
-    case ZOR_PROCESS_DATA_TYPE_UINT32:
-      return convert(std::uint32_t{});
-    case ZOR_PROCESS_DATA_TYPE_INT64:
-      return convert(std::int64_t{});
-    default:
-      return convert(std::uint64_t{});
-  }
-}
-
-// Creates the entry of an instance seen for the first time.
-std::uint32_t CreateInstance(const Dg &dg, Column &column, const char *key, void *&entry) {
-  const Object &object = *column.object;
-  std::optional<Range> range;
-  if (object.range) {
-    range = ConvertRange(object, column.data_type);
-    if (!range) return ZOR_PROCESS_ERROR_INVALID_RANGE;
-  }
-  void *created = g_zor_poi_entry_create_funcs[column.data_type - 1](
-      key, object.value_kind, column.flags, range ? range->storage.data() : nullptr,
-      object.no_of_buckets != 0 ? object.no_of_buckets : dg.no_of_buckets, ClearCount(dg, object), &column);
-  if (!created) return ZOR_PROCESS_ERROR_NO_MEMORY;
-  if (kel_hashset_insert(&column.instances, created) != 0) {
-    g_zor_poi_entry_destroy_funcs[column.data_type - 1](created);
-    return ZOR_PROCESS_ERROR_NO_MEMORY;
-  }
-  entry = created;
-  return ZOR_PROCESS_SUCCESS;
-}
-
-// Creates the entry of a key in column i, and its row where this is its first; an instance that the object does not
-// watch gets neither.
-std::uint32_t CreateRowEntry(Dg &dg, const char *key, std::uint32_t i, Row *&row) {
-  Column &column = *dg.directory.columns[i];
-  if (column.object->instances && !Find<Instance>(*column.object->instances, key)) return ZOR_PROCESS_SUCCESS;
-  if (!row) row = CreateRow(dg.directory, key);
-  if (!row) return ZOR_PROCESS_ERROR_NO_MEMORY;
-  return CreateInstance(dg, column, key, row->entries()[i]);
-}
-
 // Fetches the first lines of an entry, where a sample finds its head, summary and range.
 void PrefetchEntry(const void *entry) {
   constexpr std::size_t kLine = 64;
@@ -196,9 +99,10 @@ std::uint32_t CountValue(Dg &dg, const char *key, std::uint32_t i, const void *v
     if (!row || !row->entries()[i]) return ZOR_PROCESS_SUCCESS;
   }
   std::uint32_t period_ended = 0;
-  if (g_zor_poi_entry_insert_funcs[column.data_type - 1](row->entries()[i], value, &period_ended) != 0) {
-    return ZOR_PROCESS_ERROR_IN_DATA;
-  }
+  const std::int32_t result =
+      g_zor_poi_entry_insert_funcs[column.data_type - 1](row->entries()[i], value, &period_ended);
+  dg.periods_ended += period_ended;
+  if (result != 0) return ZOR_PROCESS_ERROR_IN_DATA;
   if (dg.poll_state == kAwaitsFirstValue) {
     ++dg.no_of_samples;
     dg.poll_state = kPollCounted;
@@ -275,6 +179,11 @@ std::uint32_t zor_process_engine_process_data(zor_process_engine_t *engine, cons
   if (!dg) return ZOR_PROCESS_ERROR_DG_NOT_FOUND;
   if (!msg) return ZOR_PROCESS_ERROR_INVALID_PARAMS;
   return dg->status = zor::ProcessMessage(*dg, *msg);
+}
+
+std::uint64_t zor_process_engine_get_periods_ended(zor_process_engine_t *engine, const char *dg_name) {
+  const zor::Dg *dg = zor::FindDg(engine, dg_name);
+  return dg ? dg->periods_ended : 0;
 }
 
 void zor_process_engine_set_poll_interval(zor_process_engine_t *engine, const char *dg_name,

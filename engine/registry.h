@@ -14,6 +14,7 @@ using Engine = zor_process_engine_t;
 // A DG with what the engine keeps beside the public record.
 struct Dg : zor_process_dg_t {
   RowDirectory directory;
+  std::uint64_t periods_ended;  // of baselines
 };
 using Object = zor_process_object_t;
 using Instance = zor_process_object_instance_t;
@@ -27,9 +28,6 @@ Record *Find(kel_hashset_t &set, const char *name) {
 }
 
 Dg *FindDg(Engine *engine, const char *name);
-
-// The next identifier to hand out: one rising sequence for all engines and DGs of the process.
-extern std::uint32_t next_object_id;
 
 // All records of a set in walking order: for (Column &column : Records<Column>(set)). The set must not change
 // during the walk.

@@ -29,6 +29,7 @@ constexpr string_view kBaselineHeader =
     "-baseline \"%u, %s, %s, %u, %f, %f, %f, %f, %f, %f, %f, %f, %f\"\r\n"
     "       Epochtime Object Instance No-Of-Samples <0.000> <0.013> <2.280> <15.870> <50.000> <84.130> <97.720> "
     "<99.870> <100.000>\r\n";
+constexpr string_view kComma = ", ";
 constexpr string_view kLineEnd = "\r\n";
 
 // A text that grows as it is written. It lies on the stack until it is too long for that, which takes long names.
@@ -42,8 +43,11 @@ class TextBuilder {
   }
 
   template <class... Pieces>
-  void Append(Pieces... pieces) {
-    (AppendPiece(pieces), ...);
+  void Append(const Pieces &...pieces) {
+    if ((SizeOf(pieces) + ...) > capacity_ - size_ && !Grow((SizeOf(pieces) + ...))) return;
+    char *end = chars_ + size_;
+    ((end = Put(end, pieces)), ...);
+    size_ = static_cast<std::size_t>(end - chars_);
   }
 
   void Clear() { size_ = 0; }
@@ -58,11 +62,19 @@ class TextBuilder {
   }
 
  private:
-  // Out of line, as the records of each type call it a dozen times.
-  [[gnu::noinline]] void AppendPiece(string_view piece) {
-    if (piece.size() > capacity_ - size_ && !Grow(piece.size())) return;
-    std::memcpy(chars_ + size_, piece.data(), piece.size());
-    size_ += piece.size();
+  // Of a number at most.
+  static std::size_t SizeOf(string_view piece) { return piece.size(); }
+  template <class Number>
+  static std::size_t SizeOf(const Number &) {
+    return kNumberSize;
+  }
+  static char *Put(char *end, string_view piece) {
+    std::memcpy(end, piece.data(), piece.size());
+    return end + piece.size();
+  }
+  template <class Number>
+  static char *Put(char *end, const Number &number) {
+    return WriteNumber(end, number);
   }
 
   [[gnu::cold]] bool Grow(std::size_t more) {
@@ -89,8 +101,8 @@ enum class Then { kNextSection, kEndText, kFail };
 
 template <class V>
 void AppendRecordHead(TextBuilder &text, const Rendering<V> &r, string_view kind, std::uint32_t samples) {
-  text.Append(r.dg_name, kind, ToText(r.seconds).view(), ", ", r.object_name, ", ", r.entry.name, ", ",
-              ToText(samples).view());
+  text.Append(string_view(r.dg_name), kind, r.seconds, kComma, string_view(r.object_name), kComma,
+              string_view(r.entry.name), kComma, samples);
 }
 
 // One value for each of the standard points.
@@ -105,7 +117,7 @@ Then WriteValues(TextBuilder &text, const Rendering<V> &r, string_view kind, std
   PointValues<V> values;
   if (samples != 0) {
     if (IsOutOfMemory(estimate(values.data()))) return Then::kFail;
-    for (const FixedPoint<V> &value : values) text.Append(", ", ToText(value).view());
+    for (const FixedPoint<V> &value : values) text.Append(kComma, value);
   }
   text.Append(kLineEnd);
   return samples != 0 ? Then::kNextSection : Then::kEndText;
@@ -121,8 +133,7 @@ Then WriteSummary(TextBuilder &text, const Rendering<V> &r) {
   const Summary<V> &summary = *r.entry.summary;
   AppendRecordHead(text, r, "-summary: ", summary.u32_no_of_samples);
   if (summary.u32_no_of_samples != 0) {
-    text.Append(", ", ToText(summary.Vmin).view(), ", ", ToText(summary.Vmax).view(), ", ",
-                ToText(Average<V>(summary)).view());
+    text.Append(kComma, summary.Vmin, kComma, summary.Vmax, kComma, Average<V>(summary));
   }
   text.Append(kLineEnd);
   return Then::kNextSection;
@@ -212,7 +223,7 @@ Then RenderSection(const Section<V> &section, TextBuilder &text, const Rendering
     return Then::kFail;
   }
   if (section.write && r.Wants(ZOR_PROCESS_OUTPUT_SCHEMA_DEF))
-    text.Append("Schema-def ", r.dg_name, section.header);
+    text.Append(string_view("Schema-def "), string_view(r.dg_name), section.header);
   Then then = Then::kNextSection;
   if (section.write && r.Wants(ZOR_PROCESS_OUTPUT_RECORD)) then = section.write(text, r);
   if (then == Then::kNextSection && on_console && !section.print(r)) return Then::kFail;

@@ -25,7 +25,7 @@ struct Rendering {
   std::uint16_t flags;
   const std::uint32_t *percentile;
   const Entry<V> &entry;
-  std::time_t seconds = Now();
+  std::time_t seconds = Wants(ZOR_PROCESS_OUTPUT_RECORD) ? Now() : 0;
 
   bool Wants(std::uint16_t output) const { return (mode & output) != 0; }
 };

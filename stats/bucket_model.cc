@@ -15,20 +15,27 @@ struct Product {
 
 bool operator<(const Product &a, const Product &b) { return a.high != b.high ? a.high < b.high : a.low < b.low; }
 
-// Runs of up to 2^47 values, which is nearly all of them, have sizes of 64 bits, and do with products of 128.
-// Others have sizes of 128 bits.
+// Runs of up to 2^20 values with up to 2^23 samples, which is nearly all of them, have sizes of 32 bits, and do
+// with products of 64; those of up to 2^47 values have sizes of 64 bits, and do with 128. Others have sizes of 128
+// bits.
+constexpr Wide kLongestShortRun = Wide{1} << 20;
+constexpr std::uint64_t kShortRunSamples = std::uint64_t{1} << 23;
 constexpr Wide kLongestNarrowRun = Wide{1} << 47;
 
 template <class Size>
-constexpr bool kNarrow = sizeof(Size) == 8;
+constexpr bool kWide = sizeof(Size) == sizeof(Wide);
 
 // 1 + 2 + ... + n. The wide one halves the even one of n and n + 1, without a branch that no one could predict.
+std::uint64_t Triangle(std::uint32_t n) { return std::uint64_t{n} * (std::uint64_t{n} + 1) / 2; }
 Wide Triangle(std::uint64_t n) { return static_cast<Wide>(n) * (n + 1) / 2; }
 Wide Triangle(Wide n) { return (n | 1) * ((n + 1) / 2); }
 
 template <class Size>
-std::conditional_t<kNarrow<Size>, Wide, Product> Multiply(Wide weights, std::uint64_t count) {
-  if constexpr (kNarrow<Size>) {
+using Weights = decltype(Triangle(Size{}));
+
+template <class Size>
+std::conditional_t<kWide<Size>, Product, Weights<Size>> Multiply(Weights<Size> weights, std::uint64_t count) {
+  if constexpr (!kWide<Size>) {
     return weights * count;
   } else {
     const Wide low = static_cast<Wide>(static_cast<std::uint64_t>(weights)) * count;
@@ -42,7 +49,7 @@ struct Run {
   bool rising;
   Size size;
   std::uint64_t samples;
-  Wide weights = Triangle(size);
+  Weights<Size> weights = Triangle(size);
 };
 
 // The running count of the run's first j values is the share of its samples that their weights have, rounded down
@@ -63,7 +70,7 @@ bool Reaches(const Run<Size> &run, Size j, const Threshold &threshold) {
 // to it.
 template <class Size>
 Size EstimateFirstHolding(const Run<Size> &run, std::uint64_t k) {
-  using Real = std::conditional_t<kNarrow<Size>, double, long double>;            // 53 or 64 bits of precision
+  using Real = std::conditional_t<kWide<Size>, long double, double>;              // 53 or 64 bits of precision
   const Real last = static_cast<Real>(static_cast<std::uint64_t>(run.size - 1));  // counted from 0, to fit 64 bits
   const Real samples = static_cast<Real>(run.samples);
   const Real rank = static_cast<Real>(k);
@@ -119,6 +126,9 @@ Place LocateInRun(const Run<Size> &run, std::uint64_t k) {
 }  // namespace
 
 Place LocateInRun(bool rising, Wide size, std::uint64_t samples, std::uint64_t k) {
+  if (size <= kLongestShortRun && samples <= kShortRunSamples) {
+    return LocateInRun(Run<std::uint32_t>{rising, static_cast<std::uint32_t>(size), samples}, k);
+  }
   if (size > kLongestNarrowRun) return LocateInRun(Run<Wide>{rising, size, samples}, k);
   return LocateInRun(Run<std::uint64_t>{rising, static_cast<std::uint64_t>(size), samples}, k);
 }

@@ -100,11 +100,11 @@ Estimate EstimatePercentiles(const std::uint32_t *points, FixedPoint<V> *results
     std::fill_n(results, count, FixedPoint<V>{});
     return Estimate::kNotFound;
   }
-  const auto ranks = AllocateArray<std::uint32_t>(count);
-  if (!ranks) return Estimate::kNoRanks;
-  const auto vk = AllocateArray<V>(count);
-  const auto vk1 = AllocateArray<V>(count);
-  if (!vk || !vk1) return Estimate::kNoValues;
+  Scratch<std::uint32_t> ranks(count);
+  if (!ranks.get()) return Estimate::kNoRanks;
+  Scratch<V> vk(count);
+  Scratch<V> vk1(count);
+  if (!vk.get() || !vk1.get()) return Estimate::kNoValues;
 
   const auto position = [&](std::uint32_t i) { return std::uint64_t{points[i]} * (total - 1); };
   for (std::uint32_t i = 0; i < count; ++i) {

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <functional>
+#include <nlohmann/json.hpp>
 #include <set>
 #include <string_view>
 #include <utility>
@@ -73,7 +74,7 @@ zp::ObjectSettings SettingsOf(const ObjectPlan &plan, std::uint32_t poll_interva
 }  // namespace
 
 Collector::Collector(const Run &run, const Settings &settings, bool keep_readings)
-    : run_(run), headers_wanted_(settings.headers), keep_readings_(keep_readings) {
+    : run_(run), has_headers_(settings.headers), headers_wanted_(has_headers_), keep_readings_(keep_readings) {
   const auto has_buckets = [](const ObjectPlan &plan) { return overlap(StatisticsOf(plan), kBuckets); };
   if (settings.clear) {
     clear_polls_ = ClearPolls(*settings.clear, run.poll_interval);
@@ -126,16 +127,36 @@ void Collector::EndPoll(std::string *records) {
     Check(ended, "end of poll", object.name);
   }
   ++polls_since_clear_;
-  if (clear_polls_ && polls_since_clear_ == *clear_polls_) {
-    rest_ = false;
-    FindMissing();
-    if (keep_readings_) EndInterval();
-    polls_since_clear_ = 0;
-  }
+  if (clear_polls_ && polls_since_clear_ == *clear_polls_) BeginInterval();
   InsertHeaders(start, records);
 }
 
-void Collector::EndInterval() {
+void Collector::Clear(std::string *records) {
+  if (!rest_) return;
+  const std::size_t start = records->size();
+  for (Object &object : objects_) {
+    const zp::Status cleared = object.group.clear();
+    TakeRecords(object, records);
+    Check(cleared, "end of interval", object.name);
+  }
+  BeginInterval();
+  InsertHeaders(start, records);
+}
+
+void Collector::RepeatHeaders() {
+  headers_wanted_ = has_headers_;
+  headers_written_.clear();
+}
+
+// All groups have been cleared.
+void Collector::BeginInterval() {
+  rest_ = false;
+  FindMissing();
+  if (keep_readings_) KeepReadings();
+  polls_since_clear_ = 0;
+}
+
+void Collector::KeepReadings() {
   std::vector<std::vector<Reading>> ended;
   std::vector<std::map<std::string, Judged>> judged;
   for (Object &object : objects_) {
@@ -174,13 +195,13 @@ std::vector<ObjectReadings> Collector::Join(Read read) const {
     for (Reading &reading : readings) {
       const auto found = known.find(reading.name);
       InstanceReadings &instance = found == known.end() ? instances.emplace_back() : *found->second;
-      const Judged now = JudgedIn(reading);
-      const auto found_before = object.judged.find(reading.name);
-      Judged before = found_before == object.judged.end() ? Judged() : found_before->second;
+      const auto [judged, outside] = JudgedIn(reading);
+      const auto last = object.judged.find(reading.name);
+      auto [judged_before, outside_before] = last == object.judged.end() ? Judged() : last->second;
       // The counts begin anew when one of them is full.
-      if (now.samples < before.samples || now.outside < before.outside) before = {};
-      instance.outside = now.outside - before.outside;
-      instance.judged = now.samples - before.samples;
+      if (judged < judged_before || outside < outside_before) judged_before = outside_before = 0;
+      instance.judged = judged - judged_before;
+      instance.outside = outside - outside_before;
       instance.baseline = std::move(reading);
     }
   }
@@ -208,9 +229,58 @@ void Collector::Finish(std::string *records) {
     failure.Try([&] { FinishObject(object, records); });
   }
   failure.Try([&] { InsertHeaders(start, records); });
-  if (keep_readings_ && rest_) EndInterval();
+  if (keep_readings_ && rest_) KeepReadings();
   FindMissing();
   failure.Rethrow();
+}
+
+void Collector::Pause() {
+  for (Object &object : objects_) object.learning = object.group.still_learning();
+  FindMissing();
+}
+
+nlohmann::json Collector::Save() const {
+  nlohmann::json objects = nlohmann::json::array();
+  for (const Object &object : objects_) {
+    const std::string group = Take(object.group.save(), "state", object.name);
+    objects.push_back({{"group", nlohmann::json::binary({group.begin(), group.end()})},
+                       {"has_value", object.has_value},
+                       {"refused", object.refused},
+                       {"percentiles", object.percentiles},
+                       {"unknown", object.unknown},
+                       {"judged", object.judged}});
+  }
+  return {{"objects", std::move(objects)},
+          {"missing", missing_instances_},
+          {"headers_wanted", headers_wanted_},
+          {"headers", headers_written_},
+          {"time", last_time_},
+          {"polls", polls_since_clear_},
+          {"rest", rest_},
+          {"any_row", any_row_}};
+}
+
+bool Collector::Load(const nlohmann::json &state, zp::Counters counters) {
+  const nlohmann::json &objects = state.at("objects");
+  if (objects.size() != objects_.size()) return false;
+  for (std::size_t i = 0; i < objects_.size(); ++i) {
+    Object &object = objects_[i];
+    const auto &group = objects[i].at("group").get_binary();
+    if (!object.group.load({reinterpret_cast<const char *>(group.data()), group.size()}, counters)) return false;
+    objects[i].at("has_value").get_to(object.has_value);
+    objects[i].at("refused").get_to(object.refused);
+    objects[i].at("percentiles").get_to(object.percentiles);
+    objects[i].at("unknown").get_to(object.unknown);
+    objects[i].at("judged").get_to(object.judged);
+  }
+  state.at("missing").get_to(missing_instances_);
+  state.at("headers_wanted").get_to(headers_wanted_);
+  state.at("headers").get_to(headers_written_);
+  state.at("time").get_to(last_time_);
+  state.at("polls").get_to(polls_since_clear_);
+  state.at("rest").get_to(rest_);
+  state.at("any_row").get_to(any_row_);
+  return true;
 }
 
 void Collector::FinishObject(Object &object, std::string *records) const {

@@ -2,8 +2,10 @@
 #ifndef ZORSTAT_COLLECTOR_H_
 #define ZORSTAT_COLLECTOR_H_
 
+#include <array>
 #include <cstdint>
 #include <map>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <set>
 #include <string>
@@ -29,8 +31,30 @@ class Collector {
   // thrown.
   void EndPoll(std::string *records);
 
+  // Ends the interval in progress now, if it has polls, as its last poll would, and appends its records.
+  void Clear(std::string *records);
+
+  // Headers are due again, as at the start of a file.
+  void RepeatHeaders();
+
   // Appends the records of what the last clear, or a poll that failed, has left; called once, at the end.
   void Finish(std::string *records);
+
+  // What is known behind a poll, so that a run of the same settings can go on from there.
+  nlohmann::json Save() const;
+
+  // Goes on from there, before the first poll; counters may have been reset meanwhile. False, with nothing changed,
+  // when this is no such state.
+  bool Load(const nlohmann::json &state, zor::process::Counters counters);
+
+  // When the next run goes on: takes note of what is to be said at the end.
+  void Pause();
+
+  // Whether the last poll has ended an interval.
+  bool is_cleared() const { return polls_since_clear_ == 0; }
+
+  // The time of the last poll, 0 before it.
+  std::int64_t last_time() const { return last_time_; }
 
   // The readings of the interval that has ended since the last call, if they are kept.
   std::optional<IntervalReadings> TakeInterval();
@@ -45,10 +69,8 @@ class Collector {
   std::vector<std::string> Notes() const;
 
  private:
-  // Samples that a learnt range was held against.
-  struct Judged {
-    std::uint64_t samples = 0, outside = 0;
-  };
+  // Samples that a learnt range was held against, and those outside it.
+  using Judged = std::array<std::uint64_t, 2>;
 
   // An object is a group of its own, so that a clear or a baseline that fails is its own affair; beside other
   // statistics of a column a baseline is another object. For all groups to have the name that the user chose, each
@@ -63,16 +85,17 @@ class Collector {
     bool has_value = false;         // or all cells of its column were empty
     std::uint64_t refused = 0;      // values, up to its last records
     std::uint64_t percentiles = 0;  // records of them with samples; unknown ones have nine zeros for other values
-    std::map<std::string_view, std::uint64_t> unknown = {};  // by reason
-    std::size_t learning = 0;                                // instances, at the end
-    std::vector<Reading> ended = {};                         // of a baseline, at the end
-    std::map<std::string, Judged> judged = {};               // of baselines, up to the end of the last interval
+    std::map<std::string, std::uint64_t> unknown = {};  // by reason
+    std::size_t learning = 0;                           // instances, at the end
+    std::vector<Reading> ended = {};                    // of a baseline, at the end
+    std::map<std::string, Judged> judged = {};          // of baselines, up to the end of the last interval
   };
 
   Object MakeObject(const ObjectPlan &plan) const;
   template <class Read>
   std::vector<ObjectReadings> Join(Read read) const;
-  void EndInterval();
+  void BeginInterval();
+  void KeepReadings();
   void FinishObject(Object &object, std::string *records) const;
   void TakeRecords(Object &object, std::string *records) const;
   static Judged JudgedIn(const Reading &baseline);
@@ -89,6 +112,7 @@ class Collector {
   std::optional<std::uint32_t> percentile_;
   std::uint32_t expire_ = 0;    // intervals without a value; 0: never
   NameList missing_instances_;  // of the wanted ones, those without a value so far
+  const bool has_headers_;
   bool headers_wanted_;
   bool keep_readings_;
   std::optional<IntervalReadings> interval_;

@@ -103,7 +103,7 @@ std::string KeysOf(Place place) {
   for (const SettingRow &row : AllSettings()) {
     if ((row.places & place) != 0) keys.emplace_back(row.name);
   }
-  if (place == kTopLevel) keys.emplace_back("[objects.NAME]");
+  if ((place & kTopLevel) != 0) keys.emplace_back("[objects.NAME]");
   return Alternatives(keys);
 }
 
@@ -115,7 +115,7 @@ const toml::table &TableOf(const toml::node &node, const std::string &where, std
 // Reads the tables and settings of one file.
 class ConfigFile {
  public:
-  explicit ConfigFile(const std::string &path) : path_(path) {}
+  ConfigFile(const std::string &path, bool is_live) : path_(path), is_live_(is_live) {}
 
   Settings ReadTopLevel(const toml::table &table) const {
     Settings settings;
@@ -123,7 +123,7 @@ class ConfigFile {
       if (key.str() == "objects") {
         ReadObjects(TableOf(node, Where("", key), "tables [objects.NAME]"), &settings);
       } else {
-        ReadSetting("", key, node, kTopLevel, &settings);
+        ReadSetting("", key, node, static_cast<Place>(kTopLevel | kRun), &settings);
       }
     }
     return settings;
@@ -147,7 +147,9 @@ class ConfigFile {
     std::string where = Where(prefix, key);
     const SettingRow *row = FindSetting(key.str(), place);
     if (row == nullptr) throw SettingsError(fmt::format("{}: unknown key: expected {}", where, KeysOf(place)));
-    row->read({PartsOf(node, row->form, where), where}, *settings);
+    Settings passed_over;
+    const bool counts = is_live_ || (row->places & kRun) == 0;
+    row->read({PartsOf(node, row->form, where), where}, counts ? *settings : passed_over);
   }
 
   // For messages; the keys of a table begin with `prefix` there.
@@ -156,11 +158,12 @@ class ConfigFile {
   }
 
   std::string path_;
+  bool is_live_;
 };
 
 }  // namespace
 
-Settings ReadConfigFile(const std::string &path) {
+Settings ReadConfigFile(const std::string &path, bool is_live) {
   std::string text;
   ReadFile(path, kLargestFile, &text);
   CheckKeyLengths(path, text);
@@ -171,7 +174,7 @@ Settings ReadConfigFile(const std::string &path) {
     throw SettingsError(
         fmt::format("{}:{}: not valid TOML: {}", path, error.source().begin.line, error.description()));
   }
-  return ConfigFile(path).ReadTopLevel(root);
+  return ConfigFile(path, is_live).ReadTopLevel(root);
 }
 
 }  // namespace zorstat

@@ -8,8 +8,9 @@
 
 namespace zorstat {
 
-// Throws SettingsError with the file's line for anything that it does not understand.
-Settings ReadConfigFile(const std::string &path);
+// Throws SettingsError with the file's line for anything that it does not understand. What is said of a live run
+// alone counts only in one.
+Settings ReadConfigFile(const std::string &path, bool is_live = false);
 
 }  // namespace zorstat
 

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -91,29 +92,105 @@ bool IsSameFile(const std::string &path, int fd) {
          named.st_dev == opened.st_dev && named.st_ino == opened.st_ino;
 }
 
-Output::Output(const std::string &path) : name_(path == "-" ? "standard output" : path), target_(path) {
+bool IsFileOutput(const std::string &path) {
   struct stat status;
-  if (path == "-") {
+  return path != "-" && (stat(path.c_str(), &status) != 0 || S_ISREG(status.st_mode));
+}
+
+Output::Output(const std::string &path, std::string header, bool append) : Output() {
+  name_ = path == "-" ? "standard output" : path;
+  path_ = target_ = path;
+  header_ = std::move(header);
+  if (append && !IsFileOutput(path)) throw SettingsError(Refusal("--append", name_, "a file as --output"));
+  append ? OpenToAppend() : OpenAnew();
+  // Only so much is sure not to wait in a pipe that has place. It is shared with other processes if it is standard
+  // output, so that it cannot be told not to wait.
+  struct stat status;
+  const bool is_regular = fstat(fd_, &status) == 0 && S_ISREG(status.st_mode);
+  piece_ = is_regular ? std::numeric_limits<ssize_t>::max() : PIPE_BUF;
+  is_file_ = is_regular && fd_ != STDOUT_FILENO;
+}
+
+void Output::OpenAnew() {
+  struct stat status;
+  if (path_ == "-") {
     fd_ = STDOUT_FILENO;
-  } else if (stat(path.c_str(), &status) == 0) {
-    if (!S_ISREG(status.st_mode)) {
-      OpenDirectly();
-    } else {
-      if (access(path.c_str(), W_OK) != 0) Fail("open");
-      target_ = std::filesystem::canonical(path);
-      CreateBeside();
-    }
+  } else if (stat(path_.c_str(), &status) == 0) {
+    if (!S_ISREG(status.st_mode)) return OpenDirectly();
+    if (access(path_.c_str(), W_OK) != 0) Fail("open");
+    target_ = std::filesystem::canonical(path_);
+    CreateBeside();
   } else if (errno != ENOENT) {
     Fail("open");
-  } else if (lstat(path.c_str(), &status) == 0) {
+  } else if (lstat(path_.c_str(), &status) == 0) {
     errno = ENOENT;
     Fail("follow the link");
   } else {
     CreateBeside();
   }
-  // Only so much is sure not to wait in a pipe that has place. It is shared with other processes if it is standard
-  // output, so that it cannot be told not to wait.
-  piece_ = fstat(fd_, &status) == 0 && S_ISREG(status.st_mode) ? std::numeric_limits<ssize_t>::max() : PIPE_BUF;
+}
+
+void Output::OpenToAppend() {
+  constexpr int kFlags = O_RDWR | O_APPEND | kAlways;
+  do {
+    if (fd_ >= 0) close(fd_);
+    fd_ = open(path_.c_str(), kFlags);
+    // Exclusively: a link that leads nowhere is not followed.
+    if (fd_ < 0 && errno == ENOENT) fd_ = open(path_.c_str(), kFlags | O_CREAT | O_EXCL, 0666);
+    if (fd_ < 0) Fail("open");
+    if (!Lock(fd_) && errno == EWOULDBLOCK) throw OutputError(name_ + ": another run writes to it", false);
+  } while (!IsSameFile(path_, fd_));
+  CheckLines();
+}
+
+void Output::CheckLines() {
+  const off_t size = lseek(fd_, 0, SEEK_END);
+  const std::string start = Text(0, std::min(size, static_cast<off_t>(header_.size())));
+  if (!header_.starts_with(start)) {
+    const std::string first = Printable(start.substr(0, start.find('\n')));
+    throw OutputError(Refusal(name_ + ":1: header", first, "that of what is to be appended"), false);
+  }
+  const off_t whole = LineStart(size);
+  if (whole == size) return;
+  if (ftruncate(fd_, whole) != 0) Fail("cut off its last line");
+  Complain(fmt::format("{}: the last line had no end; its {} bytes were cut off", name_, size - whole));
+}
+
+std::string Output::Text(off_t start, off_t end) const {
+  std::string text(static_cast<size_t>(end - start), 0);
+  const ssize_t got = pread(fd_, text.data(), text.size(), start);
+  if (got < 0) Fail("read");
+  text.resize(static_cast<size_t>(got));
+  return text;
+}
+
+// Of the line that the byte before `end` belongs to; the end itself if that byte ends a line.
+off_t Output::LineStart(off_t end) const {
+  constexpr off_t kPiece = 65536;
+  while (end > 0) {
+    const off_t start = std::max<off_t>(end - kPiece, 0);
+    const size_t found = Text(start, end).rfind('\n');
+    if (found != std::string::npos) return start + static_cast<off_t>(found) + 1;
+    end = start;
+  }
+  return 0;
+}
+
+std::string Output::LastLine() const {
+  const off_t end = lseek(fd_, 0, SEEK_END) - 1;
+  return end < 0 ? "" : Text(LineStart(end), end);
+}
+
+void Output::Reopen() {
+  if (!is_file_ || !beside_.empty()) return;
+  if (IsSameFile(path_, fd_)) return CheckLines();
+  Output other(path_, header_, true);
+  std::swap(fd_, other.fd_);
+}
+
+bool Output::IsEmpty() const {
+  struct stat status;
+  return is_file_ ? fstat(fd_, &status) == 0 && status.st_size == 0 : !is_begun_;
 }
 
 void Output::OpenDirectly() {
@@ -135,7 +212,7 @@ void Output::CreateBeside() {
   for (;;) {
     std::string beside = target_;
     beside.append(kMark).append(kRandom);
-    fd_ = mkostemp(beside.data(), O_CLOEXEC);
+    fd_ = mkostemp(beside.data(), O_APPEND | O_CLOEXEC);
     if (fd_ < 0) Fail("create a file beside it");
     beside_ = std::move(beside);
     // Before the lock another run may take it for a left-over. Not all file systems know locks.
@@ -156,6 +233,12 @@ void Output::Fail(const char *action) const {
 }
 
 void Output::Write(std::string_view lines) {
+  if (IsEmpty()) Put(header_);
+  is_begun_ = true;
+  Put(lines);
+}
+
+void Output::Put(std::string_view lines) {
   size_t done = 0;
   while (done < lines.size()) {
     const std::string_view piece = lines.substr(done, piece_);
@@ -201,10 +284,30 @@ void Output::TakeRights() const {
 void Output::Publish() {
   if (beside_.empty()) return;
   TakeRights();
-  // Some file systems find out only now that there is no space; what takes the old file's place is to be there.
-  if (WhenReady(WaitForOutput, fd_, [&] { return fsync(fd_); }) != 0 && errno != EINVAL) Fail("write");
+  Sync();  // what takes the old file's place is to be there
   if (rename(beside_.c_str(), target_.c_str()) != 0) Fail("rename what was written beside it");
   beside_.clear();
+}
+
+std::optional<FileMark> Output::Mark() const {
+  struct stat status;
+  if (!is_file_ || fstat(fd_, &status) != 0) return std::nullopt;
+  Sync();
+  return FileMark{status.st_dev, status.st_ino, static_cast<std::uint64_t>(status.st_size)};
+}
+
+std::uint64_t Output::CutBack(const FileMark &mark) const {
+  struct stat status;
+  if (!is_file_ || fstat(fd_, &status) != 0) return 0;
+  const auto size = static_cast<std::uint64_t>(status.st_size);
+  if (status.st_dev != mark.device || status.st_ino != mark.inode || size <= mark.size) return 0;
+  if (ftruncate(fd_, static_cast<off_t>(mark.size)) != 0) Fail("cut");
+  return size - mark.size;
+}
+
+// Some file systems find out only now that there is no space.
+void Output::Sync() const {
+  if (WhenReady(WaitForOutput, fd_, [&] { return fsync(fd_); }) != 0 && errno != EINVAL) Fail("write");
 }
 
 void Output::Close() {

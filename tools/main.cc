@@ -57,8 +57,9 @@ constexpr const char *kReplayFooter =
     "    --range 0:125000000 --clear 6 --report\n";
 
 constexpr const char *kLiveFooter =
-    "\nA signal (SIGINT, SIGTERM, SIGHUP) ends the run; what was collected is written first.\n"
-    "A second one ends it at once.\n"
+    "\nA signal (SIGINT, SIGTERM) ends the run; what was collected is written first. A second\n"
+    "one ends it at once. SIGHUP opens the output file again, and ends a run that has none or\n"
+    "whose terminal went away. SIGUSR1 ends the interval in progress now.\n"
     "All columns are counters, whose samples are the differences from poll to poll, except\n"
     "the gauge in_flight of disk.\n"
     "\n"
@@ -68,6 +69,7 @@ constexpr const char *kLiveFooter =
 constexpr const char *kRecordFooter =
     "\nThe file is read by 'zorstat replay' (give it '--cumulative all', as the columns are\n"
     "counters, except the gauge in_flight of disk). Each poll is written when it is taken.\n"
+    "SIGHUP opens the file again, as in 'zorstat live'.\n"
     "\n"
     "Example: an hour of disk counters, a poll every 30 seconds:\n"
     "  zorstat record disk --interval 30 --count 120 -o disk.csv\n";
@@ -109,8 +111,10 @@ constexpr const char *kTopFooter =
 // A command with its options.
 class Command {
  public:
-  Command(CLI::App *app, Place place, const char *input_name, const char *input_help) : app_(app) {
-    app->add_option(input_name, input, input_help)->required()->type_name("");
+  Command(CLI::App *app, Place place, const char *input_name, const char *input_help)
+      : app_(app), is_live_(place == kLive) {
+    // That of live may be in its settings file.
+    app->add_option(input_name, input, input_help)->required(!is_live_)->type_name("");
     for (const SettingRow &row : AllSettings()) {
       if ((row.places & place) == 0) continue;
       const std::string letter = row.letter == 0 ? "" : fmt::format("-{},", row.letter);
@@ -126,8 +130,11 @@ class Command {
   // Options go before the settings file that one of them may name.
   Settings ReadSettings() const {
     Settings settings = WithOptions({});
-    if (!settings.config.empty()) settings = WithOptions(ReadConfigFile(settings.config));
+    if (!settings.config.empty()) settings = WithOptions(ReadConfigFile(settings.config, is_live_));
     settings.report = settings.report || settings.percentile;
+    if (settings.append && FormatOf(settings) == Format::kTable) {
+      throw SettingsError(fmt::format("{}: with --append: expected records, csv or jsonl", settings.format->where));
+    }
     const bool on_screen = settings.output == "-" && isatty(STDOUT_FILENO) == 1;
     if (!settings.format && !settings.headers && on_screen)
       settings.format = {Format::kTable, "default of --format"};
@@ -145,6 +152,7 @@ class Command {
   }
 
   CLI::App *app_;
+  bool is_live_;
   std::map<std::string, std::string> texts_;  // of the options, by name
 };
 
@@ -166,24 +174,28 @@ void Replay(const Command &command) {
   Count(&source, settings, stem, settings.output, RecordTime::kOfPoll);
 }
 
-LiveSource KernelSource(const Command &command, const Settings &settings) {
+LiveSource KernelSource(const std::string &source, const Settings &settings) {
   const std::uint32_t interval = settings.interval ? settings.interval->value : kDefaultInterval;
   std::optional<std::uint32_t> count;
   if (settings.count) count = settings.count->value;
-  return {command.input, settings.proc, interval, count};
+  return {source, settings.proc, interval, count};
 }
 
 void Live(const Command &command) {
   Settings settings = command.ReadSettings();
+  if (!command.input.empty()) settings.source = command.input;
+  if (settings.source.empty()) throw SettingsError("SOURCE is required, here or in the settings file (see --help)");
   if (!settings.expire) settings.expire = {kDefaultExpire, "default of --expire"};
-  LiveSource source = KernelSource(command, settings);
-  Count(&source, settings, command.input, settings.output, RecordTime::kNow);
+  if (IsFileOutput(settings.output)) ReopenAtHangUp();
+  LiveSource source = KernelSource(settings.source, settings);
+  Count(&source, settings, settings.source, settings.output, RecordTime::kNow);
 }
 
 void RecordPolls(const Command &command) {
   const Settings settings = command.ReadSettings();
-  LiveSource source = KernelSource(command, settings);
-  Record(&source, settings.output);
+  if (IsFileOutput(settings.output)) ReopenAtHangUp();
+  LiveSource source = KernelSource(command.input, settings);
+  Record(&source, settings.output, settings.append);
 }
 
 void Top(const Command &command) { Top(command.input, command.ReadSettings()); }
@@ -229,15 +241,18 @@ int Run(int argc, char **argv) {
       "3 for samples outside the ranges, see replay --fail-outside.\n"
       "\n"
       "An output file is written beside the one that has its name and takes its place with\n"
-      "its first lines (live, record) or when it is complete (replay).\n");
+      "its first lines (live, record) or when it is complete (replay). With --append lines are\n"
+      "written in place, behind those that it has.\n");
 
   constexpr const char *kSourceHelp = "net (interfaces), disk (devices) or cpu (processors)";
+  constexpr const char *kLiveSourceHelp =
+      "net (interfaces), disk (devices) or cpu (processors);\nas in the settings file if it is left out";
   CLI::App *replay = app.add_subcommand("replay", "count the polls of a file");
   const Command replay_command(replay, kReplay, "FILE", "poll file, or - for standard input");
   replay->footer(std::string("\n") + kRecordsFooter + kReplayFooter);
 
   CLI::App *live = app.add_subcommand("live", "count the kernel's counters");
-  const Command live_command(live, kLive, "SOURCE", kSourceHelp);
+  const Command live_command(live, kLive, "SOURCE", kLiveSourceHelp);
   live->footer(std::string("\n") + kRecordsFooter + kLiveFooter);
 
   CLI::App *record = app.add_subcommand("record", "write the kernel's counters to a poll file");

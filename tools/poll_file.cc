@@ -209,6 +209,14 @@ void PollFileReader::ReadRow(Poll *poll) {
   if (position != end) FailFieldCount();
 }
 
+std::optional<int64_t> LineTime(std::string_view line, const std::string &file) {
+  if (line.empty() || IsHeader(line)) return std::nullopt;
+  const std::string_view field = line.substr(0, line.find(','));
+  const auto time = ParseNumber<int64_t>(field);
+  if (!time || !IsTime(*time)) throw Error(fmt::format("{}: last line: {}", file, TimeRefusal(field)));
+  return time;
+}
+
 std::string PollFileHeader(const Table &table) {
   std::string text = "time," + table.key;
   for (const Column &column : table.columns) {

@@ -3,6 +3,7 @@
 #define ZORSTAT_POLL_FILE_H_
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -46,6 +47,9 @@ class PollFileReader {
   std::vector<std::uint64_t> row_lines_;  // of the poll
   std::string known_keys_;                // of the poll before
 };
+
+// The time of a poll file's line, if it is not empty and no header. Throws Error, naming `file`.
+std::optional<int64_t> LineTime(std::string_view line, const std::string &file);
 
 std::string PollFileHeader(const Table &table);
 

@@ -4,8 +4,13 @@
 
 #include <algorithm>
 #include <chrono>
+#include <csignal>
+#include <cstdint>
+#include <limits>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "clock.h"
@@ -13,7 +18,11 @@
 #include "error.h"
 #include "export/exporter.h"
 #include "file.h"
+#include "notify.h"
 #include "poll_file.h"
+#include "state.h"
+#include "stop.h"
+#include "text.h"
 
 namespace zorstat {
 namespace {
@@ -30,23 +39,41 @@ void WriteOut(std::string *lines, Output *output) {
 class Counting {
  public:
   Counting(const Run &run, const Settings &settings, const Exporters &exporters)
-      : collector_(run, settings, !exporters.empty()),
+      : run_(run),
+        settings_(settings),
         exporters_(exporters),
         writes_records_(FormatOf(settings) == Format::kRecords) {
+    BeginCollecting();
     for (const auto &exporter : exporters_) exporter->Begin(run);
   }
 
-  const Collector &collector() const { return collector_; }
+  const Collector &collector() const { return *collector_; }
 
-  void AddRows(const Poll &poll, const std::string &place) { collector_.AddRows(poll, place); }
-  void EndPoll(std::int64_t time, std::string *records) {
-    collector_.EndPoll(Wanted(records));
-    TellInterval();
-    for (const auto &exporter : exporters_) exporter->EndPoll(time, [&] { return collector_.InProgress(); });
+  // Goes on from where a run was when its state was saved; false when it cannot.
+  bool Resume(const nlohmann::json &state, zor::process::Counters counters) {
+    try {
+      if (collector_->Load(state, counters)) return true;
+    } catch (const nlohmann::json::exception &) {  // it has other parts
+    }
+    BeginCollecting();
+    return false;
   }
-  void Finish(std::string *records) {
+
+  void AddRows(const Poll &poll, const std::string &place) { collector_->AddRows(poll, place); }
+  void EndPoll(std::int64_t time, std::string *records) {
+    collector_->EndPoll(Wanted(records));
+    TellInterval();
+    for (const auto &exporter : exporters_) exporter->EndPoll(time, [&] { return collector_->InProgress(); });
+  }
+  void EndInterval(std::string *records) {
+    collector_->Clear(Wanted(records));
+    TellInterval();
+  }
+  void RepeatHeaders() { collector_->RepeatHeaders(); }
+  // The interval in progress ends, too, unless the next run goes on with it.
+  void Finish(std::string *records, bool goes_on) {
     FirstFailure failure;
-    failure.Try([&] { collector_.Finish(Wanted(records)); });
+    failure.Try([&] { goes_on ? collector_->Pause() : collector_->Finish(Wanted(records)); });
     failure.Try([&] { TellInterval(); });
     for (const auto &exporter : exporters_) failure.Try([&] { exporter->Finish(); });
     failure.Rethrow();
@@ -59,16 +86,65 @@ class Counting {
     return writes_records_ ? records : &unwanted_;
   }
 
+  void BeginCollecting() { collector_.emplace(run_, settings_, !exporters_.empty()); }
+
   void TellInterval() {
-    const std::optional<IntervalReadings> interval = collector_.TakeInterval();
+    const std::optional<IntervalReadings> interval = collector_->TakeInterval();
     if (!interval) return;
     for (const auto &exporter : exporters_) exporter->EndInterval(*interval);
   }
 
-  Collector collector_;
+  const Run &run_;
+  const Settings &settings_;
   const Exporters &exporters_;
+  std::optional<Collector> collector_;
   bool writes_records_;
   std::string unwanted_;
+};
+
+// The polls of a run that may last for months: between them it does what signals ask for, and tells the program
+// that supervises it how it is.
+class AttendedPolls {
+ public:
+  AttendedPolls(Source *source, Output *file) : source_(source), file_(file) {}
+
+  // Behind the first poll. `end_interval` does what SIGUSR1 asks for, `reopened` is told that another file may be
+  // written from now on.
+  template <class EndInterval, class Reopened>
+  bool Next(Poll *poll, EndInterval end_interval, Reopened reopened) {
+    Notify(fmt::format("{}WATCHDOG=1\nSTATUS={} polls", polls_ == 0 ? "READY=1\n" : "", polls_ + 1));
+    ++polls_;
+    while (!source_->Wait(watchdog_)) {
+      Notify("WATCHDOG=1");
+      if (TakeRequest(SIGUSR1)) end_interval();
+      if (TakeRequest(SIGHUP)) {
+        Reopen();
+        reopened();
+      }
+    }
+    const bool has_next = source_->Next(poll);
+    if (!has_next) Notify("STOPPING=1");
+    return has_next;
+  }
+
+ private:
+  // Where that fails a run that nobody watches goes on with what it has.
+  void Reopen() {
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    Notify(fmt::format("RELOADING=1\nMONOTONIC_USEC={}",
+                       std::chrono::duration_cast<std::chrono::microseconds>(now).count()));
+    try {
+      file_->Reopen();
+    } catch (const Error &error) {
+      Complain(fmt::format("{} (writing to the old file)", error.what()));
+    }
+    Notify("READY=1");
+  }
+
+  Source *source_;
+  Output *file_;
+  const std::chrono::milliseconds watchdog_ = WatchdogPeriod();
+  std::uint64_t polls_ = 0;
 };
 
 // The times of a poll file, which cannot go back. Where the clock was set back they go on as far as time has, so
@@ -88,6 +164,12 @@ class RisingTime {
   }
   uint64_t went_on() const { return went_on_; }
 
+  // That of the last poll of an earlier run.
+  void GoOnFrom(int64_t time) {
+    last_ = time;
+    taken_ = Clock::now();
+  }
+
  private:
   using Clock = std::chrono::steady_clock;
 
@@ -95,6 +177,30 @@ class RisingTime {
   Clock::time_point taken_;
   uint64_t went_on_ = 0;
 };
+
+nlohmann::json ToJson(const std::optional<FileMark> &mark) {
+  if (!mark) return nullptr;
+  return {{"device", mark->device}, {"inode", mark->inode}, {"size", mark->size}};
+}
+
+// What the last run wrote behind its state is counted once more.
+void CutBack(const nlohmann::json &mark, Output *file) {
+  if (mark.is_null()) return;
+  const std::uint64_t cut = file->CutBack({mark.at("device"), mark.at("inode"), mark.at("size")});
+  if (cut != 0) Complain(fmt::format("{}: {} bytes cut: they were written behind the state", file->name(), cut));
+}
+
+// False where there is nothing to go on from.
+bool GoOn(const StateFile &state, Counting *counting, Output *file) {
+  const std::optional<nlohmann::json> saved = state.Read();
+  if (!saved) return false;
+  if (!counting->Resume(saved->value("collector", nlohmann::json()), state.CountersSince(*saved))) {
+    state.Refuse("the data of a run");
+    return false;
+  }
+  CutBack(saved->value("output", nlohmann::json()), file);
+  return true;
+}
 
 }  // namespace
 
@@ -109,28 +215,64 @@ void Count(Source *source, const Settings &settings, const std::string &default_
   const Run run = {dg, settings.interval ? settings.interval->value : source->Interval(poll), source->table(),
                    plans, record_time == RecordTime::kNow};
   Counting counting(run, settings, exporters);
-  Output file(output);
+  const bool is_live = record_time == RecordTime::kNow;
+  const bool has_header = !lines.empty();  // of the exporters
+  const bool has_state = !settings.state.empty();
+  Output file(output, std::exchange(lines, {}), settings.append || (has_state && IsFileOutput(output)));
+  std::optional<StateFile> state;
+  std::int64_t counted_to = std::numeric_limits<std::int64_t>::min();  // the time of a poll
+  if (has_state) {
+    state.emplace(settings.state, run, settings, source->Boot());
+    if (GoOn(*state, &counting, &file) && !is_live) counted_to = counting.collector().last_time();
+  }
+  AttendedPolls polls(source, &file);
+  // The state comes after the lines that it tells of.
+  const auto publish = [&] {
+    WriteOut(&lines, &file);
+    file.Publish();
+    if (state) state->Write({{"collector", counting.collector().Save()}, {"output", ToJson(file.Mark())}});
+  };
+  // At the start, and where the file is another one or was emptied.
+  const auto begin_lines = [&] {
+    if (lines.empty() && file.IsEmpty()) counting.RepeatHeaders();
+  };
+  const auto end_interval = [&] {
+    begin_lines();
+    counting.EndInterval(&lines);
+    if (!lines.empty() || state) publish();
+  };
+  const auto keep_state = [&] {
+    if (state) publish();
+  };
+  std::uint64_t passed_over = 0;
   std::optional<std::string> report;
   FirstFailure failure;
   failure.Try([&] {
+    if ((is_live && has_header) || state) publish();  // that it can be written is to be known now
     do {
-      if (record_time == RecordTime::kOfPoll) SetRecordTime(poll.time);
+      if (poll.time <= counted_to) {
+        ++passed_over;
+        continue;
+      }
+      if (!is_live) SetRecordTime(poll.time);
       counting.AddRows(poll, source->Place(poll));
       // The last poll may end with a clear, after which there would be nothing to report.
       if (settings.report && source->IsLast()) report = counting.collector().Report();
+      begin_lines();
       counting.EndPoll(poll.time, &lines);
-      if (record_time == RecordTime::kNow && !lines.empty()) {
-        WriteOut(&lines, &file);
-        file.Publish();
+      if (is_live && (!lines.empty() || (state && counting.collector().is_cleared()))) {
+        publish();
       } else if (lines.size() >= kBatch) {
         WriteOut(&lines, &file);
       }
-    } while (source->Next(&poll));
+    } while (is_live ? polls.Next(&poll, end_interval, keep_state) : source->Next(&poll));
   });
   failure.Try([&] {
     if (settings.report && !report) report = counting.collector().Report();
   });
-  failure.Try([&] { counting.Finish(&lines); });
+  begin_lines();
+  failure.Try([&] { counting.Finish(&lines, has_state); });
+  failure.Try(keep_state);
   WriteOut(&lines, &file);
   if (output == "-") file.Write(report.value_or(""));
   file.Close();
@@ -140,22 +282,30 @@ void Count(Source *source, const Settings &settings, const std::string &default_
     console.Close();
   }
   failure.Try([&] {
+    if (passed_over != 0)
+      Complain(fmt::format("polls passed over, as the state has counted them: {}", passed_over));
     for (const std::string &note : counting.collector().Notes()) Complain(note);
   });
   failure.Rethrow();
 }
 
-void Record(Source *source, const std::string &output) {
-  Output file(output);
-  std::string lines = PollFileHeader(source->table());
-  Poll poll;
+void Record(Source *source, const std::string &output, bool append) {
+  Output file(output, PollFileHeader(source->table()), append);
+  AttendedPolls polls(source, &file);
   RisingTime time;
-  while (source->Next(&poll)) {
+  if (append) {
+    if (const auto last = LineTime(file.LastLine(), output)) time.GoOnFrom(*last);
+  }
+  std::string lines;
+  Poll poll;
+  if (!source->Next(&poll)) return;
+  do {
     poll.time = time.Of(poll.time);
     AppendPollLines(source->table(), poll, &lines);
     WriteOut(&lines, &file);
     file.Publish();
-  }
+  } while (polls.Next(
+      &poll, [] {}, [] {}));
   file.Close();
   if (time.went_on() != 0) {
     Complain(fmt::format("the clock was set back: times went on without it in {} polls", time.went_on()));

@@ -19,7 +19,7 @@ void Count(Source *source, const Settings &settings, const std::string &default_
            RecordTime record_time);
 
 // Writes the source's polls to a poll file.
-void Record(Source *source, const std::string &output);
+void Record(Source *source, const std::string &output, bool append);
 
 }  // namespace zorstat
 

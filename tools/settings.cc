@@ -335,9 +335,9 @@ constexpr SettingRow kSettings[] = {
     {"interval", "SECONDS", "between polls, at least 10 (default: 10)", kInteger, kReadInterval,
      kLive | kRecord | kTop},
     {"count", "N", "end after this many polls (default: at a signal)", kInteger,
-     Set<&Settings::count, ReadCount<1, std::numeric_limits<std::uint32_t>::max()>>, kLive | kRecord},
+     Set<&Settings::count, ReadCount<1, std::numeric_limits<std::uint32_t>::max()>>, kLive | kRecord | kRun},
     {"proc", "DIR", "directory of the proc file system (default: /proc)", kText,
-     SetPlain<&Settings::proc, ReadText>, kLive | kRecord | kTop},
+     SetPlain<&Settings::proc, ReadText>, kLive | kRecord | kTop | kRun},
     {"statistics", "LIST", "summary, distribution, percentile, baseline\n(default: summary,percentile)", kList,
      Set<&Settings::statistics, ReadStatistics>, kForAll | kObject},
     {"buckets", "N", "buckets of a distribution, 1 to 65535 (default: 100)", kInteger,
@@ -379,17 +379,20 @@ constexpr SettingRow kSettings[] = {
     {"report", "", "at the end, print the interval in progress", kTruth, SetPlain<&Settings::report, ReadTruth>,
      kForAll},
     {"config", "FILE", "settings in TOML", kText, SetPlain<&Settings::config, ReadText>, kCounting | kTop},
+    {"source", "", "", kText, SetPlain<&Settings::source, ReadText>, kRun},
     {"unit", "", "", kText, Set<&Settings::unit, ReadUnit>, kTopLevel | kObject},
     {"per", "", "", kText, Set<&Settings::per_second, ReadPer>, kTopLevel | kObject},
     {"output", "FILE", "write to this file (default: standard output)", kText,
-     SetPlain<&Settings::output, ReadText>, kCounting, 'o'},
+     SetPlain<&Settings::output, ReadText>, kCounting | kRun, 'o'},
+    {"append", "", "continue the file of --output in place", kTruth, SetPlain<&Settings::append, ReadTruth>,
+     kCounting | kRecord | kRun},
     {"format", "FORMAT",
      "what to write: records, table, csv or jsonl (default:\ntable on a terminal, else records)", kText,
      Set<&Settings::format, ReadFormat>, kForAll},
     {"host", "NAME", "host in csv, jsonl and histories (default: the name of\nthis one)", kText,
      Set<&Settings::host, ReadName>, kForAll},
     {"sqlite", "FILE", "keep the intervals in this database, for 'zorstat query'", kText,
-     SetPlain<&Settings::sqlite, ReadText>, kCounting},
+     SetPlain<&Settings::sqlite, ReadText>, kCounting | kRun},
     {"fail-outside", "PERCENT",
      "end with status 3 if an instance has more than so many per\n"
      "cent of its samples outside its range",
@@ -405,11 +408,11 @@ constexpr SettingRow kSettings[] = {
     {"listen", "HOST:PORT",
      "serve metrics to Prometheus at http://HOST:PORT/metrics;\n"
      "quantiles are those of an interval: give --clear, too",
-     kText, Set<&Settings::listen, ReadAddress>, kLive},
+     kText, Set<&Settings::listen, ReadAddress>, kLive | kRun},
     {"prometheus", "FILE",
      "write these metrics to a file, NAME.prom, for the textfile\n"
      "collector of node_exporter, after each poll",
-     kText, Set<&Settings::prometheus, ReadPromFile>, kLive},
+     kText, Set<&Settings::prometheus, ReadPromFile>, kLive | kRun},
     {"prometheus", "FILE",
      "write metrics for Prometheus to a file, NAME.prom, at the\n"
      "end",
@@ -420,8 +423,12 @@ constexpr SettingRow kSettings[] = {
      kRecord, 'o'},
     {"output", "FILE", "settings file (default: standard output)", kText, SetPlain<&Settings::output, ReadText>,
      kSuggest, 'o'},
+    {"state", "FILE",
+     "keep there what is known at the end, live at each clear,\n"
+     "too, and go on from it; --output is then appended to",
+     kText, SetPlain<&Settings::state, ReadText>, kForAll},
     {"html", "FILE", "write a page for a browser: at the end of a replay, live\nat the end of each interval", kText,
-     SetPlain<&Settings::html, ReadText>, kCounting},
+     SetPlain<&Settings::html, ReadText>, kCounting | kRun},
 };
 
 }  // namespace

@@ -63,9 +63,11 @@ struct Settings {
   bool headers = false;
   bool report = false;
   double outside = 0.1;  // per cent of the samples that a suggested range may leave out
+  std::string source;
   std::string proc = "/proc";
   std::string config;
   std::string output = "-";
+  bool append = false;
   std::string html;
   OptionalSetting<Format> format;
   OptionalSetting<std::string> host;
@@ -73,7 +75,8 @@ struct Settings {
   OptionalSetting<double> fail_outside;    // per cent of an instance's samples
   OptionalSetting<NameList> on_departure;  // a program and its arguments
   double departure = 2;                    // widths, from which on it is run
-  std::vector<Settings> tables;            // if there are any, these are the objects
+  std::string state;
+  std::vector<Settings> tables;  // if there are any, these are the objects
 
   Setting<std::string> name;  // of the one object
 };
@@ -87,7 +90,8 @@ enum Place : unsigned {
   kAnyCommand = 15 | 64,
   kTopLevel = 16,
   kObject = 32,
-  kTop = 64
+  kTop = 64,
+  kRun = 128,  // top level, too, but passed over by all commands but live
 };
 
 // What a value looks like. In a settings file it, or each part of an array, has one of the types; in one text parts

@@ -8,13 +8,13 @@
 
 namespace zorstat {
 
-// Threads that are started meanwhile leave the signals that ask to stop to the main thread.
+// Threads that are started meanwhile leave the signals that ask for something to the main thread.
 class SignalsBlocked {
  public:
   SignalsBlocked() {
     sigset_t signals;
     sigemptyset(&signals);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&signals, signal);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGUSR1}) sigaddset(&signals, signal);
     pthread_sigmask(SIG_BLOCK, &signals, &before_);
   }
   ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }

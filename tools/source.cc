@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "error.h"
+#include "file.h"
 #include "settings.h"
 #include "stop.h"
 
@@ -16,6 +17,7 @@ namespace {
 
 constexpr std::chrono::milliseconds kLongestWait{std::numeric_limits<int>::max()};
 constexpr std::chrono::seconds kLate{1};
+constexpr size_t kLargestBootId = 100;
 
 }  // namespace
 
@@ -61,7 +63,7 @@ std::string FileSource::Place(const Poll &poll) const {
 
 LiveSource::LiveSource(std::string_view kind, const std::string &proc_root, uint32_t interval,
                        std::optional<uint32_t> polls)
-    : counters_(kind, proc_root), interval_(interval), polls_(polls) {}
+    : proc_root_(proc_root), counters_(kind, proc_root), interval_(interval), polls_(polls) {}
 
 bool LiveSource::Next(Poll *poll) {
   if (IsLast() || !TakePoll(poll)) {
@@ -70,6 +72,13 @@ bool LiveSource::Next(Poll *poll) {
   }
   any_row_ = any_row_ || poll->rows() != 0;
   return true;
+}
+
+bool LiveSource::Wait(std::chrono::milliseconds longest) {
+  const auto left = UntilNext();
+  if (IsLast() || left <= left.zero()) return true;
+  WaitForRequest(static_cast<int>(std::min({left, longest, kLongestWait}).count()));
+  return IsStopped() || UntilNext() <= left.zero();
 }
 
 std::chrono::milliseconds LiveSource::UntilNext() const {
@@ -98,6 +107,16 @@ bool LiveSource::WaitUntil(Clock::time_point when) {
     if (!WaitUnlessStopped(-1, static_cast<int>(wait.count()))) return false;
     if (left <= kLongestWait) return true;
   }
+}
+
+std::string LiveSource::Boot() const {
+  std::string id;
+  try {
+    ReadFile(proc_root_ + "/sys/kernel/random/boot_id", kLargestBootId, &id);
+  } catch (const Error &) {
+    return "";
+  }
+  return id;
 }
 
 std::string LiveSource::Place(const Poll &poll) const { return fmt::format("poll of {}", poll.time); }

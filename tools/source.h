@@ -24,6 +24,9 @@ class Source {
   // The next poll; false at the end. Throws Error when it cannot be read.
   virtual bool Next(Poll *poll) = 0;
 
+  // Waits until Next() will not wait, at most so long; false if a request (stop.h) or the time ended that before.
+  virtual bool Wait(std::chrono::milliseconds /* longest */) { return true; }
+
   // Whether the poll that Next() returned is known to be the last one.
   virtual bool IsLast() const = 0;
 
@@ -32,6 +35,9 @@ class Source {
 
   // For messages: where the poll came from.
   virtual std::string Place(const Poll &poll) const = 0;
+
+  // Changes whenever the counters begin anew all together; empty where that cannot be known.
+  virtual std::string Boot() const { return ""; }
 };
 
 // A poll file, read one poll ahead.
@@ -63,9 +69,11 @@ class LiveSource : public Source {
 
   const Table &table() const override { return counters_.table(); }
   bool Next(Poll *poll) override;
+  bool Wait(std::chrono::milliseconds longest) override;
   bool IsLast() const override { return polls_ && taken_ == *polls_; }
   uint32_t Interval(const Poll &) const override { return static_cast<uint32_t>(interval_.count()); }
   std::string Place(const Poll &poll) const override;
+  std::string Boot() const override;
 
   // Until Next() takes a poll without waiting.
   std::chrono::milliseconds UntilNext() const;
@@ -76,6 +84,7 @@ class LiveSource : public Source {
   bool TakePoll(Poll *poll);
   static bool WaitUntil(Clock::time_point when);
 
+  std::string proc_root_;
   ProcTable counters_;
   std::chrono::seconds interval_;
   std::optional<uint32_t> polls_;

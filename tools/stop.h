@@ -39,6 +39,17 @@ ssize_t WhenReady(bool (*wait)(int fd), int fd, Call call) {
   return -1;
 }
 
+// Signals that ask a run to do something and to go on: SIGUSR1 for what it likes, and, once this was called, SIGHUP
+// to open its output again. SIGHUP still asks to stop where it was the terminal of the start that went away, and
+// nothing where it was ignored at the start.
+void ReopenAtHangUp();
+
+// Waits until such a signal comes, or has come since it was last taken, or one asks to stop; at most so long.
+void WaitForRequest(int milliseconds);
+
+// Whether the signal has come since the last call.
+bool TakeRequest(int signal);
+
 }  // namespace zorstat
 
 #endif  // ZORSTAT_STOP_H_

@@ -3,6 +3,11 @@ function(compress file)
   execute_process(COMMAND gzip -9n ${file} COMMAND_ERROR_IS_FATAL ANY)
 endfunction()
 
+# What has its place outside the prefix.
+set(service ${CMAKE_CURRENT_LIST_DIR}/../../share/service)
+configure_file(${service}/logrotate ${CPACK_TEMPORARY_DIRECTORY}/tools/etc/logrotate.d/zorstat COPYONLY)
+configure_file(${service}/net.toml ${CPACK_TEMPORARY_DIRECTORY}/tools/etc/zorstat/net.toml COPYONLY)
+
 string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
 foreach(component ${CPACK_COMPONENTS_ALL})
   string(TOUPPER ${component} upper)

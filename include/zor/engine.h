@@ -14,6 +14,8 @@
 #ifndef ZOR_ENGINE_H_
 #define ZOR_ENGINE_H_
 
+#include <stddef.h>
+
 #include "zor/platform.h"
 #include "zor/print_handle.h"
 #include "zor/types.h"
@@ -220,6 +222,13 @@ ZOR_API void zor_process_engine_set_poll_interval(zor_process_engine_t *engine, 
 ZOR_API uint32_t zor_process_engine_process_data(zor_process_engine_t *engine, const char *dg_name,
                                                  const zor_process_msg_t *msg);
 
+/** The periods that have ended in the baselines of a DG: while this does not change, and nothing is cleared, there is
+ * no new record to be collected, and no need for a walk. Constant time.
+ * @param engine   the engine
+ * @param dg_name  the DG's name
+ * @return their number since the DG was made; 0 when there is no such DG */
+ZOR_API uint64_t zor_process_engine_get_periods_ended(zor_process_engine_t *engine, const char *dg_name);
+
 /** Clears the statistics of a DG that mask and an object's flags have in common: each instance's records are
  * rendered into its clear buffer, then its statistics are reset. Stops at the first instance that fails, which
  * keeps its statistics, as do those after it. Linear in the instances; one allocation for each.
@@ -255,6 +264,34 @@ typedef int (*zor_process_instance_predicate_fn)(const zor_process_data_cursor_t
  * @return 0; 1 without is_removed; 4 when there is no such DG */
 ZOR_API uint32_t zor_process_engine_remove_instances(zor_process_engine_t *engine, const char *dg_name,
                                                      zor_process_instance_predicate_fn is_removed, void *context);
+/** @} */
+
+/** @name Saving and loading
+ * @{ */
+
+/** Writes the collected data of a DG, so that it can go on in another process: the last values of counters,
+ * statistics, baselines, learning ones too, and records that were not collected. Settings are not written but for
+ * comparison. One pass over all instances and their buckets; allocates nothing once a row has come.
+ * @param engine   the engine
+ * @param dg_name  the DG's name
+ * @param data     written, if there is room for all of it: bytes in the machine's order; null to learn the size
+ * @param size     the room; changed to the size of the data
+ * @return 0; 1 without size; 2 without memory; 4 when there is no such DG; 8 while it has no template */
+ZOR_API uint32_t zor_process_engine_save_dg_data(zor_process_engine_t *engine, const char *dg_name, void *data,
+                                                 size_t *size);
+
+/** Reads what zor_process_engine_save_dg_data() has written into a DG that has its template and no instances yet.
+ * Anything else is refused, be it torn, changed or of other settings; what it takes leaves no record that calls
+ * could not have made, but for sums and counts that do not fit together. Linear in the data.
+ * @param engine   the engine
+ * @param dg_name  the DG's name
+ * @param data     the bytes, at any address
+ * @param size     their number
+ * @return 0; 1 without data or when the DG has instances; 4 when there is no such DG; 8 while it has no template:
+ *         nothing has changed then. 11 for other data, 15 when a range does not fit, 2 without memory: the data of
+ *         the DG is reset then, as by zor_process_engine_set_dg() with clear, and it awaits its template */
+ZOR_API uint32_t zor_process_engine_load_dg_data(zor_process_engine_t *engine, const char *dg_name,
+                                                 const void *data, size_t size);
 /** @} */
 
 /** @name Reading

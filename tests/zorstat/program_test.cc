@@ -40,6 +40,28 @@ constexpr Case kRuns[] = {
      "big-summary: 40, a, x, 2, 0, 18446744073709551615, 9223372036854775807.500\r\n"
      "big-summary: 40, b, x, 4, 1, 4, 2.500\r\n0\n",
      "zorstat: refused values: a 2 (not in the sum)\nzorstat: instance y: had no values\n"},
+    {"a state carries on where the last run ended, and passes over what it has counted",
+     "o='--cumulative all --statistics summary,baseline --clear 3 --dg r --interval 10 --format'; for f in records "
+     "jsonl; do $Z replay reset.csv $o $f > whole 2>> notes; for n in 2 4 6 10; do head -n $n reset.csv | "
+     "$Z replay - $o $f --state s -o $f 2>> notes; done; cmp -n $(stat -c %s $f) whole $f; wc -l < $f; rm s; done; "
+     "grep passed notes | sort -u",
+     "4\n3\n"
+     "zorstat: polls passed over, as the state has counted them: 1\n"
+     "zorstat: polls passed over, as the state has counted them: 3\n"
+     "zorstat: polls passed over, as the state has counted them: 5\n",
+     ""},
+    {"a state that is torn, of other settings or no state is not gone on from",
+     "r() { $Z replay f.csv --statistics summary --state s -o o.txt \"$@\"; }; r --clear 5; r --clear 4; head -c "
+     "99 s "
+     "> t; mv t s; r --clear 4; echo '{}' > s; r --clear 4; r --clear 4; wc -l < o.txt; $Z replay f.csv --state "
+     "d/s; "
+     "echo $?",
+     "12\n1\n",
+     "zorstat: s: not gone on from: expected a state of these settings, other than in /clear\n"
+     "zorstat: s: not gone on from: expected a whole state of version 1\n"
+     "zorstat: s: not gone on from: expected a whole state of version 1\n"
+     "zorstat: polls passed over, as the state has counted them: 5\n"
+     "zorstat: d/s: cannot create a file beside it: no such file or directory\n"},
     {"a refused value spoils percentiles", "$Z replay big.csv --report | grep ^Values",
      "Values not in the sum: 2\n",
      "zorstat: refused values: a 2 (not in the sum, so that percentiles do not hold)\n"},
@@ -144,6 +166,19 @@ constexpr Case kRuns[] = {
      "units  1970-01-01 00:00:20 UTC  2 polls\r\n"
      "1\n",
      ""},
+    {"appending goes on behind the last whole line, with one header, and polls later than the last",
+     "o='f.csv --objects rx --statistics summary --instances p1 --append -o'; printf 'old\ntorn' > r.txt;"
+     "printf 'time,ho' > c.csv; for i in 1 2; do $Z replay $o r.txt; $Z replay $o c.csv --format csv; done;"
+     "cut -d, -f1,3-6 r.txt c.csv;"
+     "$Z record cpu --proc bare --count 1 --append -o p.csv; printf '4000000000,cpu\n' >> p.csv; "
+     "$Z record cpu --proc . --count 1 --append -o p.csv; cut -d, -f1-4 p.csv",
+     "old\nf-summary: 1700000040, p1, 5, 0, 400\nf-summary: 1700000040, p1, 5, 0, 400\n"
+     "time,group,object,instance,samples\n1700000040,f,rx,p1,5\n1700000040,f,rx,p1,5\n"
+     "time,cpu,user,nice\n4000000000,cpu\n4000000001,cpu,1,2\n4000000001,cpu0,1,2\n",
+     "zorstat: r.txt: the last line had no end; its 4 bytes were cut off\n"
+     "zorstat: c.csv: the last line had no end; its 7 bytes were cut off\n"
+     "zorstat: bare/stat: had no rows\n"
+     "zorstat: the clock was set back: times went on without it in 1 polls\n"},
     {"bash completes what --help lists", "bash complete.bash $Z",
      "replay live record suggest query page top\nnet disk cpu\nsummary,percentile\n--count --clear "
      "--config\n--count\n\nf.csv\n",

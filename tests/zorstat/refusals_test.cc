@@ -76,6 +76,23 @@ TEST_F(RefusalsTest, TellsFailuresFromWrongUse) {
   for (const Bad &bad : bad_arguments) ExpectRefused(bad.given, bad.status_or_records, bad.error);
 }
 
+TEST_F(RefusalsTest, AppendsOnlyWhereLinesFit) {
+  const Bad bad_arguments[] = {
+      {"", "--append: 'standard output': expected a file as --output\n", 2},
+      {"-o /dev/null", "--append: '/dev/null': expected a file as --output\n", 2},
+      {"-o old --format table", "--format: with --append: expected records, csv or jsonl\n", 2},
+      {"-o old --format csv", "old:1: header: 'time,host': expected that of what is to be appended\n", 1},
+      {"-o link", "link: cannot open: ", 1},
+      {"--help >help; flock old $Z replay f.csv --append -o old", "old: another run writes to it\n", 1},
+  };
+  Write("old", "time,host\nan unfinished line");
+  std::filesystem::create_symlink("nowhere", "link");
+  for (const Bad &bad : bad_arguments) {
+    ExpectRefused(std::string("replay f.csv --append ") + bad.given, bad.status_or_records, bad.error);
+    EXPECT_EQ(Read("old"), "time,host\nan unfinished line") << bad.given;
+  }
+}
+
 TEST_F(RefusalsTest, NamesValueAndExpectationOfAnOption) {
   const Bad bad_options[] = {
       {"statistics=sum", "statistics: 'sum': expected summary, distribution, percentile or baseline"},

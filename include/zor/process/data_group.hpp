@@ -8,10 +8,12 @@
 #include <cstdlib>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "zor/engine.h"
 #include "zor/entry.h"
+#include "zor/process/result.hpp"
 #include "zor/process/settings.hpp"
 
 namespace zor::process::detail {
@@ -85,6 +87,12 @@ class DataGroup {
     return lift(zor_process_engine_clear_dg_data(engine(), name(), static_cast<std::uint16_t>(mask), 0));
   }
 
+  /** Whether a baseline has a new record since this was asked last. */
+  bool has_baseline_records() {
+    const std::uint64_t ended = zor_process_engine_get_periods_ended(engine(), name());
+    return ended != std::exchange(periods_ended_, ended);
+  }
+
   /** Removes the instances for which is_removed(column, entry) holds. */
   template <class IsRemoved>
   void remove_instances(IsRemoved is_removed) const {
@@ -92,6 +100,20 @@ class DataGroup {
       return (*static_cast<IsRemoved *>(context))(*instance->oper_entry, instance->entry);
     };
     zor_process_engine_remove_instances(engine(), name(), ask, &is_removed);
+  }
+
+  /** Adds the collected data to `bytes`. */
+  Status save(std::string &bytes) const {
+    std::size_t size = 0;
+    const std::uint32_t code = zor_process_engine_save_dg_data(engine(), name(), nullptr, &size);
+    if (code != ZOR_PROCESS_SUCCESS) return check(place(), code);
+    const std::size_t start = bytes.size();
+    bytes.resize(start + size);
+    return check(place(), zor_process_engine_save_dg_data(engine(), name(), bytes.data() + start, &size));
+  }
+  Status load(std::string_view bytes) const {
+    const std::uint32_t code = zor_process_engine_load_dg_data(engine(), name(), bytes.data(), bytes.size());
+    return check(place(), code);
   }
 
   /** Calls visit(column) for each column that feeds an object, in the template's order. */
@@ -128,6 +150,7 @@ class DataGroup {
   std::shared_ptr<zor_process_engine_t> engine_;
   std::string name_, place_;
   zor_process_dg_t *record_ = nullptr; /**< null before create() */
+  std::uint64_t periods_ended_ = 0;    /**< of baselines, when they were asked for */
 };
 
 }  // namespace zor::process::detail

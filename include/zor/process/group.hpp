@@ -52,7 +52,7 @@ class Poll {
   }
 
   /** Ends the poll; clears the group if its interval is over, and at the next polls again if that fails; collects
-   * the records. Visits every instance when it clears, and in a group with baselines.
+   * the records. Visits every instance when it clears, and when a baseline has a record.
    * @return the first failure of the poll, or of polls before it that no end() has told */
   [[nodiscard]] Status end() {
     if (!group_) return ended();
@@ -114,11 +114,34 @@ class Group {
   [[nodiscard]] Status restart(const Template &table) {
     if (Status s = check_template(table); !s) return s;
     if (Status s = clear(); !s) return s;
-    dg().set(ZOR_PROCESS_OPER_CLEAR, nullptr);
-    state_->row.reset();
-    state_->instances.clear();
-    ++state_->tally.removals;
-    return state_->send_template(table.columns_);
+    return state_->start_anew(table.columns_);
+  }
+
+  /** All that is collected, so that it can go on in another process: the interval in progress, baselines, the last
+   * values of counters, which instances there are, records that were not taken (but not readings). Between two
+   * polls. Linear in the instances and their buckets.
+   * @return bytes in the order of this machine, for load() of the same version; or that there is no template or
+   * that a poll is open */
+  [[nodiscard]] Result<std::string> save() const {
+    Status checked = detail::check(dg().place(), {{state_->tally.is_open, "saved before the poll has ended"}});
+    if (!checked) return checked.error();
+    return state_->save();
+  }
+
+  /** Goes on from where a group of the same settings and columns was saved. After the template and before the first
+   * poll.
+   * @param saved what save() has returned
+   * @param counters whether they have gone on since, or have begun anew at 0, as after a restart of what counts: of
+   * objects of Values::counter, in unsigned columns
+   * @return what is wrong; the group is then as before */
+  [[nodiscard]] Status load(std::string_view saved, Counters counters = Counters::go_on) {
+    const auto &tally = state_->tally;
+    const bool has_polled = tally.is_open || tally.polls != 0 || tally.interval != 1;
+    Status checked = detail::check(
+        dg().place(), {{!state_->row.has_columns(), "loaded before the template", ZOR_PROCESS_ERROR_NO_KEY},
+                       {has_polled, "loaded behind the first poll"}});
+    if (!checked) return checked;
+    return state_->load(saved, counters);
   }
 
   /** Begins a poll. @return the poll, if there is a template and no other poll */

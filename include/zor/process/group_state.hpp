@@ -70,7 +70,7 @@ struct GroupState {
   GroupState(std::shared_ptr<zor_process_engine_t> engine, Name name, Setup given)
       : dg(std::move(engine), name), setup(std::move(given)) {}
 
-  Status send_template(const std::shared_ptr<Columns> &columns) {
+  Status send_template(const std::shared_ptr<const Columns> &columns) {
     std::vector<zor_process_column_t> sent;
     sent.reserve(columns->infos.size());
     for (const auto &[column, type] : columns->infos) sent.push_back(column_of(column.c_str(), type));
@@ -86,6 +86,15 @@ struct GroupState {
     for (ObjectInfo &object : setup.objects) object.find_column(row.infos());
     follows_values_ = setup.follows_values();
     return Done{};
+  }
+
+  /** Drops all that is collected, and takes a template. */
+  Status start_anew(const std::shared_ptr<const Columns> &columns) {
+    dg.set(ZOR_PROCESS_OPER_CLEAR, nullptr);
+    row.reset();
+    instances.clear();
+    ++tally.removals;
+    return send_template(columns);
   }
 
   template <class Cells>
@@ -108,7 +117,7 @@ struct GroupState {
     note(check(dg.place(), dg.send(ZOR_PROCESS_MSG_END_OF_POLL)));
     if (++tally.polls >= setup.polls_between_clears()) {
       note(clear());
-    } else if (setup.has_baselines()) {
+    } else if (dg.has_baseline_records()) {
       collect();
     }
   }
@@ -159,6 +168,32 @@ struct GroupState {
     return all;
   }
 
+  /** What was collected, between two polls. */
+  Result<std::string> save() {
+    StateWriter writer;
+    transfer_counts(writer);
+    writer.transfer(tally.records);
+    instances.save(writer);
+    if (Status saved = dg.save(writer.bytes()); !saved) return saved.error();
+    return std::move(writer.bytes());
+  }
+  Status load(std::string_view saved, Counters counters) {
+    StateReader reader(saved);
+    transfer_counts(reader);
+    reader.transfer(tally.records);
+    instances.load(reader, setup.objects.size());
+    const Status loaded = reader.is_good() ? dg.load(reader.left()) : check(dg.place(), ZOR_PROCESS_ERROR_IN_DATA);
+    if (!loaded) {
+      tally = {};
+      for (ObjectInfo &object : setup.objects) object.resets = 0;
+      const auto columns = row.columns();
+      const Status started = start_anew(columns);
+      return started ? loaded : started;
+    }
+    if (counters == Counters::begin_anew) begin_counters_anew();
+    return Done{};
+  }
+
   DataGroup dg;
   Setup setup;
   RowMessage row;
@@ -186,6 +221,24 @@ struct GroupState {
       if (object.is_counter()) row.replace(object.column, count_on(state, object, value));
       state.seen = tally.interval;
     }
+  }
+
+  template <class Archive>
+  void transfer_counts(Archive &archive) {
+    for (std::uint64_t *count : {&tally.polls, &tally.interval, &tally.refused}) archive.transfer(*count);
+    for (ObjectInfo &object : setup.objects) archive.transfer(object.resets);
+  }
+
+  /** As a counter that is reset counts from 0. */
+  void begin_counters_anew() {
+    std::size_t i = 0;
+    instances.for_each([&](InstanceState &state) {
+      ObjectInfo &object = setup.objects[i++ % setup.objects.size()];
+      if (!object.is_counter() || state.seen == 0 || state.last == 0) return;
+      state.last = 0;
+      ++state.resets;
+      ++object.resets;
+    });
   }
 
   void refuse(std::string_view key, std::size_t column) {

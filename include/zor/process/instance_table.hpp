@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "zor/process/saved_state.hpp"
 #include "zor/process/settings.hpp"
 #include "zor/process/table.hpp"
 
@@ -135,8 +136,31 @@ class InstanceTable {
     rows_.clear();
     last_ = nullptr;
   }
+  void save(StateWriter &writer) const {
+    writer.transfer(rows_.size());
+    for (const auto &[name, row] : rows_) {
+      writer.transfer(name);
+      for (InstanceState state : row.states) transfer(writer, state);
+    }
+  }
+  /** Reads the rows into an empty table. */
+  void load(StateReader &reader, std::size_t objects) {
+    std::size_t count = 0;
+    reader.transfer(count);
+    for (std::string name; count != 0 && reader.is_good(); --count) {
+      reader.transfer(name);
+      for (InstanceState &state : row(name, objects)) transfer(reader, state);
+    }
+  }
 
  private:
+  template <class Archive>
+  static void transfer(Archive &archive, InstanceState &state) {
+    for (std::uint64_t *field : {&state.last, &state.risen, &state.seen, &state.resets, &state.refused}) {
+      archive.transfer(*field);
+    }
+  }
+
   struct Row;
   using Place = std::pair<const std::string, Row>;
   struct Row {

@@ -31,6 +31,7 @@ class RowMessage {
     single_[0] = whole_[0];
   }
   void reset() { columns_ = nullptr; }
+  std::shared_ptr<const Columns> columns() const { return columns_; }
   bool has_columns() const { return columns_ != nullptr; }
   /** What the columns were when they were taken: a template can be added to. */
   const std::vector<ColumnInfo> &infos() const { return infos_; }

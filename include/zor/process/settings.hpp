@@ -85,6 +85,12 @@ enum class Values : std::uint32_t {
                        taken as cumulative. Group::resets() counts the resets */
 };
 
+/** What has become of counters while nobody polled them. */
+enum class Counters {
+  go_on,      /**< nothing: what they have counted since is the next sample */
+  begin_anew, /**< they were reset, as by a reboot: the next sample is their value, see Values::counter */
+};
+
 /** A number of polls, given as such or as a time, which is rounded up to whole polls. */
 class Interval {
  public:
