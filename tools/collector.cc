@@ -243,8 +243,6 @@ nlohmann::json Collector::Save() const {
   nlohmann::json objects = nlohmann::json::array();
   for (const Object &object : objects_) {
     const std::string group = Take(object.group.save(), "state", object.name);
-    nlohmann::json judged;
-    for (const auto &[name, of] : object.judged) judged[name] = {of.samples, of.outside};
     objects.push_back({{"group", nlohmann::json::binary({group.begin(), group.end()})},
                        {"has_value", object.has_value},
                        {"refused", object.refused},
