@@ -42,8 +42,8 @@ if(ZOR_BUILD_TOOLS)
   configure_file(share/service/zorstat@.service.in zorstat@.service @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/zorstat@.service DESTINATION lib/systemd/system COMPONENT tools)
   install(FILES share/service/sysusers.conf DESTINATION lib/sysusers.d RENAME zorstat.conf COMPONENT tools)
-  install(FILES share/service/logrotate share/service/net.toml DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples/service
-    COMPONENT tools)
+  install(FILES share/service/logrotate share/service/net.toml
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/zorstat/examples COMPONENT tools)
   install(FILES tools/zorstat.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME zorstat
     COMPONENT tools)
   install(FILES share/zorstat/zorstat.rules.yml DESTINATION ${CMAKE_INSTALL_DATADIR}/zorstat COMPONENT tools)

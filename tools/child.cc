@@ -63,8 +63,10 @@ int Spawn(const std::string &program, const std::vector<std::string> &command, i
   int error = posix_spawn_file_actions_adddup2(&files, in, STDIN_FILENO);
   if (error == 0) error = posix_spawn_file_actions_adddup2(&files, STDERR_FILENO, STDOUT_FILENO);
   if (error == 0) error = posix_spawn_file_actions_addclosefrom_np(&files, STDERR_FILENO + 1);
+  std::vector<std::string> copy = command;
   std::vector<char *> words;
-  for (const std::string &word : command) words.push_back(const_cast<char *>(word.c_str()));
+  words.reserve(copy.size() + 1);
+  for (std::string &word : copy) words.push_back(word.data());
   words.push_back(nullptr);
   if (error == 0) error = posix_spawn(id, program.c_str(), &files, &how, words.data(), environ);
   posix_spawn_file_actions_destroy(&files);

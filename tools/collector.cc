@@ -195,13 +195,13 @@ std::vector<ObjectReadings> Collector::Join(Read read) const {
     for (Reading &reading : readings) {
       const auto found = known.find(reading.name);
       InstanceReadings &instance = found == known.end() ? instances.emplace_back() : *found->second;
-      const Judged now = JudgedIn(reading);
-      const auto found_before = object.judged.find(reading.name);
-      Judged before = found_before == object.judged.end() ? Judged() : found_before->second;
+      const auto [judged, outside] = JudgedIn(reading);
+      const auto last = object.judged.find(reading.name);
+      auto [judged_before, outside_before] = last == object.judged.end() ? Judged() : last->second;
       // The counts begin anew when one of them is full.
-      if (now.samples < before.samples || now.outside < before.outside) before = {};
-      instance.outside = now.outside - before.outside;
-      instance.judged = now.samples - before.samples;
+      if (judged < judged_before || outside < outside_before) judged_before = outside_before = 0;
+      instance.judged = judged - judged_before;
+      instance.outside = outside - outside_before;
       instance.baseline = std::move(reading);
     }
   }
@@ -243,14 +243,12 @@ nlohmann::json Collector::Save() const {
   nlohmann::json objects = nlohmann::json::array();
   for (const Object &object : objects_) {
     const std::string group = Take(object.group.save(), "state", object.name);
-    nlohmann::json judged;
-    for (const auto &[name, of] : object.judged) judged[name] = {of.samples, of.outside};
     objects.push_back({{"group", nlohmann::json::binary({group.begin(), group.end()})},
                        {"has_value", object.has_value},
                        {"refused", object.refused},
                        {"percentiles", object.percentiles},
                        {"unknown", object.unknown},
-                       {"judged", std::move(judged)}});
+                       {"judged", object.judged}});
   }
   return {{"objects", std::move(objects)},
           {"missing", missing_instances_},
@@ -273,7 +271,7 @@ bool Collector::Load(const nlohmann::json &state, zp::Counters counters) {
     objects[i].at("refused").get_to(object.refused);
     objects[i].at("percentiles").get_to(object.percentiles);
     objects[i].at("unknown").get_to(object.unknown);
-    for (const auto &[name, of] : objects[i].at("judged").items()) object.judged[name] = {of.at(0), of.at(1)};
+    objects[i].at("judged").get_to(object.judged);
   }
   state.at("missing").get_to(missing_instances_);
   state.at("headers_wanted").get_to(headers_wanted_);

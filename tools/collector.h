@@ -2,6 +2,7 @@
 #ifndef ZORSTAT_COLLECTOR_H_
 #define ZORSTAT_COLLECTOR_H_
 
+#include <array>
 #include <cstdint>
 #include <map>
 #include <nlohmann/json_fwd.hpp>
@@ -68,10 +69,8 @@ class Collector {
   std::vector<std::string> Notes() const;
 
  private:
-  // Samples that a learnt range was held against.
-  struct Judged {
-    std::uint64_t samples = 0, outside = 0;
-  };
+  // Samples that a learnt range was held against, and those outside it.
+  using Judged = std::array<std::uint64_t, 2>;
 
   // An object is a group of its own, so that a clear or a baseline that fails is its own affair; beside other
   // statistics of a column a baseline is another object. For all groups to have the name that the user chose, each

@@ -118,7 +118,7 @@ bool IsFileOutput(const std::string &path) {
 Output::Output(const std::string &path, std::string header, bool append) : Output() {
   name_ = path == "-" ? "standard output" : path;
   path_ = target_ = path;
-  header_ = std::move(header);
+  header_.swap(header);
   if (append && !IsFileOutput(path)) throw SettingsError(Refusal("--append", name_, "a file as --output"));
   append ? OpenToAppend() : OpenAnew();
   // Only so much is sure not to wait in a pipe that has place. It is shared with other processes if it is standard

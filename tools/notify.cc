@@ -40,8 +40,9 @@ void Notify(const std::string &state) {
 std::chrono::milliseconds WatchdogPeriod() {
   const auto time = ParseNumber<std::uint64_t>(Environment("WATCHDOG_USEC"));
   const std::string_view process = Environment("WATCHDOG_PID");
-  if (!time || (!process.empty() && process != std::to_string(getpid()))) return std::chrono::hours(24);
-  return std::chrono::milliseconds(std::clamp<std::uint64_t>(*time / 2000, 1, 24 * 3600 * 1000));
+  constexpr std::uint64_t kLongest = 86'400'000;
+  const bool is_due = time && (process.empty() || process == std::to_string(getpid()));
+  return std::chrono::milliseconds(std::clamp<std::uint64_t>(is_due ? *time / 2000 : kLongest, 1, kLongest));
 }
 
 }  // namespace zorstat

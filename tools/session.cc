@@ -114,7 +114,8 @@ class AttendedPolls {
   bool Next(Poll *poll, EndInterval end_interval, Reopened reopened) {
     Notify(fmt::format("{}WATCHDOG=1\nSTATUS={} polls", polls_ == 0 ? "READY=1\n" : "", polls_ + 1));
     ++polls_;
-    while (!source_->Wait(watchdog_)) {
+    for (bool is_due = false; !is_due;) {
+      is_due = source_->Wait(watchdog_);
       Notify("WATCHDOG=1");
       if (TakeRequest(SIGUSR1)) end_interval();
       if (TakeRequest(SIGHUP)) {

@@ -74,11 +74,11 @@ struct Settings {
   OptionalSetting<Format> format;
   OptionalSetting<std::string> host;
   std::string sqlite;
-  std::string state;
   OptionalSetting<double> fail_outside;    // per cent of an instance's samples
   OptionalSetting<NameList> on_departure;  // a program and its arguments
   double departure = 2;                    // widths, from which on it is run
-  std::vector<Settings> tables;            // if there are any, these are the objects
+  std::string state;
+  std::vector<Settings> tables;  // if there are any, these are the objects
 
   Setting<std::string> name;  // of the one object
 };

@@ -8,7 +8,7 @@
 
 namespace zorstat {
 
-// Threads that are started meanwhile leave the signals that ask to stop to the main thread.
+// Threads that are started meanwhile leave the signals that ask for something to the main thread.
 class SignalsBlocked {
  public:
   SignalsBlocked() {

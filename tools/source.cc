@@ -73,10 +73,11 @@ bool LiveSource::Next(Poll *poll) {
 }
 
 bool LiveSource::Wait(std::chrono::milliseconds longest) {
-  const auto left = UntilNext();
-  if (IsLast() || left <= left.zero()) return true;
+  using std::chrono::milliseconds;
+  const milliseconds left = UntilNext();
+  if (IsLast() || left == milliseconds(0)) return true;
   WaitForRequest(static_cast<int>(std::min({left, longest, kLongestWait}).count()));
-  return IsStopped() || UntilNext() <= left.zero();
+  return IsStopped() || UntilNext() == milliseconds(0);
 }
 
 std::chrono::milliseconds LiveSource::UntilNext() const {

@@ -1,9 +1,9 @@
 /** @file
  * @brief Codes, flags and value types shared by every interface of libzor_process.
  *
- * The library takes no locks and starts no threads. Each engine, with all that belongs to it, is used by one thread at
- * a time; threads with an engine each need not wait for one another, but for console reports, whose print handle they
- * share. */
+ * The library takes no locks and starts no threads. Each engine, with all that belongs to it, is used by one thread
+ * at a time; threads with an engine each need not wait for one another, but for console reports, whose print handle
+ * they share. */
 #ifndef ZOR_TYPES_H_
 #define ZOR_TYPES_H_
 

@@ -47,7 +47,7 @@ class Service:
         self.socket.bind(address.replace("@", "\0"))
         self.socket.settimeout(30)
         environment = os.environ | {"NOTIFY_SOCKET": address, "WATCHDOG_USEC": watchdog}
-        self.process = start([ZORSTAT, *words, "disk", "--proc", name], env=environment, **more)
+        self.process = start([ZORSTAT, *words], env=environment, **more)
 
     def poll(self, value):
         with open(f"{self.name}/diskstats", "w", encoding="utf-8") as pipe:
@@ -66,9 +66,13 @@ class Service:
         assert self.process.wait(30) == 0
 
 
-COUNT = ["live", "--objects", "in_flight", "--statistics", "summary"]
-create = Service("create", *COUNT, "--headers", "-o", "create.txt")
-copied = Service("copied", *COUNT, "--format", "csv", "--append", "-o", "copied.csv", "--host", "h")
+with open("create.toml", "w", encoding="utf-8") as file:
+    file.write("source = 'disk'\nproc = 'create'\noutput = 'create.txt'\nheaders = true\n"
+               "[objects.in_flight]\nstatistics = 'summary'\n")
+COUNT = ["live", "disk", "--objects", "in_flight", "--statistics", "summary"]
+create = Service("create", "live", "--config", "create.toml")
+copied = Service("copied", *COUNT, "--proc", "copied", "--format", "csv", "--append", "-o", "copied.csv",
+                 "--host", "h")
 with open("rotate.conf", "w", encoding="utf-8") as file:
     file.write(f"rotate 9\nnomail\n{os.getcwd()}/create.txt {{\n create 0640\n"
                f" postrotate\n  kill -HUP {create.process.pid}\n endscript\n}}\n"
@@ -82,7 +86,8 @@ for value in 7, 8, 9:
             ready = service.expect("READY=1")
             assert any(line.startswith("STATUS=") for line in ready), ready
         service.process.send_signal(signal.SIGUSR1)
-        wait_until(lambda path=path, value=value: os.path.exists(path) and f",{value}," in text(path).replace(" ", ""))
+        written = re.compile(rf"sda, ?1, ?{value},")
+        wait_until(lambda path=path, written=written: os.path.exists(path) and written.search(text(path)))
     if value != 9:
         subprocess.run([LOGROTATE, "--force", "--state", "state", "rotate.conf"], check=True)
         reload = create.expect("RELOADING=1")
@@ -102,7 +107,7 @@ for age, value in (".2", 7), (".1", 8), ("", 9):
 assert os.stat("create.txt").st_mode & 0o777 == 0o640
 
 # A hang-up ends a run that has no file, and one whose terminal goes; while that is there the file is opened again.
-stream = Service("stream", *COUNT, stdout=subprocess.PIPE, watchdog="1000000")
+stream = Service("stream", *COUNT, "--proc", "stream", stdout=subprocess.PIPE, watchdog="1000000")
 stream.poll(5)
 stream.expect("READY=1")
 start = time.monotonic()
@@ -112,7 +117,7 @@ stream.process.send_signal(signal.SIGHUP)
 stream.expect("STOPPING=1")
 assert b"in_flight, sda, 1, 5" in stream.process.communicate(timeout=30)[0] and stream.process.returncode == 0
 
-terminal = Service("terminal", "record", "-o", "polls.csv", start=on_terminal)
+terminal = Service("terminal", "record", "disk", "--proc", "terminal", "-o", "polls.csv", start=on_terminal)
 pid, master = terminal.process
 terminal.poll(5)
 terminal.expect("READY=1")
@@ -125,3 +130,9 @@ assert text("polls.csv") == "" and len(text("polls.csv.1").splitlines()) == 2
 os.close(master)
 terminal.expect("STOPPING=1")
 assert os.waitpid(pid, 0)[1] == 0
+
+# A replay with the settings of a run leaves the run's output alone.
+before = text("create.txt")
+replay = [ZORSTAT, "replay", "polls.csv.1", "--config", "create.toml", "--dg", "again"]
+replayed = subprocess.run(replay, check=True, capture_output=True, text=True).stdout
+assert "again-summary: " in replayed and text("create.txt") == before

@@ -1,7 +1,7 @@
 /* Preloaded into the program: its memory runs out, and its time passes at once.
  *
  * FAIL=n fails the n-th allocation after the libraries are set up, FAIL=n+ all from there on. HASTE=file lets waits
- * for nothing but time end at once, the first of them late by STALL seconds, and removes the file; the clocks then
+ * of more than a second end at once, the first of them late by STALL seconds, and removes the file; the clocks then
  * tell what was waited. The time begins at CLOCK, and is set back by BACK seconds at each reading. With
  * WORLD=out,in each wait tells what has been waited to the one file descriptor, and goes on when the other has said
  * so. */
@@ -65,10 +65,9 @@ static void AskWorld(void) {
   }
 }
 
-/* The C library declares that poll reads nothing of the files. */
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 int poll(struct pollfd *files, nfds_t count, int milliseconds) {
-  const int is_wait = haste && milliseconds > 0 && files[count - 1].fd < 0;
+  const int is_short = to_world < 0 && milliseconds <= 1000; /* as for what a command writes */
+  const int is_wait = haste && milliseconds > 0 && !is_short;
   if (is_wait) {
     unlink(haste);
     waited += milliseconds + 1000 * stall;
