@@ -139,9 +139,9 @@ class Command {
     }
   }
 
-  // Options go before the settings file that one of them may name.
   bool has_name(std::string_view name) const { return app_->get_name() == name; }
 
+  // Options go before the settings file that one of them may name.
   Settings ReadSettings() const {
     Settings settings = WithOptions({});
     if (!settings.config.empty()) settings = WithOptions(ReadConfigFile(settings.config, is_live_));
@@ -189,19 +189,17 @@ void Replay(const Command &command) {
   Count(&source, settings, stem, settings.output, RecordTime::kOfPoll);
 }
 
-std::unique_ptr<PolledTable> TableToPoll(const std::string &source, const NameList &given, const Settings &settings,
+std::unique_ptr<PolledTable> TableToPoll(const std::string &source, const NameList &words, const Settings &settings,
                                          std::uint32_t interval) {
   constexpr const char *kExec = "exec";
   if (source != kExec) {
-    if (!given.empty()) {
-      throw SettingsError(Refusal(source, Printable(given[0]), "a command with exec alone"));
-    }
+    if (!words.empty()) throw SettingsError(Refusal(source, Printable(words[0]), "a command with exec alone"));
     return std::make_unique<ProcTable>(source, settings.proc, kExec);
   }
-  const NameList &words = given.empty() ? settings.command : given;
-  if (words.empty()) throw SettingsError("exec: has no command: expected exec -- COMMAND [ARG...]");
+  const NameList &command = words.empty() ? settings.command : words;
+  if (command.empty()) throw SettingsError("exec: has no command: expected exec -- COMMAND [ARG...]");
   const std::uint32_t timeout = settings.timeout ? std::min(settings.timeout->value, interval) : interval;
-  return std::make_unique<CommandTable>(words, std::chrono::seconds(timeout));
+  return std::make_unique<CommandTable>(command, std::chrono::seconds(timeout));
 }
 
 LiveSource PolledSource(const std::string &source, const NameList &words, const Settings &settings) {
@@ -275,12 +273,11 @@ int Run(int argc, char **argv) {
       "written in place, behind those that it has.\n");
 
   constexpr const char *kSourceHelp = "net, disk, cpu, mem, vm, pressure, proc, sock or snmp";
-  constexpr const char *kLiveSourceHelp =
-      "net, disk, cpu, mem, vm, pressure, proc, sock or snmp; or\nexec -- COMMAND [ARG...]; as in the settings "
-      "file if "
-      "it is\nleft out";
-  constexpr const char *kSourceOrExecHelp =
+  constexpr const char *kRecordSourceHelp =
       "net, disk, cpu, mem, vm, pressure, proc, sock or snmp; or\nexec -- COMMAND [ARG...]";
+  constexpr const char *kLiveSourceHelp =
+      "net, disk, cpu, mem, vm, pressure, proc, sock or snmp; or\nexec -- COMMAND [ARG...];\n"
+      "as in the settings file if it is left out";
   CLI::App *replay = app.add_subcommand("replay", "count the polls of a file");
   const Command replay_command(replay, kReplay, "FILE", "poll file, or - for standard input");
   replay->footer(std::string("\n") + kRecordsFooter + kReplayFooter);
@@ -290,7 +287,7 @@ int Run(int argc, char **argv) {
   live->footer(std::string("\n") + kRecordsFooter + kLiveFooter);
 
   CLI::App *record = app.add_subcommand("record", "write the kernel's counters to a poll file");
-  Command record_command(record, kRecord, "SOURCE", kSourceOrExecHelp);
+  Command record_command(record, kRecord, "SOURCE", kRecordSourceHelp);
   record->footer(kRecordFooter);
 
   CLI::App *suggest = app.add_subcommand("suggest", "write settings that fit a poll file");

@@ -340,10 +340,10 @@ constexpr SettingRow kSettings[] = {
      Set<&Settings::count, ReadCount<1, std::numeric_limits<std::uint32_t>::max()>>, kLive | kRecord | kRun},
     {"proc", "DIR", "directory of the proc file system (default: /proc)", kText,
      SetPlain<&Settings::proc, ReadText>, kLive | kRecord | kTop | kRun},
-    {"command", "", "", kWords, SetPlain<&Settings::command, ReadCommand>, kTopLevel},
+    {"command", "", "", kWords, SetPlain<&Settings::command, ReadCommand>, kRun},
     {"timeout", "SECONDS", "of a run of the command of exec (default: the interval,\nwhich is also the longest)",
      kInteger, Set<&Settings::timeout, ReadCount<1, std::numeric_limits<std::uint32_t>::max()>>,
-     kLive | kRecord | kTopLevel},
+     kLive | kRecord | kRun},
     {"statistics", "LIST", "summary, distribution, percentile, baseline\n(default: summary,percentile)", kList,
      Set<&Settings::statistics, ReadStatistics>, kForAll | kObject},
     {"buckets", "N", "buckets of a distribution, 1 to 65535 (default: 100)", kInteger,
@@ -406,11 +406,11 @@ constexpr SettingRow kSettings[] = {
     {"on-departure", "PROGRAM",
      "run this program when instances depart at the end of an\n"
      "interval, with their lines of jsonl as its input",
-     kWords, Set<&Settings::on_departure, ReadCommand>, kLive | kTopLevel},
+     kWords, Set<&Settings::on_departure, ReadCommand>, kLive | kRun},
     {"departure", "WIDTHS",
      "how far a median is to be from those before, in widths of\n"
      "their band (default: 2)",
-     kIntegerOrText, SetPlain<&Settings::departure, ReadAmount<1000>>, kLive | kTopLevel},
+     kIntegerOrText, SetPlain<&Settings::departure, ReadAmount<1000>>, kLive | kRun},
     {"listen", "HOST:PORT",
      "serve metrics to Prometheus at http://HOST:PORT/metrics;\n"
      "quantiles are those of an interval: give --clear, too",
