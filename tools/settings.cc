@@ -406,11 +406,11 @@ constexpr SettingRow kSettings[] = {
     {"on-departure", "PROGRAM",
      "run this program when instances depart at the end of an\n"
      "interval, with their lines of jsonl as its input",
-     kWords, Set<&Settings::on_departure, ReadCommand>, kLive | kTopLevel},
+     kWords, Set<&Settings::on_departure, ReadCommand>, kLive | kRun},
     {"departure", "WIDTHS",
      "how far a median is to be from those before, in widths of\n"
      "their band (default: 2)",
-     kIntegerOrText, SetPlain<&Settings::departure, ReadAmount<1000>>, kLive | kTopLevel},
+     kIntegerOrText, SetPlain<&Settings::departure, ReadAmount<1000>>, kLive | kRun},
     {"listen", "HOST:PORT",
      "serve metrics to Prometheus at http://HOST:PORT/metrics;\n"
      "quantiles are those of an interval: give --clear, too",
@@ -432,7 +432,7 @@ constexpr SettingRow kSettings[] = {
     {"state", "FILE",
      "keep there what is known at the end, live at each clear,\n"
      "too, and go on from it; --output is then appended to",
-     kText, SetPlain<&Settings::state, ReadText>, kForAll},
+     kText, SetPlain<&Settings::state, ReadText>, kCounting | kRun},
     {"html", "FILE", "write a page for a browser: at the end of a replay, live\nat the end of each interval", kText,
      SetPlain<&Settings::html, ReadText>, kCounting | kRun},
 };

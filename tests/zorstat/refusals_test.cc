@@ -67,6 +67,7 @@ TEST_F(RefusalsTest, TellsFailuresFromWrongUse) {
       {"replay none.csv", "none.csv: cannot open: no such file or directory\n", 1},
       {"replay .", ".: cannot read: is a directory\n", 1},
       {"replay f.csv --config /dev/zero", "/dev/zero: expected at most 2097152 bytes\n", 1},
+      {"live", "SOURCE is required, here or in the settings file (see --help)\n", 2},
       {"live disks", "source: 'disks': expected net, disk, cpu, mem, vm, pressure, proc, sock, snmp or exec\n", 2},
       {"live exec", "exec: has no command: expected exec -- COMMAND [ARG...]\n", 2},
       {"record net -- ls", "net: 'ls': expected a command with exec alone\n", 2},
