@@ -184,24 +184,78 @@ nlohmann::json ToJson(const std::optional<FileMark> &mark) {
   return {{"device", mark->device}, {"inode", mark->inode}, {"size", mark->size}};
 }
 
-// What the last run wrote behind its state is counted once more.
-void CutBack(const nlohmann::json &mark, Output *file) {
-  if (mark.is_null()) return;
-  const std::uint64_t cut = file->CutBack({mark.at("device"), mark.at("inode"), mark.at("size")});
-  if (cut != 0) Complain(fmt::format("{}: {} bytes cut: they were written behind the state", file->name(), cut));
-}
+// What a run writes: lines and, behind them, the state that tells of them.
+class Written {
+ public:
+  // What stands in `lines` is the header of the file.
+  Written(const Settings &settings, const std::string &output, Counting *counting, std::string *lines)
+      : counting_(counting),
+        lines_(lines),
+        has_header_(!lines->empty()),
+        file_(output, std::exchange(*lines, {}),
+              settings.append || (!settings.state.empty() && IsFileOutput(output))) {}
 
-// False where there is nothing to go on from.
-bool GoOn(const StateFile &state, Counting *counting, Output *file) {
-  const std::optional<nlohmann::json> saved = state.Read();
-  if (!saved) return false;
-  if (!counting->Resume(saved->value("collector", nlohmann::json()), state.CountersSince(*saved))) {
-    state.Refuse("the data of a run");
-    return false;
+  Output &file() { return file_; }
+  bool has_state() const { return state_.has_value(); }
+
+  // Goes on from the state that the last run has left, if there is one that fits, and keeps it from now on.
+  bool GoOn(StateFile state_file) {
+    state_.emplace(std::move(state_file));
+    const std::optional<nlohmann::json> saved = state_->Read();
+    if (!saved) return false;
+    if (!counting_->Resume(saved->value("collector", nlohmann::json()), state_->CountersSince(*saved))) {
+      state_->Refuse("the data of a run");
+      return false;
+    }
+    CutBack(saved->value("output", nlohmann::json()));
+    return true;
   }
-  CutBack(saved->value("output", nlohmann::json()), file);
-  return true;
-}
+
+  // That it can be written is to be known at the start.
+  void Begin(bool is_live) {
+    if (state_ || (is_live && has_header_)) Publish();
+  }
+  // Before lines are added: the first ones of a file have headers.
+  void BeginLines() {
+    if (lines_->empty() && file_.IsEmpty()) counting_->RepeatHeaders();
+  }
+  void EndPoll(bool is_live) {
+    if (is_live && (!lines_->empty() || (state_ && counting_->collector().is_cleared()))) {
+      Publish();
+    } else if (lines_->size() >= kBatch) {
+      WriteOut(lines_, &file_);
+    }
+  }
+  // Ends the interval in progress.
+  void EndInterval() {
+    BeginLines();
+    counting_->EndInterval(lines_);
+    if (!lines_->empty() || state_) Publish();
+  }
+  void KeepState() {
+    if (state_) Publish();
+  }
+
+ private:
+  void Publish() {
+    WriteOut(lines_, &file_);
+    file_.Publish();
+    if (state_) state_->Write({{"collector", counting_->collector().Save()}, {"output", ToJson(file_.Mark())}});
+  }
+
+  // What the last run wrote behind its state is counted once more.
+  void CutBack(const nlohmann::json &mark) {
+    if (mark.is_null()) return;
+    const std::uint64_t cut = file_.CutBack({mark.at("device"), mark.at("inode"), mark.at("size")});
+    if (cut != 0) Complain(fmt::format("{}: {} bytes cut: they were written behind the state", file_.name(), cut));
+  }
+
+  Counting *counting_;
+  std::string *lines_;  // not yet written
+  bool has_header_;
+  Output file_;
+  std::optional<StateFile> state_;
+};
 
 }  // namespace
 
@@ -209,47 +263,30 @@ void Count(Source *source, const Settings &settings, const std::string &default_
            RecordTime record_time) {
   const std::vector<ObjectPlan> plans = PlanObjects(settings, source->table());
   const std::string dg = settings.dg ? settings.dg->value : ReadDgName(default_dg, "default of --dg");
-  std::string lines;  // not yet written
+  std::string lines;
   const Exporters exporters = MakeExporters(settings, &lines);
   Poll poll;
   if (!source->Next(&poll)) return;
-  const Run run = {dg, settings.interval ? settings.interval->value : source->Interval(poll), source->table(),
-                   plans, record_time == RecordTime::kNow};
-  Counting counting(run, settings, exporters);
   const bool is_live = record_time == RecordTime::kNow;
-  const bool has_header = !lines.empty();  // of the exporters
-  const bool has_state = !settings.state.empty();
-  Output file(output, std::exchange(lines, {}), settings.append || (has_state && IsFileOutput(output)));
-  std::optional<StateFile> state;
+  const Run run = {dg, settings.interval ? settings.interval->value : source->Interval(poll), source->table(),
+                   plans, is_live};
+  Counting counting(run, settings, exporters);
+  Written written(settings, output, &counting, &lines);
+  AttendedPolls polls(source, &written.file());
   std::int64_t counted_to = std::numeric_limits<std::int64_t>::min();  // the time of a poll
-  if (has_state) {
-    state.emplace(settings.state, run, settings, source->Boot());
-    if (GoOn(*state, &counting, &file) && !is_live) counted_to = counting.collector().last_time();
+  if (!settings.state.empty() && written.GoOn({settings.state, run, settings, source->Boot()}) && !is_live) {
+    counted_to = counting.collector().last_time();
   }
-  AttendedPolls polls(source, &file);
-  // The state comes after the lines that it tells of.
-  const auto publish = [&] {
-    WriteOut(&lines, &file);
-    file.Publish();
-    if (state) state->Write({{"collector", counting.collector().Save()}, {"output", ToJson(file.Mark())}});
-  };
-  // At the start, and where the file is another one or was emptied.
-  const auto begin_lines = [&] {
-    if (lines.empty() && file.IsEmpty()) counting.RepeatHeaders();
-  };
-  const auto end_interval = [&] {
-    begin_lines();
-    counting.EndInterval(&lines);
-    if (!lines.empty() || state) publish();
-  };
-  const auto keep_state = [&] {
-    if (state) publish();
+  const auto next = [&] {
+    if (!is_live) return source->Next(&poll);
+    return polls.Next(
+        &poll, [&] { written.EndInterval(); }, [&] { written.KeepState(); });
   };
   std::uint64_t passed_over = 0;
   std::optional<std::string> report;
   FirstFailure failure;
   failure.Try([&] {
-    if ((is_live && has_header) || state) publish();  // that it can be written is to be known now
+    written.Begin(is_live);
     do {
       if (poll.time <= counted_to) {
         ++passed_over;
@@ -259,24 +296,20 @@ void Count(Source *source, const Settings &settings, const std::string &default_
       counting.AddRows(poll, source->Place(poll));
       // The last poll may end with a clear, after which there would be nothing to report.
       if (settings.report && source->IsLast()) report = counting.collector().Report();
-      begin_lines();
+      written.BeginLines();
       counting.EndPoll(poll.time, &lines);
-      if (is_live && (!lines.empty() || (state && counting.collector().is_cleared()))) {
-        publish();
-      } else if (lines.size() >= kBatch) {
-        WriteOut(&lines, &file);
-      }
-    } while (is_live ? polls.Next(&poll, end_interval, keep_state) : source->Next(&poll));
+      written.EndPoll(is_live);
+    } while (next());
   });
   failure.Try([&] {
     if (settings.report && !report) report = counting.collector().Report();
   });
-  begin_lines();
-  failure.Try([&] { counting.Finish(&lines, has_state); });
-  failure.Try(keep_state);
-  WriteOut(&lines, &file);
-  if (output == "-") file.Write(report.value_or(""));
-  file.Close();
+  written.BeginLines();
+  failure.Try([&] { counting.Finish(&lines, written.has_state()); });
+  failure.Try([&] { written.KeepState(); });
+  WriteOut(&lines, &written.file());
+  if (output == "-") written.file().Write(report.value_or(""));
+  written.file().Close();
   if (output != "-" && report) {
     Output console("-");
     console.Write(*report);

@@ -222,8 +222,8 @@ ZOR_API void zor_process_engine_set_poll_interval(zor_process_engine_t *engine, 
 ZOR_API uint32_t zor_process_engine_process_data(zor_process_engine_t *engine, const char *dg_name,
                                                  const zor_process_msg_t *msg);
 
-/** The periods that have ended in the baselines of a DG: while this does not change, and nothing is cleared, there is
- * no new record to be collected, and no need for a walk. Constant time.
+/** The periods that have ended in the baselines of a DG: while this does not change, and nothing is cleared, there
+ * is no new record to be collected, and no need for a walk. Constant time.
  * @param engine   the engine
  * @param dg_name  the DG's name
  * @return their number since the DG was made; 0 when there is no such DG */

@@ -1,5 +1,5 @@
 """zorstat live over days or months, whose clock, counters and accidents are made up here: what the counters have
-counted is in the records, once. months_test.py ZORSTAT FAULTS [DAYS]"""
+counted is in the records, once. months_test.py ZORSTAT FAULTS DAYS"""
 
 import json
 import os
@@ -12,7 +12,7 @@ import time
 from collections import Counter
 
 ZORSTAT, FAULTS = map(os.path.abspath, sys.argv[1:3])
-DAYS = int(sys.argv[3]) if len(sys.argv) > 3 else 3
+DAYS = int(sys.argv[3])
 STEP, CLEAR, EXPIRE = 10, 360, 2  # seconds, polls, intervals
 COLUMNS = ("rx_bytes", "tx_bytes")
 
@@ -216,5 +216,4 @@ def kills(times):
 with tempfile.TemporaryDirectory(dir="/dev/shm") as directory:
     os.chdir(directory)
     kills(300)
-    if len(sys.argv) > 3:
-        months()
+    months()
