@@ -46,34 +46,6 @@ class Input {
   int fd_;
 };
 
-// What this process ignores or blocks is its own affair; what it catches is reset anyway.
-int Spawn(const std::string &program, const std::vector<std::string> &command, int in, pid_t *id) {
-  sigset_t ignored;
-  sigset_t none;
-  sigemptyset(&none);
-  sigemptyset(&ignored);
-  for (const int signal : {SIGPIPE, SIGXFSZ}) sigaddset(&ignored, signal);
-  posix_spawnattr_t how;
-  posix_spawnattr_init(&how);
-  posix_spawnattr_setflags(&how, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
-  posix_spawnattr_setsigdefault(&how, &ignored);
-  posix_spawnattr_setsigmask(&how, &none);
-  posix_spawn_file_actions_t files;
-  posix_spawn_file_actions_init(&files);
-  int error = posix_spawn_file_actions_adddup2(&files, in, STDIN_FILENO);
-  if (error == 0) error = posix_spawn_file_actions_adddup2(&files, STDERR_FILENO, STDOUT_FILENO);
-  if (error == 0) error = posix_spawn_file_actions_addclosefrom_np(&files, STDERR_FILENO + 1);
-  std::vector<std::string> copy = command;
-  std::vector<char *> words;
-  words.reserve(copy.size() + 1);
-  for (std::string &word : copy) words.push_back(word.data());
-  words.push_back(nullptr);
-  if (error == 0) error = posix_spawn(id, program.c_str(), &files, &how, words.data(), environ);
-  posix_spawn_file_actions_destroy(&files);
-  posix_spawnattr_destroy(&how);
-  return error;
-}
-
 }  // namespace
 
 std::string FindProgram(const std::string &name) {
@@ -87,9 +59,37 @@ std::string FindProgram(const std::string &name) {
   return {};
 }
 
+// What this process ignores or blocks is its own affair; what it catches is reset anyway.
+int Spawn(const std::string &program, const std::vector<std::string> &command, int in, int out, pid_t *id) {
+  sigset_t ignored;
+  sigset_t none;
+  sigemptyset(&none);
+  sigemptyset(&ignored);
+  for (const int signal : {SIGPIPE, SIGXFSZ}) sigaddset(&ignored, signal);
+  posix_spawnattr_t how;
+  posix_spawnattr_init(&how);
+  posix_spawnattr_setflags(&how, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
+  posix_spawnattr_setsigdefault(&how, &ignored);
+  posix_spawnattr_setsigmask(&how, &none);
+  posix_spawn_file_actions_t files;
+  posix_spawn_file_actions_init(&files);
+  int error = posix_spawn_file_actions_adddup2(&files, in, STDIN_FILENO);
+  if (error == 0) error = posix_spawn_file_actions_adddup2(&files, out, STDOUT_FILENO);
+  if (error == 0) error = posix_spawn_file_actions_addclosefrom_np(&files, STDERR_FILENO + 1);
+  std::vector<std::string> copy = command;
+  std::vector<char *> words;
+  words.reserve(copy.size() + 1);
+  for (std::string &word : copy) words.push_back(word.data());
+  words.push_back(nullptr);
+  if (error == 0) error = posix_spawnp(id, program.c_str(), &files, &how, words.data(), environ);
+  posix_spawn_file_actions_destroy(&files);
+  posix_spawnattr_destroy(&how);
+  return error;
+}
+
 Child::Child(const std::string &program, const std::vector<std::string> &command, std::string_view input) {
   const Input file(input);
-  const int error = Spawn(program, command, file.fd(), &id_);
+  const int error = Spawn(program, command, file.fd(), STDERR_FILENO, &id_);
   if (error == 0) return;
   id_ = -1;
   throw Error(fmt::format("cannot start: {}", ErrnoText(error)));

@@ -13,6 +13,10 @@ namespace zorstat {
 // The file that a command's first word names, as a path or as a program of PATH; empty where there is none.
 std::string FindProgram(const std::string &name);
 
+// Starts a program, as a path or of PATH, with the words of a command, of which the first is its name. It leads a
+// process group of its own, and gets `in`, `out` and standard error alone. Returns errno, or 0.
+int Spawn(const std::string &program, const std::vector<std::string> &command, int in, int out, pid_t *id);
+
 // A process, which leads a process group of its own. No shell has a part in it.
 class Child {
  public:

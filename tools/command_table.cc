@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,6 +13,7 @@
 #include <thread>
 #include <utility>
 
+#include "child.h"
 #include "error.h"
 #include "poll_file.h"
 #include "stop.h"
@@ -39,7 +39,7 @@ class CommandRun {
   CommandRun &operator=(const CommandRun &) = delete;
 
   // errno, or 0.
-  int Start(std::vector<std::string> command);
+  int Start(const std::vector<std::string> &command);
 
   // Reads the output until the command has ended.
   Failure Read(Clock::time_point limit, std::string *output);
@@ -54,29 +54,14 @@ class CommandRun {
   int output_ = -1;
 };
 
-int CommandRun::Start(std::vector<std::string> command) {
+int CommandRun::Start(const std::vector<std::string> &command) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) return errno;
   output_ = ends[0];
   fcntl(output_, F_SETFL, O_NONBLOCK);
-  std::vector<char *> arguments;
-  arguments.reserve(command.size() + 1);
-  for (std::string &argument : command) arguments.push_back(argument.data());
-  arguments.push_back(nullptr);
-  posix_spawn_file_actions_t files;
-  posix_spawn_file_actions_init(&files);
-  posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-  posix_spawn_file_actions_adddup2(&files, ends[1], STDOUT_FILENO);
-  posix_spawnattr_t attributes;
-  posix_spawnattr_init(&attributes);
-  sigset_t ignored_here;
-  sigemptyset(&ignored_here);
-  for (const int signal : {SIGPIPE, SIGXFSZ}) sigaddset(&ignored_here, signal);
-  posix_spawnattr_setsigdefault(&attributes, &ignored_here);
-  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGDEF);
-  const int error = posix_spawnp(&id_, arguments[0], &files, &attributes, arguments.data(), environ);
-  posix_spawnattr_destroy(&attributes);
-  posix_spawn_file_actions_destroy(&files);
+  const int nothing = open("/dev/null", O_RDONLY | O_CLOEXEC);
+  const int error = nothing < 0 ? errno : Spawn(command[0], command, nothing, ends[1], &id_);
+  if (nothing >= 0) close(nothing);
   close(ends[1]);
   if (error != 0) id_ = -1;
   return error;
