@@ -35,6 +35,7 @@ class Scratch {
     if (count > kShort) long_ = AllocateArray<T>(count);
     values_ = count > kShort ? long_.get() : short_;
   }
+  ~Scratch() = default;
   Scratch(const Scratch &) = delete;
   Scratch &operator=(const Scratch &) = delete;
 

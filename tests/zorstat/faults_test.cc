@@ -4,12 +4,6 @@
 namespace zorstat {
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool kPreloads = false;  // the sanitizer's runtime has to come first
-#else
-constexpr bool kPreloads = true;
-#endif
-
 constexpr Case kFaults[] = {
     {"disk full: the old file stays",
      "ulimit -f 1; $Z replay long.csv --clear 1 -o r.txt; echo $? $(cat r.txt) *.part", "1 old *.part\n",

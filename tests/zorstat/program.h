@@ -14,6 +14,12 @@
 
 namespace zorstat {
 
+#if defined(__SANITIZE_ADDRESS__)
+inline constexpr bool kPreloads = false;  // the sanitizer's runtime has to come first
+#else
+inline constexpr bool kPreloads = true;
+#endif
+
 struct Case {
   const char *name;
   const char *command;

@@ -4,12 +4,6 @@
 namespace zorstat {
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool kPreloads = false;  // the sanitizer's runtime has to come first
-#else
-constexpr bool kPreloads = true;
-#endif
-
 struct Reading {
   const char *source, *file, *text;
   const char *out;  // of each row the key and what has a value; or:
