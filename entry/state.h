@@ -21,7 +21,6 @@ class StateWriter {
 
   StateWriter(void *data, std::size_t room) : next_(static_cast<char *>(data)), room_(data ? room : 0) {}
 
-  std::uint32_t result() const { return ZOR_PROCESS_SUCCESS; }
   std::size_t size() const { return size_; }
 
   void Bytes(const void *bytes, std::size_t size) {
@@ -41,7 +40,7 @@ class StateWriter {
   void Same(const T &...settings) {
     Fields(settings...);
   }
-  void Expect(bool) {}
+  static void Expect(bool) {}
 
  private:
   char *next_;
