@@ -32,7 +32,9 @@ LineReader::LineReader(const std::string &path)
       buffer_(kBufferSize) {}
 
 LineReader::LineReader(std::string name, std::string_view text)
-    : name_(std::move(name)), fd_(-1), buffer_(text.begin(), text.end()), end_(text.size()), at_end_(true) {}
+    : name_(std::move(name)), fd_(-1), buffer_(text.size() + 1), end_(text.size()), at_end_(true) {
+  std::copy(text.begin(), text.end(), buffer_.begin());
+}
 
 LineReader::~LineReader() {
   if (fd_ > STDIN_FILENO) close(fd_);
