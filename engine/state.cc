@@ -38,7 +38,7 @@ void TransferColumnName(StateReader &archive, const Column &column) {
 void TransferEntries(StateWriter &archive, Dg &dg, std::uint32_t i) {
   Column &column = *dg.directory.columns[i];
   std::uint64_t count = 0;
-  for ([[maybe_unused]] EntryHead &entry : Records<EntryHead>(column.instances)) ++count;
+  for ([[maybe_unused]] const EntryHead &entry : Records<EntryHead>(column.instances)) ++count;
   archive.Fields(count);
   for (EntryHead &entry : Records<EntryHead>(column.instances)) {
     WriteName(archive, entry.name);

@@ -107,7 +107,8 @@ bool Child::HasEnded() {
 void Child::Kill() {
   if (id_ < 0) return;
   kill(-id_, SIGKILL);
-  while (waitpid(id_, &status_, 0) < 0 && errno == EINTR) continue;
+  while (waitpid(id_, &status_, 0) < 0 && errno == EINTR) {
+  }
   id_ = -1;
 }
 

@@ -273,11 +273,11 @@ ProcTable::ProcTable(std::string_view source, const std::string &root, const cha
   for (const char *file : kind_->files) paths_.push_back(fmt::format("{}/{}", root, file));
   table_.key = kind_->key;
   std::string_view names = kind_->columns;
-  for (std::string_view name = TakeWord(&names); !name.empty(); name = TakeWord(&names)) {
-    const Quantity &quantity = kind_->QuantityOf(name);
+  for (std::string_view column = TakeWord(&names); !column.empty(); column = TakeWord(&names)) {
+    const Quantity &quantity = kind_->QuantityOf(column);
     quantities_.push_back(&quantity);
     table_.columns.push_back(
-        {std::string(name), ZOR_PROCESS_DATA_TYPE_UINT64, quantity.unit.per_second, quantity.unit});
+        {std::string(column), ZOR_PROCESS_DATA_TYPE_UINT64, quantity.unit.per_second, quantity.unit});
   }
   row_.resize(table_.columns.size());
 }
@@ -327,16 +327,17 @@ void ProcTable::ParseProcess(const std::string &directory, std::string_view stat
     throw Error(Refusal(path + ":1", Printable(stat), "ID (NAME) STATE ..."));
   }
   const auto line_ends = std::count(stat.begin(), stat.begin() + static_cast<std::ptrdiff_t>(end), '\n');
-  std::string name = Printable(stat.substr(start + 1, end - start - 1));
+  std::string process = Printable(stat.substr(start + 1, end - start - 1));
   // To the name of a worker the kernel adds what it does at the time.
-  if (name.starts_with("kworker/")) name.resize(std::min(name.find_first_of("+-", name.find(':')), name.size()));
-  std::replace(name.begin(), name.end(), ',', '?');
+  if (process.starts_with("kworker/"))
+    process.resize(std::min(process.find_first_of("+-", process.find(':')), process.size()));
+  std::replace(process.begin(), process.end(), ',', '?');
   stat.remove_prefix(end + 1);
   Line line{path, static_cast<std::uint64_t>(line_ends), {}};
   line.TakeFrom(&stat);
   TakeInOrder(kStatNames, &line);
   TakePairLines(directory + "/io", io);
-  AddRow(fmt::format("{}-{}", name, std::string_view(directory).substr(directory.rfind('/') + 1)), poll);
+  AddRow(fmt::format("{}-{}", process, std::string_view(directory).substr(directory.rfind('/') + 1)), poll);
 }
 
 void ProcTable::Parse(const std::string &path, std::string_view text, Poll *poll) {
@@ -375,19 +376,19 @@ void ProcTable::Parse(const std::string &path, std::string_view text, Poll *poll
 
 // Older kernels have fewer values, newer ones may have more.
 void ProcTable::TakeInOrder(std::string_view names, Line *line) {
-  for (std::string_view name = TakeWord(&names); !name.empty(); name = TakeWord(&names)) {
+  for (std::string_view label = TakeWord(&names); !label.empty(); label = TakeWord(&names)) {
     const std::string_view word = TakeWord(&line->rest);
     if (word.empty()) return;
-    if (const auto column = Find(name)) AddValue(*column, word, line);
+    if (const auto column = Find(label)) AddValue(*column, word, line);
   }
 }
 
 void ProcTable::TakePairs(Line *line) {
   while (true) {
-    const std::string_view name = TakeWord(&line->rest, kPairSpace);
-    if (name.empty()) return;
+    const std::string_view label = TakeWord(&line->rest, kPairSpace);
+    if (label.empty()) return;
     const std::string_view word = TakeWord(&line->rest, kPairSpace);
-    if (const auto column = Find(name)) AddValue(*column, word, line);
+    if (const auto column = Find(label)) AddValue(*column, word, line);
   }
 }
 

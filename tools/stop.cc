@@ -117,7 +117,8 @@ void WaitForRequest(int milliseconds) {
   pollfd files[] = {{stop_pipe[0], POLLIN, 0}, {request_pipe[0], POLLIN, 0}};
   Poll(files, 2, milliseconds);
   // Before the flags are read, so that none is missed.
-  for (char bytes[64]; read(request_pipe[0], bytes, sizeof bytes) > 0;) continue;
+  for (char bytes[64]; read(request_pipe[0], bytes, sizeof bytes) > 0;) {
+  }
 }
 
 bool TakeRequest(int signal) {
