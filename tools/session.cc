@@ -257,6 +257,21 @@ class Written {
   std::optional<StateFile> state_;
 };
 
+// A report goes to standard output, behind the lines if they do.
+void CloseWithReport(const std::string &output, const std::optional<std::string> &report, Output *file) {
+  if (output == "-") file->Write(report.value_or(""));
+  file->Close();
+  if (output == "-" || !report) return;
+  Output console("-");
+  console.Write(*report);
+  console.Close();
+}
+
+void TellNotes(const Collector &collector, std::uint64_t passed_over) {
+  if (passed_over != 0) Complain(fmt::format("polls passed over, as the state has counted them: {}", passed_over));
+  for (const std::string &note : collector.Notes()) Complain(note);
+}
+
 }  // namespace
 
 void Count(Source *source, const Settings &settings, const std::string &default_dg, const std::string &output,
@@ -308,18 +323,8 @@ void Count(Source *source, const Settings &settings, const std::string &default_
   failure.Try([&] { counting.Finish(&lines, written.has_state()); });
   failure.Try([&] { written.KeepState(); });
   WriteOut(&lines, &written.file());
-  if (output == "-") written.file().Write(report.value_or(""));
-  written.file().Close();
-  if (output != "-" && report) {
-    Output console("-");
-    console.Write(*report);
-    console.Close();
-  }
-  failure.Try([&] {
-    if (passed_over != 0)
-      Complain(fmt::format("polls passed over, as the state has counted them: {}", passed_over));
-    for (const std::string &note : counting.collector().Notes()) Complain(note);
-  });
+  CloseWithReport(output, report, &written.file());
+  failure.Try([&] { TellNotes(counting.collector(), passed_over); });
   failure.Rethrow();
 }
 
