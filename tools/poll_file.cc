@@ -89,16 +89,7 @@ void PollFileReader::ReadHeader() {
   }
   std::set<std::string> names;
   for (size_t i = 0; i < fields.size(); ++i) {
-    Column column;
-    column.name = fields[i];
-    const size_t colon = i <= key ? std::string::npos : fields[i].rfind(':');
-    if (colon != std::string::npos) {
-      const std::string type_name = fields[i].substr(colon + 1);
-      const auto type = TypeOfName(type_name);
-      if (!type) Fail(Refusal("header: type", Printable(type_name), "i32, u32, i64 or u64"));
-      column.type = *type;
-      column.name.resize(colon);
-    }
+    Column column = i <= key ? Column{fields[i]} : ReadColumn(fields[i]);
     if (column.name.empty()) Fail(fmt::format("header: field {} has no name", i + 1));
     if (!IsName(column.name)) Fail(Refusal("header", Printable(column.name), kName));
     if (column.name[0] == '"') Fail(Refusal("header", Printable(column.name), "a name without quotes"));
@@ -108,6 +99,16 @@ void PollFileReader::ReadHeader() {
     if (i == key) table_.key = column.name;
     if (i > key) table_.columns.push_back(std::move(column));
   }
+}
+
+// NAME or NAME:TYPE.
+Column PollFileReader::ReadColumn(const std::string &field) const {
+  const size_t colon = field.rfind(':');
+  if (colon == std::string::npos) return {field};
+  const std::string type_name = field.substr(colon + 1);
+  const auto type = TypeOfName(type_name);
+  if (!type) Fail(Refusal("header: type", Printable(type_name), "i32, u32, i64 or u64"));
+  return {field.substr(0, colon), *type};
 }
 
 bool PollFileReader::Next(Poll *poll) {
