@@ -90,15 +90,20 @@ void PollFileReader::ReadHeader() {
   std::set<std::string> names;
   for (size_t i = 0; i < fields.size(); ++i) {
     Column column = i <= key ? Column{fields[i]} : ReadColumn(fields[i]);
-    if (column.name.empty()) Fail(fmt::format("header: field {} has no name", i + 1));
-    if (!IsName(column.name)) Fail(Refusal("header", Printable(column.name), kName));
-    if (column.name[0] == '"') Fail(Refusal("header", Printable(column.name), "a name without quotes"));
+    CheckName(column.name, i + 1);
     if (!names.insert(column.name).second) {
       Fail(Refusal("header", Printable(column.name), "each column name only once"));
     }
     if (i == key) table_.key = column.name;
     if (i > key) table_.columns.push_back(std::move(column));
   }
+}
+
+// Of a field of the header, counted from 1.
+void PollFileReader::CheckName(const std::string &name, std::size_t field) const {
+  if (name.empty()) Fail(fmt::format("header: field {} has no name", field));
+  if (!IsName(name)) Fail(Refusal("header", Printable(name), kName));
+  if (name[0] == '"') Fail(Refusal("header", Printable(name), "a name without quotes"));
 }
 
 // NAME or NAME:TYPE.

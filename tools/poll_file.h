@@ -32,6 +32,7 @@ class PollFileReader {
   [[noreturn]] void FailAt(std::uint64_t line, std::string_view message) const;
   [[noreturn]] void FailFieldCount() const;
   void ReadHeader();
+  void CheckName(const std::string &name, std::size_t field) const;
   Column ReadColumn(const std::string &field) const;
   bool TakeLine();
   bool ReadRows(Poll *poll);
