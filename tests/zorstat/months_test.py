@@ -213,7 +213,7 @@ def kills(times):
     print(f"{times} kills, after {cut} of which a file was cut")
 
 
-with tempfile.TemporaryDirectory(dir="/dev/shm") as directory:
+with tempfile.TemporaryDirectory(dir="/dev/shm" if os.path.isdir("/dev/shm") else None) as directory:
     os.chdir(directory)
     kills(300)
     months()
