@@ -43,8 +43,8 @@ class Collector {
   // What is known behind a poll, so that a run of the same settings can go on from there.
   nlohmann::json Save() const;
 
-  // Goes on from there, before the first poll; counters may have been reset meanwhile. False, with nothing changed,
-  // when this is no such state.
+  // Goes on from there, before the first poll; counters may have been reset meanwhile. False, or an exception of
+  // json, when this is no such state; the collector is of no use then.
   bool Load(const nlohmann::json &state, zor::process::Counters counters);
 
   // When the next run goes on: takes note of what is to be said at the end.

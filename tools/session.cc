@@ -49,15 +49,11 @@ class Counting {
 
   const Collector &collector() const { return *collector_; }
 
-  // Goes on from where a run was when its state was saved; false when it cannot.
+  // Goes on from where a run was when its state was saved. When that fails, collecting is to begin anew.
   bool Resume(const nlohmann::json &state, zor::process::Counters counters) {
-    try {
-      if (collector_->Load(state, counters)) return true;
-    } catch (const nlohmann::json::exception &) {  // it has other parts
-    }
-    BeginCollecting();
-    return false;
+    return collector_->Load(state, counters);
   }
+  void BeginCollecting() { collector_.emplace(run_, settings_, !exporters_.empty()); }
 
   void AddRows(const Poll &poll, const std::string &place) { collector_->AddRows(poll, place); }
   void EndPoll(std::int64_t time, std::string *records) {
@@ -85,8 +81,6 @@ class Counting {
     unwanted_.clear();
     return writes_records_ ? records : &unwanted_;
   }
-
-  void BeginCollecting() { collector_.emplace(run_, settings_, !exporters_.empty()); }
 
   void TellInterval() {
     const std::optional<IntervalReadings> interval = collector_->TakeInterval();
@@ -203,12 +197,16 @@ class Written {
     state_.emplace(std::move(state_file));
     const std::optional<nlohmann::json> saved = state_->Read();
     if (!saved) return false;
-    if (!counting_->Resume(saved->value("collector", nlohmann::json()), state_->CountersSince(*saved))) {
-      state_->Refuse("the data of a run");
-      return false;
+    try {
+      if (counting_->Resume(saved->value("collector", nlohmann::json()), state_->CountersSince(*saved))) {
+        CutBack(saved->value("output", nlohmann::json()));
+        return true;
+      }
+    } catch (const nlohmann::json::exception &) {  // it has other parts
     }
-    CutBack(saved->value("output", nlohmann::json()));
-    return true;
+    counting_->BeginCollecting();
+    state_->Refuse("the data of a run");
+    return false;
   }
 
   // That it can be written is to be known at the start.

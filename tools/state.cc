@@ -79,11 +79,12 @@ std::optional<Json> StateFile::Read() const {
   ReadFile(path_, kLargestFile, &text);
   const size_t head = std::min(text.find('\n'), text.size() - 1) + 1;
   const std::string_view body = std::string_view(text).substr(head);
-  if (!text.starts_with(kHead) || std::string_view(text).substr(0, head) != HeadOf(body)) {
+  const bool is_whole = text.starts_with(kHead) && std::string_view(text).substr(0, head) == HeadOf(body);
+  Json state = is_whole ? Json::from_cbor(body, true, false) : Json();
+  if (!state.is_object()) {
     Refuse(fmt::format("a whole state of version {}", kVersion));
     return std::nullopt;
   }
-  Json state = Json::from_cbor(body, true, false);
   const Json changes = Json::diff(state.value("settings", Json()), *settings_);
   if (changes.empty()) return state;
   Refuse("a state of these settings, other than in " + Printable(changes[0].at("path").get<std::string>()));
