@@ -60,6 +60,21 @@ using Analyzer = typename Types<V>::Analyzer;
 template <class V>
 using Lookup = typename Types<V>::Lookup;
 
+// Calls function(V()) for the value type V of a data-type code, which is one of the four.
+template <class Function>
+inline auto WithValueType(std::uint32_t data_type, Function function) {
+  switch (data_type) {
+    case ZOR_PROCESS_DATA_TYPE_INT32:
+      return function(std::int32_t());
+    case ZOR_PROCESS_DATA_TYPE_UINT32:
+      return function(std::uint32_t());
+    case ZOR_PROCESS_DATA_TYPE_INT64:
+      return function(std::int64_t());
+    default:
+      return function(std::uint64_t());
+  }
+}
+
 // high - low as an unsigned number of the value's width: exact for every high >= low, and wrapping otherwise.
 template <class V>
 constexpr Unsigned<V> Distance(V low, V high) {

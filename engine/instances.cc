@@ -6,6 +6,8 @@
 #include <limits>
 #include <optional>
 
+#include "base/memory.h"
+#include "entry/instance_entry.h"
 #include "zor/entry.h"
 
 namespace zor {
@@ -64,46 +66,66 @@ std::optional<Range> ConvertRange(const Object &object, std::uint32_t data_type)
   const auto convert = [&](auto value) {
     return ConvertRange<decltype(value)>(object.range_type, object.range[0], object.range[1]);
   };
-  switch (data_type) {
-    case ZOR_PROCESS_DATA_TYPE_INT32:
-      return convert(std::int32_t{});
-    case ZOR_PROCESS_DATA_TYPE_UINT32:
-      return convert(std::uint32_t{});
-    case ZOR_PROCESS_DATA_TYPE_INT64:
-      return convert(std::int64_t{});
-    default:
-      return convert(std::uint64_t{});
+  return WithValueType(data_type, convert);
+}
+
+EntrySettings SettingsOf(const Dg &dg, Column &column, const void *range) {
+  const Object &object = *column.object;
+  const std::uint32_t buckets = object.no_of_buckets != 0 ? object.no_of_buckets : dg.no_of_buckets;
+  return {column.data_type,
+          object.value_kind,
+          column.flags,
+          range,
+          static_cast<std::uint16_t>(buckets),
+          ClearCount(dg, object),
+          &column};
+}
+
+bool Watches(const Object &object, const char *key) {
+  return !object.instances || Find<Instance>(*object.instances, key);
+}
+
+// Creates the row of a key, with places for the entries that it is about to have.
+Row *CreateRow(Dg &dg, const char *key, void *const *cells) {
+  RowDirectory &directory = dg.directory;
+  Scratch<std::size_t> sizes(directory.column_count);
+  if (!sizes.get()) return nullptr;
+  for (std::uint32_t i = 0; i < directory.column_count; ++i) {
+    Column &column = *directory.columns[i].column;
+    if (!column.object || (cells && !ValueOf(cells[column.column])) || !Watches(*column.object, key)) continue;
+    sizes[i] = BlockSize(SettingsOf(dg, column, nullptr));
   }
+  return CreateRow(directory, key, sizes.get());
 }
 
 // Creates the entry of an instance seen for the first time.
-std::uint32_t CreateInstance(const Dg &dg, Column &column, const char *key, void *&entry) {
-  const Object &object = *column.object;
+std::uint32_t CreateInstance(const Dg &dg, std::uint32_t i, Row &row) {
+  Column &column = *dg.directory.columns[i].column;
   std::optional<Range> range;
-  if (object.range) {
-    range = ConvertRange(object, column.data_type);
+  if (column.object->range) {
+    range = ConvertRange(*column.object, column.data_type);
     if (!range) return ZOR_PROCESS_ERROR_INVALID_RANGE;
   }
-  void *created = g_zor_poi_entry_create_funcs[column.data_type - 1](
-      key, object.value_kind, column.flags, range ? range->storage.data() : nullptr,
-      object.no_of_buckets != 0 ? object.no_of_buckets : dg.no_of_buckets, ClearCount(dg, object), &column);
+  const EntrySettings settings = SettingsOf(dg, column, range ? range->storage.data() : nullptr);
+  void *place = row.slots[i].place;
+  if (place && PlaceSize(place) < BlockSize(settings)) place = nullptr;  // the object wants more than it did
+  void *created = CreateEntry(settings, row.name, place);
   if (!created) return ZOR_PROCESS_ERROR_NO_MEMORY;
   if (kel_hashset_insert(&column.instances, created) != 0) {
     g_zor_poi_entry_destroy_funcs[column.data_type - 1](created);
     return ZOR_PROCESS_ERROR_NO_MEMORY;
   }
-  entry = created;
+  SetEntry(dg.directory, row, i, created);
   return ZOR_PROCESS_SUCCESS;
 }
 
 }  // namespace
 
-std::uint32_t CreateRowEntry(Dg &dg, const char *key, std::uint32_t i, Row *&row) {
-  Column &column = *dg.directory.columns[i];
-  if (column.object->instances && !Find<Instance>(*column.object->instances, key)) return ZOR_PROCESS_SUCCESS;
-  if (!row) row = CreateRow(dg.directory, key);
+std::uint32_t CreateRowEntry(Dg &dg, const char *key, std::uint32_t i, void *const *cells, Row *&row) {
+  if (!Watches(*dg.directory.columns[i].column->object, key)) return ZOR_PROCESS_SUCCESS;
+  if (!row) row = CreateRow(dg, key, cells);
   if (!row) return ZOR_PROCESS_ERROR_NO_MEMORY;
-  return CreateInstance(dg, column, key, row->entries()[i]);
+  return CreateInstance(dg, i, *row);
 }
 
 }  // namespace zor

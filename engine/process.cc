@@ -7,7 +7,7 @@
 #include "engine/clear.h"
 #include "engine/instances.h"
 #include "engine/registry.h"
-#include "zor/entry.h"
+#include "entry/instance_entry.h"
 
 namespace zor {
 namespace {
@@ -73,12 +73,13 @@ std::uint32_t ProcessTemplate(Dg &dg, const zor_process_msg_t &msg) {
   return ZOR_PROCESS_SUCCESS;
 }
 
-// Fetches the first lines of an entry, where a sample finds its head, summary and range.
-void PrefetchEntry(const void *entry) {
-  constexpr std::size_t kLine = 64;
-  if (!entry) return;
-  for (std::size_t line = 0; line < 3; ++line)
-    __builtin_prefetch(static_cast<const char *>(entry) + line * kLine, 1);
+void PrefetchEntries(const RowDirectory &directory, const Row &row) {
+  for (std::uint32_t i = 0; i < directory.column_count; ++i) {
+    const ColumnInRow &column = directory.columns[i];
+    const bool is_alike = directory.is_uniform;
+    const void *entry = is_alike ? reinterpret_cast<const char *>(&row) + column.entry : row.slots[i].entry;
+    if (entry) PrefetchEntry(entry, column.data_type);
+  }
 }
 
 // The key of a row, or null when it has none.
@@ -88,24 +89,39 @@ const char *KeyOf(const Dg &dg, const zor_process_msg_t &msg) {
   return cell && cell->type == ZOR_PROCESS_VALUE_STRING ? static_cast<const char *>(cell->value) : nullptr;
 }
 
-// Counts the value of a row's cell in column i. The row and the entry are created where they are missing, unless
-// the object does not want the instance.
-std::uint32_t CountValue(Dg &dg, const char *key, std::uint32_t i, const void *value, Row *&row) {
-  const Column &column = *dg.directory.columns[i];
-  if (!column.object) return ZOR_PROCESS_ERROR_OBJECT_NOT_FOUND;
-  if (!row || !row->entries()[i]) {
-    const std::uint32_t result = CreateRowEntry(dg, key, i, row);
-    if (result != ZOR_PROCESS_SUCCESS) return result;
-    if (!row || !row->entries()[i]) return ZOR_PROCESS_SUCCESS;
+// The entry of a row in column i. The row and the entry are created where they are missing; null when the object
+// does not want the instance, or with the reason in `result`.
+void *FindOrCreateEntry(Dg &dg, const char *key, std::uint32_t i, void *const *cells, Row *&row,
+                        std::uint32_t &result) {
+  if (!dg.directory.columns[i].column->object) {
+    result = ZOR_PROCESS_ERROR_OBJECT_NOT_FOUND;
+    return nullptr;
   }
-  std::uint32_t period_ended = 0;
-  const std::int32_t result =
-      g_zor_poi_entry_insert_funcs[column.data_type - 1](row->entries()[i], value, &period_ended);
-  dg.periods_ended += period_ended;
-  if (result != 0) return ZOR_PROCESS_ERROR_IN_DATA;
-  if (dg.poll_state == kAwaitsFirstValue) {
-    ++dg.no_of_samples;
-    dg.poll_state = kPollCounted;
+  if (!row || !row->slots[i].entry) result = CreateRowEntry(dg, key, i, cells, row);
+  return row && result == ZOR_PROCESS_SUCCESS ? row->slots[i].entry : nullptr;
+}
+
+// Counts the values of a row; `counted` tells whether there were any.
+std::uint32_t CountValues(Dg &dg, const char *key, void *const *cells, Row *row, bool &counted) {
+  const ColumnInRow *const columns = dg.directory.columns;
+  const std::uint32_t count = dg.directory.column_count;
+  const bool is_alike = row && dg.directory.is_uniform && row->in_place == count;
+  auto *const base = is_alike ? reinterpret_cast<char *>(row) : nullptr;
+  PendingCounts pending;
+  for (std::uint32_t i = 0; i < count; ++i) {
+    const ColumnInRow &column = columns[i];
+    const void *value = ValueOf(cells[column.cell]);
+    if (!value) continue;
+    std::uint32_t result = ZOR_PROCESS_SUCCESS;
+    void *entry = base ? base + column.entry : FindOrCreateEntry(dg, key, i, cells, row, result);
+    if (result != ZOR_PROCESS_SUCCESS) return result;
+    if (!entry) continue;
+    const std::int32_t inserted = WithValueType(column.data_type, [&](auto v) {
+      std::memcpy(&v, value, sizeof v);
+      return InsertIntoBlock(*static_cast<Entry<decltype(v)> *>(entry), v, dg.periods_ended, pending);
+    });
+    if (inserted != 0) return ZOR_PROCESS_ERROR_IN_DATA;
+    counted = true;
   }
   return ZOR_PROCESS_SUCCESS;
 }
@@ -115,23 +131,21 @@ std::uint32_t ProcessRow(Dg &dg, const zor_process_msg_t &msg) {
   const char *key = KeyOf(dg, msg);
   if (!key) return ZOR_PROCESS_ERROR_INVALID_KEY_TYPE;
   if (!dg.directory.columns && !IndexColumns(dg.directory, *dg.oper_entries)) return ZOR_PROCESS_ERROR_NO_MEMORY;
-  const std::uint32_t count = dg.directory.column_count;
-  auto [row, expected] = FindRow(dg.directory, key);
+  const auto [row, expected] = FindRow(dg.directory, key);
 
   // When rows come in the order of the last poll, the entries of the next row are fetched while this one's values
-  // are counted. Otherwise all entries of this row are fetched at once before the first value is.
-  Row *next = expected ? row->follower : nullptr;
+  // are counted. Otherwise this row's own are fetched at once.
+  const Row *next = expected ? row->follower : nullptr;
   if (next) __builtin_prefetch(next->follower);
-  for (std::uint32_t i = 0; row && !next && i < count; ++i) PrefetchEntry(row->entries()[i]);
+  if (row) PrefetchEntries(dg.directory, next ? *next : *row);
 
-  for (std::uint32_t i = 0; i < count; ++i) {
-    if (next) PrefetchEntry(next->entries()[i]);
-    const auto *cell = static_cast<const zor_process_cell_t *>(msg.columns[dg.directory.columns[i]->column]);
-    if (!cell || !cell->value || cell->length == 0) continue;
-    const std::uint32_t result = CountValue(dg, key, i, cell->value, row);
-    if (result != ZOR_PROCESS_SUCCESS) return result;
+  bool counted = false;
+  const std::uint32_t result = CountValues(dg, key, msg.columns, row, counted);
+  if (counted && dg.poll_state == kAwaitsFirstValue) {
+    ++dg.no_of_samples;
+    dg.poll_state = kPollCounted;
   }
-  return ZOR_PROCESS_SUCCESS;
+  return result;
 }
 
 std::uint32_t ProcessEndOfPoll(Dg &dg) {

@@ -24,19 +24,24 @@ void DestroyInstanceEntry(void *record, void *context) {
 
 void ReleaseOperEntries(Dg &dg) {
   if (!dg.oper_entries) return;
-  ReleaseRows(dg.directory);
   const auto destroy = [](void *record, void *context) {
     kel_hashset_remove(static_cast<kel_hashset_t *>(context), record);
     FreeColumn(*static_cast<Column *>(record));
   };
   DestroyAll(*dg.oper_entries, destroy, *dg.oper_entries);
+  ReleaseRows(dg.directory);  // in which the entries were
   std::free(dg.oper_entries);
   dg.oper_entries = nullptr;
 }
 
 }  // namespace
 
-Dg *FindDg(Engine *engine, const char *name) { return engine ? Find<Dg>(engine->dgs, name) : nullptr; }
+// Most engines have one DG, or few: the first is looked at before the set is asked.
+Dg *FindDg(Engine *engine, const char *name) {
+  if (!engine || !name) return nullptr;
+  auto *first = static_cast<Dg *>(kel_hashset_first(&engine->dgs));
+  return first && std::strcmp(first->name, name) == 0 ? first : Find<Dg>(engine->dgs, name);
+}
 
 kel_hashset_t *CreateSet() {
   auto *set = static_cast<kel_hashset_t *>(std::calloc(1, sizeof(kel_hashset_t)));
@@ -53,7 +58,9 @@ void FreeColumn(Column &column) {
 
 void BindColumn(Dg &dg, const char *name, Object *object) {
   Column *column = dg.oper_entries ? Find<Column>(*dg.oper_entries, name) : nullptr;
-  if (column) column->object = object;
+  if (!column) return;
+  column->object = object;
+  if (!object) dg.directory.is_uniform = false;
 }
 
 void DestroyInstance(kel_hashset_t &instances, Instance &instance) {

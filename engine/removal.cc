@@ -17,12 +17,12 @@ bool Takes(const Removal &removal, const zor_process_data_cursor_t &instance) {
 }
 
 void RemoveFrom(Dg &dg, std::uint32_t i, const Removal &removal) {
-  Column &column = *dg.directory.columns[i];
+  Column &column = *dg.directory.columns[i].column;
   auto *entry = static_cast<EntryHead *>(kel_hashset_first(&column.instances));
   while (entry) {
     auto *next = static_cast<EntryHead *>(kel_hashset_next(&column.instances, entry));
     if (Takes(removal, {dg.name, &dg, &column, entry, column.flags})) {
-      Find<Row>(dg.directory.rows, entry->name)->entries()[i] = nullptr;
+      SetEntry(dg.directory, *Find<Row>(dg.directory.rows, entry->name), i, nullptr);
       kel_hashset_remove(&column.instances, entry);
       g_zor_poi_entry_destroy_funcs[column.data_type - 1](entry);
     }

@@ -1,14 +1,36 @@
 #include "engine/rows.h"
 
-#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
 #include "base/memory.h"
 #include "engine/registry.h"
+#include "entry/instance_entry.h"
 
 namespace zor {
 namespace {
+
+constexpr std::size_t kLine = 64;
+
+constexpr std::size_t RoundUp(std::size_t size) { return (size + kLine - 1) / kLine * kLine; }
+
+// Gives a new row its places.
+void LayOut(RowDirectory &directory, Row &row, const std::size_t *sizes) {
+  const bool is_first = kel_hashset_first(&directory.rows) == &row;
+  if (is_first) directory.is_uniform = true;
+  auto *place = reinterpret_cast<char *>(&row + 1);
+  for (std::uint32_t i = 0; i < directory.column_count; ++i) {
+    ColumnInRow &column = directory.columns[i];
+    const auto *entry = static_cast<char *>(EntryAt(place, column.data_type));
+    const auto offset = static_cast<std::size_t>(entry - reinterpret_cast<char *>(&row));
+    if (is_first) column.entry = offset;
+    if (sizes[i] == 0 || column.entry != offset) directory.is_uniform = false;
+    if (sizes[i] == 0) continue;
+    row.slots[i].place = place;
+    BeginPlace(place, RoundUp(sizes[i]));
+    place += RoundUp(sizes[i]);
+  }
+}
 
 void MoveTo(RowDirectory &directory, Row *row) {
   if (directory.last) {
@@ -23,9 +45,11 @@ void MoveTo(RowDirectory &directory, Row *row) {
 bool IndexColumns(RowDirectory &directory, kel_hashset_t &oper_entries) {
   std::uint32_t count = 0;
   for ([[maybe_unused]] const Column &column : Records<Column>(oper_entries)) ++count;
-  directory.columns = AllocateArray<Column *>(count).release();
+  directory.columns = AllocateArray<ColumnInRow>(count).release();
   if (!directory.columns) return false;
-  for (Column &column : Records<Column>(oper_entries)) directory.columns[directory.column_count++] = &column;
+  for (Column &column : Records<Column>(oper_entries)) {
+    directory.columns[directory.column_count++] = {&column, column.column, column.data_type, 0};
+  }
   return true;
 }
 
@@ -41,25 +65,45 @@ FoundRow FindRow(RowDirectory &directory, const char *key) {
   return {row, false};
 }
 
-Row *CreateRow(RowDirectory &directory, const char *key) {
-  const std::size_t entries_size = directory.column_count * sizeof(void *);
+Row *CreateRow(RowDirectory &directory, const char *key, const std::size_t *sizes) {
+  const std::uint32_t count = directory.column_count;
   const std::size_t key_size = std::strlen(key) + 1;
-  auto *row = static_cast<Row *>(std::calloc(1, sizeof(Row) + entries_size + key_size));
-  if (!row) return nullptr;
-  row->name = reinterpret_cast<char *>(row + 1) + entries_size;
+  const std::size_t front = count * sizeof(Row::Slot) + key_size;
+  std::size_t size = front + kLine + sizeof(Row);
+  for (std::uint32_t i = 0; i < count; ++i) size += RoundUp(sizes[i]);
+  auto *storage = static_cast<char *>(std::calloc(1, size));
+  if (!storage) return nullptr;
+
+  // What a sample touches of an entry is to begin a line.
+  const auto touched = reinterpret_cast<std::uintptr_t>(storage) + front + sizeof(Row) + kTouchedFrom;
+  auto *row = reinterpret_cast<Row *>(storage + front + RoundUp(touched) - touched);
+  row->slots = reinterpret_cast<Row::Slot *>(storage);
+  row->name = reinterpret_cast<char *>(row) - key_size;
   std::memcpy(row->name, key, key_size);
   if (kel_hashset_insert(&directory.rows, row) != 0) {
-    std::free(row);
+    std::free(storage);
     return nullptr;
   }
+  LayOut(directory, *row, sizes);
   MoveTo(directory, row);
   return row;
 }
 
+void SetEntry(const RowDirectory &directory, Row &row, std::uint32_t i, void *entry) {
+  const std::uint32_t type = directory.columns[i].data_type;
+  Row::Slot &slot = row.slots[i];
+  const auto is_in_place = [&] { return slot.entry && slot.place && slot.entry == EntryAt(slot.place, type); };
+  if (is_in_place()) --row.in_place;
+  slot.entry = entry;
+  if (is_in_place()) ++row.in_place;
+}
+
 void ReleaseEmptyRows(RowDirectory &directory) {
   const auto is_empty = [&](Row *row) {
-    return row &&
-           std::all_of(row->entries(), row->entries() + directory.column_count, [](const void *e) { return !e; });
+    for (std::uint32_t i = 0; row && i < directory.column_count; ++i) {
+      if (row->slots[i].entry) return false;
+    }
+    return row != nullptr;
   };
   // No row that stays may name one that goes as its follower.
   for (Row &row : Records<Row>(directory.rows)) {
@@ -74,7 +118,7 @@ void ReleaseEmptyRows(RowDirectory &directory) {
     auto *next = static_cast<Row *>(kel_hashset_next(&directory.rows, row));
     if (is_empty(row)) {
       kel_hashset_remove(&directory.rows, row);
-      std::free(row);
+      std::free(row->slots);
     }
     row = next;
   }
@@ -83,7 +127,7 @@ void ReleaseEmptyRows(RowDirectory &directory) {
 void ReleaseRows(RowDirectory &directory) {
   const auto destroy = [](void *record, void *rows) {
     kel_hashset_remove(static_cast<kel_hashset_t *>(rows), record);
-    std::free(record);
+    std::free(static_cast<Row *>(record)->slots);
   };
   kel_hashset_iterate(&directory.rows, destroy, &directory.rows);
   kel_hashset_free(&directory.rows);

@@ -36,7 +36,7 @@ void TransferColumnName(StateReader &archive, const Column &column) {
 }
 
 void TransferEntries(StateWriter &archive, Dg &dg, std::uint32_t i) {
-  Column &column = *dg.directory.columns[i];
+  Column &column = *dg.directory.columns[i].column;
   std::uint64_t count = 0;
   for ([[maybe_unused]] const EntryHead &entry : Records<EntryHead>(column.instances)) ++count;
   archive.Fields(count);
@@ -47,7 +47,7 @@ void TransferEntries(StateWriter &archive, Dg &dg, std::uint32_t i) {
 }
 
 void TransferEntries(StateReader &archive, Dg &dg, std::uint32_t i) {
-  const Column &column = *dg.directory.columns[i];
+  const Column &column = *dg.directory.columns[i].column;
   std::uint64_t count = 0;
   archive.Fields(count);
   archive.Expect(count == 0 || column.object);
@@ -55,14 +55,14 @@ void TransferEntries(StateReader &archive, Dg &dg, std::uint32_t i) {
     const char *name = ReadName(archive);
     if (!name) return;
     Row *row = FindRow(dg.directory, name).row;
-    archive.Expect(!row || !row->entries()[i]);
+    archive.Expect(!row || !row->slots[i].entry);
     if (archive.result() != ZOR_PROCESS_SUCCESS) return;
-    if (const std::uint32_t result = CreateRowEntry(dg, name, i, row); result != ZOR_PROCESS_SUCCESS) {
+    if (const std::uint32_t result = CreateRowEntry(dg, name, i, nullptr, row); result != ZOR_PROCESS_SUCCESS) {
       return archive.Fail(result);
     }
-    archive.Expect(row && row->entries()[i]);  // an instance that the object watches
+    archive.Expect(row && row->slots[i].entry);  // an instance that the object watches
     if (archive.result() != ZOR_PROCESS_SUCCESS) return;
-    TransferEntry(archive, column.data_type, row->entries()[i]);
+    TransferEntry(archive, column.data_type, row->slots[i].entry);
   }
 }
 
@@ -71,7 +71,7 @@ void Transfer(Archive &archive, Dg &dg) {
   archive.Same(kMagic, dg.directory.column_count);
   archive.Fields(dg.poll_count, dg.no_of_samples, dg.poll_state);
   for (std::uint32_t i = 0; i < dg.directory.column_count; ++i) {
-    const Column &column = *dg.directory.columns[i];
+    const Column &column = *dg.directory.columns[i].column;
     TransferColumnName(archive, column);
     archive.Same(column.data_type, column.flags);
     TransferEntries(archive, dg, i);
@@ -87,7 +87,7 @@ std::uint32_t FindColumns(Dg &dg) {
 
 bool HasInstances(const Dg &dg) {
   for (std::uint32_t i = 0; i < dg.directory.column_count; ++i) {
-    if (kel_hashset_first(&dg.directory.columns[i]->instances)) return true;
+    if (kel_hashset_first(&dg.directory.columns[i].column->instances)) return true;
   }
   return false;
 }

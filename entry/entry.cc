@@ -24,39 +24,13 @@ void DestroyEntry(Entry<V> *entry) {
   if (entry->analyzer) UninitAnalyzer<V>(*entry->analyzer);
   std::free(entry->analyzer);
   std::free(entry->clear_buffer);
-  std::free(entry);
+  EntryBlock<V> &block = BlockOf<V>(*entry);
+  if (block.head[0] == 0) std::free(&block);
 }
 
 template <class V>
 struct EntryDestroyer {
   void operator()(Entry<V> *entry) const { DestroyEntry<V>(entry); }
-};
-
-// An entry, its summary, its distribution and its name lie in one block, in the order in which a sample touches
-// them. Pieces are carved off its start; the entry's own pointers lead to them.
-class Block {
- public:
-  explicit Block(std::size_t size) : start_(static_cast<char *>(std::calloc(1, size))), next_(start_) {}
-
-  bool is_allocated() const { return start_ != nullptr; }
-
-  // Room for `count` records, zeroed.
-  template <class T>
-  T *Carve(std::size_t count = 1) {
-    return reinterpret_cast<T *>(std::exchange(next_, next_ + SizeOf<T>(count)));
-  }
-
-  // Rounded up, so that every piece is aligned.
-  template <class T>
-  static constexpr std::size_t SizeOf(std::size_t count = 1) {
-    constexpr std::size_t kAlignment = alignof(std::uint64_t);
-    static_assert(alignof(T) <= kAlignment);
-    return (count * sizeof(T) + kAlignment - 1) / kAlignment * kAlignment;
-  }
-
- private:
-  char *start_;
-  char *next_;
 };
 
 template <class V>
@@ -65,28 +39,18 @@ struct Bounds {
   V high = std::numeric_limits<V>::max();
 };
 
-// An entry with its name and the statistics that flags ask for; null without memory.
-template <class V>
-Entry<V> *AllocateEntry(const char *key, std::uint16_t flags, Bounds<V> range, std::uint16_t buckets) {
-  const bool has_summary = flags & ZOR_PROCESS_FLAG_SUMMARY;
-  const bool has_distribution = flags & ZOR_PROCESS_FLAG_DISTRIBUTION;
-  const std::size_t key_size = std::strlen(key) + 1;
-  std::size_t size = Block::SizeOf<Entry<V>>() + key_size;
-  if (has_summary) size += Block::SizeOf<Summary<V>>();
-  if (has_distribution) size += Block::SizeOf<RangeCounters<V>>() + Block::SizeOf<std::uint16_t>(buckets);
+std::uint16_t KeptFlags(std::uint16_t flags) {
+  const bool has_percentiles = flags & ZOR_PROCESS_FLAG_PERCENTILE;
+  return static_cast<std::uint16_t>(
+      flags | (has_percentiles ? ZOR_PROCESS_FLAG_SUMMARY | ZOR_PROCESS_FLAG_DISTRIBUTION : 0));
+}
 
-  Block block(size);
-  if (!block.is_allocated()) return nullptr;
-  auto *entry = block.Carve<Entry<V>>();
-  if (has_summary) entry->summary = block.Carve<Summary<V>>();
-  if (has_distribution) {
-    entry->range_counters = block.Carve<RangeCounters<V>>();
-    SetUpRangeCounters<V>(*entry->range_counters, range.low, range.high, buckets,
-                          block.Carve<std::uint16_t>(buckets));
-  }
-  entry->name = block.Carve<char>(key_size);
-  std::memcpy(entry->name, key, key_size);
-  return entry;
+template <class V>
+std::size_t SizeOfBlock(std::uint16_t flags, std::uint16_t buckets) {
+  using Block = EntryBlock<V>;
+  if (flags & ZOR_PROCESS_FLAG_DISTRIBUTION) return sizeof(Block) + buckets * sizeof(std::uint16_t);
+  if (flags & ZOR_PROCESS_FLAG_SUMMARY) return offsetof(Block, range_counters);
+  return offsetof(Block, summary);
 }
 
 template <class V>
@@ -95,23 +59,59 @@ bool CreateBaseline(Entry<V> &entry, std::uint32_t learning_count, std::uint16_t
   return entry.analyzer && InitAnalyzer<V>(*entry.analyzer, learning_count, buckets, kMaxOutsideBuckets) == 0;
 }
 
+// A zeroed block of its own with a copy of the name behind it; null without memory.
 template <class V>
-Entry<V> *CreateEntry(const char *key, std::uint32_t value_kind, std::uint16_t flags, const void *range,
-                      std::uint16_t buckets, std::uint32_t clear_count,
-                      zor_process_object_oper_entry_t *oper_entry) {
-  if ((flags & ZOR_PROCESS_FLAG_BASELINE) && flags != ZOR_PROCESS_FLAG_BASELINE) return nullptr;
-  if (flags & ZOR_PROCESS_FLAG_PERCENTILE) flags |= ZOR_PROCESS_FLAG_SUMMARY | ZOR_PROCESS_FLAG_DISTRIBUTION;
-  Bounds<V> bounds;
-  if (range) std::memcpy(&bounds, range, sizeof bounds);
-  if ((flags & ZOR_PROCESS_FLAG_DISTRIBUTION) && CheckRange(bounds.low, bounds.high, buckets) != 0) return nullptr;
+EntryBlock<V> *AllocateBlock(std::size_t size, const char *name) {
+  const std::size_t name_size = std::strlen(name) + 1;
+  auto *block = static_cast<EntryBlock<V> *>(std::calloc(1, size + name_size));
+  if (!block) return nullptr;
+  block->entry.name = reinterpret_cast<char *>(block) + size;
+  std::memcpy(block->entry.name, name, name_size);
+  return block;
+}
 
-  std::unique_ptr<Entry<V>, EntryDestroyer<V>> entry(AllocateEntry<V>(key, flags, bounds, buckets));
-  if (!entry) return nullptr;
-  entry->clear_count = static_cast<std::uint16_t>(clear_count);
-  entry->oper_entry = oper_entry;
-  entry->mode = value_kind == 1 ? kModeCumulative : 0;
-  if ((flags & ZOR_PROCESS_FLAG_BASELINE) && !CreateBaseline<V>(*entry, clear_count, buckets)) return nullptr;
-  return entry.release();
+// A zeroed block at a place.
+template <class V>
+EntryBlock<V> *ClearPlace(void *place, char *name) {
+  auto *block = static_cast<EntryBlock<V> *>(place);
+  const std::size_t size = block->head[0];
+  std::memset(place, 0, size);
+  block->head[0] = size;
+  block->entry.name = name;
+  return block;
+}
+
+template <class V>
+bool SetUpStatistics(EntryBlock<V> &block, const EntrySettings &settings, std::uint16_t flags, Bounds<V> bounds) {
+  Entry<V> &entry = block.entry;
+  if (flags & ZOR_PROCESS_FLAG_SUMMARY) entry.summary = &block.summary;
+  if (flags & ZOR_PROCESS_FLAG_DISTRIBUTION) {
+    entry.range_counters = &block.range_counters;
+    SetUpRangeCounters<V>(*entry.range_counters, bounds.low, bounds.high, settings.buckets,
+                          reinterpret_cast<std::uint16_t *>(&block + 1));
+    if (entry.summary) block.scale = ScaleOf<V>(*entry.range_counters);
+  }
+  return !(flags & ZOR_PROCESS_FLAG_BASELINE) || CreateBaseline<V>(entry, settings.clear_count, settings.buckets);
+}
+
+// At a place, or with a block of its own where there is none.
+template <class V>
+Entry<V> *MakeEntry(const EntrySettings &settings, char *name, void *place) {
+  const std::uint16_t flags = KeptFlags(settings.flags);
+  if ((flags & ZOR_PROCESS_FLAG_BASELINE) && flags != ZOR_PROCESS_FLAG_BASELINE) return nullptr;
+  Bounds<V> bounds;
+  if (settings.range) std::memcpy(&bounds, settings.range, sizeof bounds);
+  const bool has_distribution = flags & ZOR_PROCESS_FLAG_DISTRIBUTION;
+  if (has_distribution && CheckRange(bounds.low, bounds.high, settings.buckets) != 0) return nullptr;
+
+  EntryBlock<V> *block =
+      place ? ClearPlace<V>(place, name) : AllocateBlock<V>(SizeOfBlock<V>(flags, settings.buckets), name);
+  if (!block) return nullptr;
+  std::unique_ptr<Entry<V>, EntryDestroyer<V>> entry(&block->entry);
+  entry->clear_count = static_cast<std::uint16_t>(settings.clear_count);
+  entry->oper_entry = settings.oper_entry;
+  entry->mode = settings.value_kind == 1 ? kModeCumulative : 0;
+  return SetUpStatistics<V>(*block, settings, flags, bounds) ? entry.release() : nullptr;
 }
 
 template <class V>
@@ -135,9 +135,10 @@ bool TakeSnapshot(Entry<V> &entry) {
   return true;
 }
 
-// Out of line, so that the frame it needs costs the other entries nothing.
+}  // namespace
+
 template <class V>
-[[gnu::noinline]] std::int32_t InsertIntoBaseline(Entry<V> &entry, V value, std::uint32_t *period_ended) {
+std::int32_t InsertIntoBaseline(Entry<V> &entry, V value, std::uint32_t *period_ended) {
   Analyzer<V> &analyzer = *entry.analyzer;
   const std::int32_t result = Analyze<V>(analyzer, value);
   if (result == kCounterFull) {
@@ -153,33 +154,31 @@ template <class V>
   return result;
 }
 
-template <class V>
-std::int32_t InsertValue(Entry<V> &entry, V value, std::uint32_t *period_ended) {
-  if (entry.mode & kModeCumulative) {
-    const V raw = value;
-    value = static_cast<V>(Distance(entry.last_value, raw));
-    entry.last_value = raw;
-    if (!(entry.mode & kModePrimed)) {
-      entry.mode |= kModePrimed;
-      return 0;
-    }
-  }
-  if (entry.analyzer) return InsertIntoBaseline<V>(entry, value, period_ended);  // it never has company
-  std::uint32_t result = 0;
-  if (entry.summary) result = CountInSummary<V>(*entry.summary, value);
-  if (entry.range_counters) CountInRange<V>(*entry.range_counters, value);
-  return static_cast<std::int32_t>(result);
+#define ZOR_INSTANTIATE(type, value, unsigned_value, total) \
+  template std::int32_t InsertIntoBaseline<value>(Entry<value> &, value, std::uint32_t *);
+ZOR_PROCESS_FOR_EACH_TYPE(ZOR_INSTANTIATE)
+#undef ZOR_INSTANTIATE
+
+std::size_t BlockSize(const EntrySettings &settings) {
+  return WithValueType(settings.data_type, [&](auto v) {
+    return SizeOfBlock<decltype(v)>(KeptFlags(settings.flags), settings.buckets);
+  });
 }
 
-}  // namespace
+void *CreateEntry(const EntrySettings &settings, char *name, void *place) {
+  return WithValueType(settings.data_type,
+                       [&](auto v) -> void * { return MakeEntry<decltype(v)>(settings, name, place); });
+}
+
 }  // namespace zor
 
 #define ZOR_DEFINE_ENTRY(type, value, unsigned_value, total)                                                    \
   void *zor_process_object_instance_entry_create_##type(                                                        \
       const char *key, std::uint32_t value_kind, std::uint32_t flags, const void *range, std::uint32_t buckets, \
       std::uint32_t clear_count, zor_process_object_oper_entry_t *oper_entry) {                                 \
-    return zor::CreateEntry<value>(key, value_kind, static_cast<std::uint16_t>(flags), range,                   \
-                                   static_cast<std::uint16_t>(buckets), clear_count, oper_entry);               \
+    return zor::MakeEntry<value>({0, value_kind, static_cast<std::uint16_t>(flags), range,                      \
+                                  static_cast<std::uint16_t>(buckets), clear_count, oper_entry},                \
+                                 const_cast<char *>(key), nullptr);                                             \
   }                                                                                                             \
   std::int32_t zor_process_object_instance_entry_insert_##type(void *entry, const void *sample,                 \
                                                                std::uint32_t *period_ended) {                   \

@@ -125,16 +125,10 @@ void Transfer(Archive &archive, Entry<V> &entry) {
 
 template <class Archive>
 void TransferEntry(Archive &archive, std::uint32_t data_type, void *entry) {
-  switch (data_type) {
-    case ZOR_PROCESS_DATA_TYPE_INT32:
-      return Transfer<std::int32_t>(archive, *static_cast<Entry<std::int32_t> *>(entry));
-    case ZOR_PROCESS_DATA_TYPE_UINT32:
-      return Transfer<std::uint32_t>(archive, *static_cast<Entry<std::uint32_t> *>(entry));
-    case ZOR_PROCESS_DATA_TYPE_INT64:
-      return Transfer<std::int64_t>(archive, *static_cast<Entry<std::int64_t> *>(entry));
-    default:
-      return Transfer<std::uint64_t>(archive, *static_cast<Entry<std::uint64_t> *>(entry));
-  }
+  WithValueType(data_type, [&](auto value) {
+    using V = decltype(value);
+    Transfer<V>(archive, *static_cast<Entry<V> *>(entry));
+  });
 }
 
 template void TransferEntry(StateWriter &, std::uint32_t, void *);

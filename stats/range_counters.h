@@ -71,6 +71,18 @@ inline std::uint32_t SubRangeOf(const RangeCounters<V> &record, V value) {
   return static_cast<std::uint32_t>(std::min<U>(index, U{record.Nsc} - U{1}));
 }
 
+// 2^64 * Nsc / width, rounded up, where the upper half of its product with an offset is the offset's sub-range: one
+// multiplication stands for the division then. Rounding up adds less than offset / 2^64 to offset * Nsc / width,
+// whose distance to the next whole number is 1 / width or more; so it is exact for widths of up to 2^32. 0
+// elsewhere, and where there are not more values than sub-ranges, which leaves it no 64 bits.
+template <class V>
+std::uint64_t ScaleOf(const RangeCounters<V> &record) {
+  const std::uint64_t width = Distance(record.Start, record.End);
+  const std::uint64_t nsc = record.Nsc;
+  if (width <= nsc || width > std::uint64_t{1} << 32 || record.Vexact_end < record.End) return 0;
+  return static_cast<std::uint64_t>(((Wide{nsc} << 64) + width - 1) / width);
+}
+
 // Sets all counts to zero; the range stays.
 template <class V>
 inline void ClearRangeCounters(RangeCounters<V> &record) {
@@ -80,25 +92,40 @@ inline void ClearRangeCounters(RangeCounters<V> &record) {
   std::fill_n(record.pu16_counters, record.Nsc, std::uint16_t{0});
 }
 
-// Counts a sample; a full counter refuses it, and then nothing changes.
+inline std::uint64_t ScaledSubRange(std::uint64_t offset, std::uint64_t scale) {
+  return static_cast<std::uint64_t>(Wide{offset} * scale >> 64);
+}
+
+// A sample's counter and what counting it comes to.
+struct Counter {
+  std::uint16_t *count;
+  std::uint16_t *total;  // of all counters of the record
+  std::int32_t result;
+};
+
+// With the record's scale, if it has one.
+template <class V>
+inline Counter CounterOf(RangeCounters<V> &record, V value, std::uint64_t scale = 0) {
+  std::uint16_t *total = &record.u16_no_of_samples;
+  if (value < record.Start) return {&record.u16_min_exception_counter, total, kCountedBelow};
+  if (value >= record.End) return {&record.u16_max_exception_counter, total, kCountedAbove};
+  const std::uint64_t sub_range =
+      scale != 0 ? ScaledSubRange(Distance(record.Start, value), scale) : SubRangeOf(record, value);
+  return {record.pu16_counters + sub_range, total, kCountedInside};
+}
+
+// A full counter refuses the sample, and then nothing changes.
+inline std::int32_t AddOne(const Counter &counter) {
+  if (*counter.count == kFullCounter) return kCounterFull;
+  ++*counter.count;
+  ++*counter.total;
+  return counter.result;
+}
+
+// Counts a sample.
 template <class V>
 inline std::int32_t CountInRange(RangeCounters<V> &record, V value) {
-  std::uint16_t *counter;
-  std::int32_t result;
-  if (value < record.Start) {
-    counter = &record.u16_min_exception_counter;
-    result = kCountedBelow;
-  } else if (value >= record.End) {
-    counter = &record.u16_max_exception_counter;
-    result = kCountedAbove;
-  } else {
-    counter = &record.pu16_counters[SubRangeOf(record, value)];
-    result = kCountedInside;
-  }
-  if (*counter == kFullCounter) return kCounterFull;
-  ++*counter;
-  ++record.u16_no_of_samples;
-  return result;
+  return AddOne(CounterOf<V>(record, value));
 }
 
 // First and last value of a sub-range, inclusive.

@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "engine_fixture.h"
+#include "stats/bucket_model.h"
 
 static constexpr std::uint32_t kUint64 = ZOR_PROCESS_DATA_TYPE_UINT64;
 using Codes = std::vector<std::uint32_t>;  // of calls in their order
@@ -257,6 +258,54 @@ TEST_F(EngineTest, ConvertsRangesToTheColumnsType) {
     ASSERT_EQ(MakeObject("rx", 2, 0, c.range_type, c.low, c.high), 0u);
     ASSERT_EQ(Template({{"key", 0}, {"rx", c.data_type}}), 0u);
     EXPECT_EQ(Row("a", {std::uint64_t{0}}), c.expected) << &c - cases;
+  }
+}
+
+// Rows find a value's sub-range in another way than the call for a record of its own, where the range allows it.
+template <class V>
+class RowsTest : public EngineTest {};
+TYPED_TEST_SUITE(RowsTest, ValueTypes);
+
+TYPED_TEST(RowsTest, CountInTheSubRangesOfTheDirectCall) {
+  using V = TypeParam;
+  using U = zor::Unsigned<V>;
+  constexpr V kMin = std::numeric_limits<V>::min(), kMax = std::numeric_limits<V>::max();
+  constexpr std::uint16_t kBuckets = 100;
+  constexpr std::uint64_t kWidest = std::uint64_t{1} << 32;
+  this->MakeDg(0);
+  for (const std::uint64_t width :
+       {std::uint64_t{2}, std::uint64_t{99}, std::uint64_t{101}, std::uint64_t{999983}, kWidest / 100,
+        kWidest / 100 + 1, kWidest / 2, kWidest - 1, kWidest, kWidest + 1}) {
+    for (const V low : {kMin, V(kMin + 12345), V(-1000)}) {
+      const auto room = zor::Distance(low, kMax);
+      const V high = width > room ? kMax : static_cast<V>(low + static_cast<V>(width - 1));
+      SCOPED_TRACE(::testing::Message() << low << " to " << high);
+      ASSERT_EQ(this->SetDg(ZOR_PROCESS_OPER_CLEAR, "ifstats"), 0u);
+      ASSERT_EQ(this->MakeObject("rx", ZOR_PROCESS_FLAG_PERCENTILE, 0, low < 0 ? 3 : 4,
+                                 static_cast<std::uint64_t>(low), static_cast<std::uint64_t>(high), kBuckets),
+                0u);
+      ASSERT_EQ(this->Template({{"key", 0}, {"rx", Api<V>::kTypeCode}}), 0u);
+      typename Api<V>::RangeCounters expected;
+      ASSERT_EQ(Api<V>::RangeInit(&expected, low, high, kBuckets), 0u);
+      for (unsigned edge = 0; edge <= kBuckets; ++edge) {
+        const auto start = static_cast<U>(static_cast<zor::Wide>(zor::Distance(low, high)) * edge / kBuckets);
+        for (int beside = -2; beside <= 2; ++beside) {
+          const V value = zor::Advance(low, static_cast<U>(start + static_cast<U>(beside)));
+          this->Row("a", {value});  // whether the sum takes it or not
+          this->Clear(0);
+          Api<V>::RangeInsert(&expected, value);
+        }
+      }
+      auto cursor = this->Cursor();
+      this->Next(cursor, 0);
+      const auto &counted = *static_cast<typename Api<V>::Entry *>(cursor.entry)->range_counters;
+      EXPECT_THAT(std::vector(counted.pu16_counters, counted.pu16_counters + kBuckets),
+                  ::testing::ElementsAreArray(expected.pu16_counters, kBuckets));
+      EXPECT_EQ(counted.u16_min_exception_counter, expected.u16_min_exception_counter);
+      EXPECT_EQ(counted.u16_max_exception_counter, expected.u16_max_exception_counter);
+      EXPECT_EQ(counted.u16_no_of_samples, expected.u16_no_of_samples);
+      std::free(expected.pu16_counters);
+    }
   }
 }
 
