@@ -27,7 +27,7 @@ Owned<T[]> AllocateArray(std::size_t count) {
   return Owned<T[]>(static_cast<T *>(std::calloc(count ? count : 1, sizeof(T))));
 }
 
-// A zeroed array for the length of a call; short ones need no allocation.
+// An array for the length of a call, without values; short ones need no allocation.
 template <class T>
 class Scratch {
  public:
@@ -45,7 +45,7 @@ class Scratch {
  private:
   static constexpr std::size_t kShort = 16;
 
-  T short_[kShort] = {};
+  T short_[kShort];
   Owned<T[]> long_;
   T *values_;
 };

@@ -92,8 +92,9 @@ Row *CreateRow(Dg &dg, const char *key, void *const *cells) {
   if (!sizes.get()) return nullptr;
   for (std::uint32_t i = 0; i < directory.column_count; ++i) {
     Column &column = *directory.columns[i].column;
-    if (!column.object || (cells && !ValueOf(cells[column.column])) || !Watches(*column.object, key)) continue;
-    sizes[i] = BlockSize(SettingsOf(dg, column, nullptr));
+    const bool has_value = !cells || ValueOf(cells[column.column]);
+    const bool has_entry = has_value && column.object && Watches(*column.object, key);
+    sizes[i] = has_entry ? BlockSize(SettingsOf(dg, column, nullptr)) : 0;
   }
   return CreateRow(directory, key, sizes.get());
 }

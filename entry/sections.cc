@@ -32,7 +32,12 @@ constexpr string_view kBaselineHeader =
 constexpr string_view kComma = ", ";
 constexpr string_view kLineEnd = "\r\n";
 
-// A text that grows as it is written. It lies on the stack until it is too long for that, which takes long names.
+// One value for each of the standard points.
+template <class V>
+using PointValues = std::array<FixedPoint<V>, std::size(g_stats_percentile_1000)>;
+
+// A text that grows as it is written: of texts, numbers, and arrays of numbers, each behind a comma. It lies on the
+// stack until it is too long for that, which takes long names.
 class TextBuilder {
  public:
   TextBuilder() = default;
@@ -48,6 +53,19 @@ class TextBuilder {
     char *end = chars_ + size_;
     ((end = Put(end, pieces)), ...);
     size_ = static_cast<std::size_t>(end - chars_);
+  }
+
+  // What append() appends, which is always the same: later times copy it from the first.
+  template <class AppendFirst>
+  void AppendRepeated(AppendFirst append) {
+    if (repeated_size_ != 0 && repeated_size_ <= capacity_ - size_) {
+      std::memcpy(chars_ + size_, chars_ + repeated_, repeated_size_);
+      size_ += repeated_size_;
+      return;
+    }
+    repeated_ = size_;
+    append();
+    repeated_size_ = size_ - repeated_;
   }
 
   void Clear() { size_ = 0; }
@@ -68,6 +86,10 @@ class TextBuilder {
   static std::size_t SizeOf(const Number &) {
     return kNumberSize;
   }
+  template <class Value, std::size_t kCount>
+  static std::size_t SizeOf(const std::array<Value, kCount> &) {
+    return kCount * (kComma.size() + kNumberSize);
+  }
   static char *Put(char *end, string_view piece) {
     std::memcpy(end, piece.data(), piece.size());
     return end + piece.size();
@@ -75,6 +97,11 @@ class TextBuilder {
   template <class Number>
   static char *Put(char *end, const Number &number) {
     return WriteNumber(end, number);
+  }
+  template <class Value, std::size_t kCount>
+  static char *Put(char *end, const std::array<Value, kCount> &values) {
+    for (const Value &value : values) end = WriteNumber(Put(end, kComma), value);
+    return end;
   }
 
   [[gnu::cold]] bool Grow(std::size_t more) {
@@ -92,6 +119,8 @@ class TextBuilder {
   char short_[1024];
   char *chars_ = short_;
   std::size_t size_ = 0;
+  std::size_t repeated_ = 0;  // where it begins
+  std::size_t repeated_size_ = 0;
   std::size_t capacity_ = sizeof short_;
   bool is_cut_ = false;  // without memory for a piece
 };
@@ -99,15 +128,15 @@ class TextBuilder {
 // What follows a section: the next one, or the end of the text, or that of the call with null.
 enum class Then { kNextSection, kEndText, kFail };
 
+// All records of a text have the same time and names.
 template <class V>
 void AppendRecordHead(TextBuilder &text, const Rendering<V> &r, string_view kind, std::uint32_t samples) {
-  text.Append(string_view(r.dg_name), kind, r.seconds, kComma, string_view(r.object_name), kComma,
-              string_view(r.entry.name), kComma, samples);
+  text.Append(string_view(r.dg_name), kind);
+  text.AppendRepeated([&] {
+    text.Append(r.seconds, kComma, string_view(r.object_name), kComma, string_view(r.entry.name), kComma);
+  });
+  text.Append(samples);
 }
-
-// One value for each of the standard points.
-template <class V>
-using PointValues = std::array<FixedPoint<V>, std::size(g_stats_percentile_1000)>;
 
 // Appends the record of a section of nine values, which estimate(values) works out.
 template <class V, class EstimateValues>
@@ -117,7 +146,7 @@ Then WriteValues(TextBuilder &text, const Rendering<V> &r, string_view kind, std
   PointValues<V> values;
   if (samples != 0) {
     if (IsOutOfMemory(estimate(values.data()))) return Then::kFail;
-    for (const FixedPoint<V> &value : values) text.Append(kComma, value);
+    text.Append(values);
   }
   text.Append(kLineEnd);
   return samples != 0 ? Then::kNextSection : Then::kEndText;

@@ -14,8 +14,12 @@ struct Place {
   bool holds_next;
 };
 
-// Of `samples` samples over `size` values, whose weights are 1, 2, ..., size (rising) or size, ..., 2, 1.
-Place LocateInRun(bool rising, Wide size, std::uint64_t samples, std::uint64_t k);
+// The weights of a run: 1, 2, ..., size (rising) or size, ..., 2, 1 (falling), or both, each over its half of the
+// values and of the samples (peaked).
+enum class Shape { kRising, kFalling, kPeaked };
+
+// Of `samples` samples over the values with the offsets 0 to `last`.
+Place LocateInRun(Shape shape, std::uint64_t last, std::uint64_t samples, std::uint64_t k);
 
 }  // namespace zor
 

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <limits>
 
 #include "base/memory.h"
 #include "base/print.h"
@@ -23,20 +24,14 @@ Found LocateInBucket(std::uint32_t below, std::uint32_t total, V lowest, V highe
   vk1 = 0;
   if (highest < lowest || k > samples) return Found::kNone;
 
-  const Wide width = static_cast<Wide>(Distance(lowest, highest)) + 1;
+  const Unsigned<V> last = Distance(lowest, highest);
   const std::uint32_t median = total / 2;
   const bool rising = below + samples < median;
   const bool peaked = !rising && below <= median;
-
-  Place place;
-  if (!peaked || width == 1) {
-    place = LocateInRun(rising || width == 1, width, samples, k);  // a single value takes every sample
-  } else if (const std::uint32_t rising_samples = samples / 2; k <= rising_samples) {
-    place = LocateInRun(true, width / 2, rising_samples, k);
-  } else {
-    place = LocateInRun(false, width - width / 2, samples - rising_samples, k - rising_samples);
-    place.offset += static_cast<std::uint64_t>(width / 2);
-  }
+  const Shape shape = rising || last == 0 ? Shape::kRising  // a single value takes every sample
+                      : peaked            ? Shape::kPeaked
+                                          : Shape::kFalling;
+  const Place place = LocateInRun(shape, last, samples, k);
   const V value = Advance(lowest, static_cast<Unsigned<V>>(place.offset));
   vk = value;
   if (place.holds_next) {
@@ -91,6 +86,19 @@ enum class Estimate : std::uint32_t { kDone = 0, kNoRanks = 1, kNoValues = 2, kI
 
 inline bool IsOutOfMemory(Estimate result) { return result == Estimate::kNoRanks || result == Estimate::kNoValues; }
 
+// The value at so many thousandths of the way.
+template <class V>
+FixedPoint<V> Between(V low, V high, std::uint64_t thousandths) {
+  constexpr std::uint64_t kThousand = 1000;
+  const auto split = [low](auto share) -> FixedPoint<V> {
+    return {Advance(low, static_cast<Unsigned<V>>(share / kThousand)),
+            static_cast<std::uint16_t>(share % kThousand)};
+  };
+  const std::uint64_t distance = Distance(low, high);
+  if (distance <= std::numeric_limits<std::uint64_t>::max() / kThousand) return split(distance * thousandths);
+  return split(Wide{distance} * thousandths);
+}
+
 // See stats_percentile_get_values_<type> in zor/percentile.h. find(search) serves the ranks.
 template <class V, class Find>
 Estimate EstimatePercentiles(const std::uint32_t *points, FixedPoint<V> *results, std::uint32_t count, V min, V max,
@@ -109,6 +117,7 @@ Estimate EstimatePercentiles(const std::uint32_t *points, FixedPoint<V> *results
   const auto position = [&](std::uint32_t i) { return std::uint64_t{points[i]} * (total - 1); };
   for (std::uint32_t i = 0; i < count; ++i) {
     ranks[i] = static_cast<std::uint32_t>(position(i) / kWholePoint + 1);
+    vk[i] = vk1[i] = 0;
     results[i] = {};
     if (points[i] > kWholePoint) return Estimate::kInvalidPoint;
   }
@@ -123,10 +132,8 @@ Estimate EstimatePercentiles(const std::uint32_t *points, FixedPoint<V> *results
     } else if (ranks[i] == total) {
       results[i].int_part = max;
     } else {
-      const Wide fraction = position(i) % kWholePoint / 100;
-      const Wide share = fraction * (vk[i] < vk1[i] ? Distance(vk[i], vk1[i]) : 0);
-      results[i].int_part = Advance(vk[i], static_cast<Unsigned<V>>(share / 1000));
-      results[i].thousandths = static_cast<std::uint16_t>(share % 1000);
+      const std::uint64_t beyond = position(i) - std::uint64_t{ranks[i] - 1} * kWholePoint;
+      results[i] = Between<V>(vk[i], std::max(vk[i], vk1[i]), beyond / (kWholePoint / 1000));
     }
   }
   return Estimate::kDone;

@@ -2,6 +2,7 @@
 #define ZOR_STATS_RANGE_COUNTERS_H_
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <limits>
@@ -154,14 +155,16 @@ Unsigned<V> EdgeOf(const RangeCounters<V> &record, std::uint32_t b) {
   return edge < exact_end ? edge : std::max(exact_end, static_cast<U>(b * step));
 }
 
-// The values that percentiles take to lie in sub-range b.
+// The values that percentiles take to lie in sub-range b: from b * width / Nsc to (b + 1) * width / Nsc, both
+// rounded up, as long as such products fit the type.
 template <class V>
 SubRange<V> ValuesOf(const RangeCounters<V> &record, std::uint32_t b) {
   using U = Unsigned<V>;
+  constexpr std::uint64_t kAlwaysFits = sizeof(U) == 8 ? std::uint64_t{1} << 47 : std::uint64_t{1} << 15;
   const U width = Distance(record.Start, record.End);
   const U nsc = record.Nsc;
   if (width == 0) return {record.Start, record.Start};
-  if (b < std::numeric_limits<U>::max() / width - 1) {
+  if (width <= kAlwaysFits || b < std::numeric_limits<U>::max() / width - 1) {
     const auto edge = [&](U index) {
       const U product = index * width;
       return static_cast<U>(product / nsc + (product % nsc != 0 ? 1 : 0));
@@ -194,26 +197,61 @@ struct RangeWalk {
   std::uint32_t position = 0;  // sub-range; search.below counts the samples before it
 };
 
+template <std::ptrdiff_t kCount>
+inline std::uint32_t SumOf(const std::uint16_t *counters) {
+  std::uint32_t sum = 0;
+  for (std::ptrdiff_t i = 0; i < kCount; ++i) sum += counters[i];
+  return sum;
+}
+
+// Passes the first half of 2 * kHalf counters if the rank lies behind it, then half of the others, and so on: without a
+// branch, as where a rank lies cannot be foreseen.
+template <std::ptrdiff_t kHalf>
+inline void Bisect(const std::uint16_t *&counter, std::uint32_t rank, std::uint32_t &below) {
+  const std::uint32_t sum = SumOf<kHalf>(counter);
+  const bool is_behind = rank > below + sum;
+  counter += is_behind ? kHalf : 0;
+  below += is_behind ? sum : 0;
+  if constexpr (kHalf > 1) Bisect<kHalf / 2>(counter, rank, below);
+}
+
+// The first of the counters with which the samples come to the rank, moving `below` past those before it; the end when
+// there is none.
+inline const std::uint16_t *FindRank(const std::uint16_t *counter, const std::uint16_t *end, std::uint32_t rank,
+                                     std::uint32_t &below) {
+  constexpr std::ptrdiff_t kStride = 16;
+  if (counter != end && rank <= below + *counter) return counter;
+  std::uint32_t passed = below;
+  for (; end - counter >= kStride; counter += kStride) {
+    const std::uint32_t sum = SumOf<kStride>(counter);
+    if (rank <= passed + sum) {
+      Bisect<kStride / 2>(counter, rank, passed);
+      below = passed;
+      return counter;
+    }
+    passed += sum;
+  }
+  for (; counter != end && rank > passed + *counter; ++counter) passed += *counter;
+  below = passed;
+  return counter;
+}
+
 // Finds the sub-range that holds a rank and, in it, the values of this rank and the next.
 template <class V>
 inline Found LocateInSubRanges(RangeWalk<V> &walk, std::uint32_t rank, V &vk, V &vk1) {
   const RangeCounters<V> &record = walk.record;
   const RankSearch<V> &search = walk.search;
   const std::uint16_t *counters = record.pu16_counters;
-  const std::uint32_t count = record.Nsc;
-  std::uint32_t position = walk.position;
-  std::uint32_t below = search.below;
-  while (position < count && rank > below + counters[position]) below += counters[position++];
-  search.below = below;
-  if (position >= count) {
+  const auto *found = FindRank(counters + walk.position, counters + record.Nsc, rank, search.below);
+  const auto position = static_cast<std::uint32_t>(found - counters);
+  if (position == record.Nsc) {
     walk.position = position;
     return Found::kNone;
   }
   SubRange<V> range = ValuesOf<V>(record, position);
   if (!NarrowToExtremes(range, search.min, search.max)) return Found::kNone;
   walk.position = position;
-  return LocateInBucket(search.below, search.total, range.first, range.last, rank - search.below,
-                        record.pu16_counters[position], vk, vk1);
+  return LocateInBucket(search.below, search.total, range.first, range.last, rank - search.below, *found, vk, vk1);
 }
 
 // Serves the k-th of the samples on one side of the range, which lie between lowest and highest; the last of them
