@@ -204,8 +204,8 @@ inline std::uint32_t SumOf(const std::uint16_t *counters) {
   return sum;
 }
 
-// Passes the first half of 2 * kHalf counters if the rank lies behind it, then half of the others, and so on: without a
-// branch, as where a rank lies cannot be foreseen.
+// Passes the first half of 2 * kHalf counters if the rank lies behind it, then half of the others, and so on:
+// without a branch, as where a rank lies cannot be foreseen.
 template <std::ptrdiff_t kHalf>
 inline void Bisect(const std::uint16_t *&counter, std::uint32_t rank, std::uint32_t &below) {
   const std::uint32_t sum = SumOf<kHalf>(counter);
@@ -215,8 +215,8 @@ inline void Bisect(const std::uint16_t *&counter, std::uint32_t rank, std::uint3
   if constexpr (kHalf > 1) Bisect<kHalf / 2>(counter, rank, below);
 }
 
-// The first of the counters with which the samples come to the rank, moving `below` past those before it; the end when
-// there is none.
+// The first of the counters with which the samples come to the rank, moving `below` past those before it; the end
+// when there is none.
 inline const std::uint16_t *FindRank(const std::uint16_t *counter, const std::uint16_t *end, std::uint32_t rank,
                                      std::uint32_t &below) {
   constexpr std::ptrdiff_t kStride = 16;

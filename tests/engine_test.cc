@@ -276,9 +276,9 @@ TYPED_TEST(RowsTest, CountInTheSubRangesOfTheDirectCall) {
   for (const std::uint64_t width :
        {std::uint64_t{2}, std::uint64_t{99}, std::uint64_t{101}, std::uint64_t{999983}, kWidest / 100,
         kWidest / 100 + 1, kWidest / 2, kWidest - 1, kWidest, kWidest + 1}) {
-    for (const V low : {kMin, V(kMin + 12345), V(-1000)}) {
+    for (const V low : {kMin, zor::Advance(kMin, U{12345}), V(-1000)}) {
       const auto room = zor::Distance(low, kMax);
-      const V high = width > room ? kMax : static_cast<V>(low + static_cast<V>(width - 1));
+      const V high = width > room ? kMax : zor::Advance(low, static_cast<U>(width - 1));
       SCOPED_TRACE(::testing::Message() << low << " to " << high);
       ASSERT_EQ(this->SetDg(ZOR_PROCESS_OPER_CLEAR, "ifstats"), 0u);
       ASSERT_EQ(this->MakeObject("rx", ZOR_PROCESS_FLAG_PERCENTILE, 0, low < 0 ? 3 : 4,
