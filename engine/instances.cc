@@ -100,7 +100,7 @@ Row *CreateRow(Dg &dg, const char *key, void *const *cells) {
 }
 
 // Creates the entry of an instance seen for the first time.
-std::uint32_t CreateInstance(const Dg &dg, std::uint32_t i, Row &row) {
+std::uint32_t CreateInstance(Dg &dg, std::uint32_t i, Row &row) {
   Column &column = *dg.directory.columns[i].column;
   std::optional<Range> range;
   if (column.object->range) {

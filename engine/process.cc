@@ -73,12 +73,12 @@ std::uint32_t ProcessTemplate(Dg &dg, const zor_process_msg_t &msg) {
   return ZOR_PROCESS_SUCCESS;
 }
 
-void PrefetchEntries(const RowDirectory &directory, const Row &row) {
+// Fetches what plain samples of a row touch.
+void PrefetchPlaces(const RowDirectory &directory, const Row &row) {
   for (std::uint32_t i = 0; i < directory.column_count; ++i) {
-    const ColumnInRow &column = directory.columns[i];
-    const bool is_alike = directory.is_uniform;
-    const void *entry = is_alike ? reinterpret_cast<const char *>(&row) + column.entry : row.slots[i].entry;
-    if (entry) PrefetchEntry(entry, column.data_type);
+    const char *place = directory.is_uniform ? reinterpret_cast<const char *>(&row) + directory.columns[i].place
+                                             : static_cast<const char *>(row.slots[i].place);
+    if (place) __builtin_prefetch(place + kTouchedFrom, 1);
   }
 }
 
@@ -89,36 +89,41 @@ const char *KeyOf(const Dg &dg, const zor_process_msg_t &msg) {
   return cell && cell->type == ZOR_PROCESS_VALUE_STRING ? static_cast<const char *>(cell->value) : nullptr;
 }
 
-// The entry of a row in column i. The row and the entry are created where they are missing; null when the object
-// does not want the instance, or with the reason in `result`.
-void *FindOrCreateEntry(Dg &dg, const char *key, std::uint32_t i, void *const *cells, Row *&row,
+// The block of a row's entry in column i. The row and the entry are created where they are missing; null when the
+// object does not want the instance, or with the reason in `result`.
+void *FindOrCreateBlock(Dg &dg, const char *key, std::uint32_t i, void *const *cells, Row *&row,
                         std::uint32_t &result) {
   if (!dg.directory.columns[i].column->object) {
     result = ZOR_PROCESS_ERROR_OBJECT_NOT_FOUND;
     return nullptr;
   }
   if (!row || !row->slots[i].entry) result = CreateRowEntry(dg, key, i, cells, row);
-  return row && result == ZOR_PROCESS_SUCCESS ? row->slots[i].entry : nullptr;
+  const bool has_entry = result == ZOR_PROCESS_SUCCESS && row && row->slots[i].entry;
+  return has_entry ? static_cast<char *>(row->slots[i].entry) - kEntryAt : nullptr;
 }
 
 // Counts the values of a row; `counted` tells whether there were any.
 std::uint32_t CountValues(Dg &dg, const char *key, void *const *cells, Row *row, bool &counted) {
   const ColumnInRow *const columns = dg.directory.columns;
   const std::uint32_t count = dg.directory.column_count;
+  // Then blocks follow from the address of their row.
   const bool is_alike = row && dg.directory.is_uniform && row->in_place == count;
-  auto *const base = is_alike ? reinterpret_cast<char *>(row) : nullptr;
   PendingCounts pending;
   for (std::uint32_t i = 0; i < count; ++i) {
     const ColumnInRow &column = columns[i];
     const void *value = ValueOf(cells[column.cell]);
     if (!value) continue;
     std::uint32_t result = ZOR_PROCESS_SUCCESS;
-    void *entry = base ? base + column.entry : FindOrCreateEntry(dg, key, i, cells, row, result);
+    void *block =
+        is_alike ? reinterpret_cast<char *>(row) + column.place : FindOrCreateBlock(dg, key, i, cells, row, result);
     if (result != ZOR_PROCESS_SUCCESS) return result;
-    if (!entry) continue;
+    if (!block) continue;
     const std::int32_t inserted = WithValueType(column.data_type, [&](auto v) {
+      using V = decltype(v);
       std::memcpy(&v, value, sizeof v);
-      return InsertIntoBlock(*static_cast<Entry<decltype(v)> *>(entry), v, dg.periods_ended, pending);
+      auto &typed = *static_cast<EntryBlock<V> *>(block);
+      return is_alike && column.scale != 0 ? InsertPlain<V>(typed, v, column.scale, pending)
+                                           : InsertIntoBlock<V>(typed, v, dg.periods_ended, pending);
     });
     if (inserted != 0) return ZOR_PROCESS_ERROR_IN_DATA;
     counted = true;
@@ -137,7 +142,7 @@ std::uint32_t ProcessRow(Dg &dg, const zor_process_msg_t &msg) {
   // are counted. Otherwise this row's own are fetched at once.
   const Row *next = expected ? row->follower : nullptr;
   if (next) __builtin_prefetch(next->follower);
-  if (row) PrefetchEntries(dg.directory, next ? *next : *row);
+  if (row) PrefetchPlaces(dg.directory, next ? *next : *row);
 
   bool counted = false;
   const std::uint32_t result = CountValues(dg, key, msg.columns, row, counted);

@@ -10,7 +10,7 @@
 namespace zor {
 namespace {
 
-constexpr std::size_t kLine = 64;
+constexpr std::uint64_t kNoScaleYet = ~std::uint64_t{0};  // of a column; no scale is so large
 
 constexpr std::size_t RoundUp(std::size_t size) { return (size + kLine - 1) / kLine * kLine; }
 
@@ -21,10 +21,12 @@ void LayOut(RowDirectory &directory, Row &row, const std::size_t *sizes) {
   auto *place = reinterpret_cast<char *>(&row + 1);
   for (std::uint32_t i = 0; i < directory.column_count; ++i) {
     ColumnInRow &column = directory.columns[i];
-    const auto *entry = static_cast<char *>(EntryAt(place, column.data_type));
-    const auto offset = static_cast<std::size_t>(entry - reinterpret_cast<char *>(&row));
-    if (is_first) column.entry = offset;
-    if (sizes[i] == 0 || column.entry != offset) directory.is_uniform = false;
+    const auto offset = static_cast<std::size_t>(place - reinterpret_cast<char *>(&row));
+    if (is_first) {
+      column.place = offset;
+      column.scale = kNoScaleYet;
+    }
+    if (sizes[i] == 0 || column.place != offset) directory.is_uniform = false;
     if (sizes[i] == 0) continue;
     row.slots[i].place = place;
     BeginPlace(place, RoundUp(sizes[i]));
@@ -48,7 +50,7 @@ bool IndexColumns(RowDirectory &directory, kel_hashset_t &oper_entries) {
   directory.columns = AllocateArray<ColumnInRow>(count).release();
   if (!directory.columns) return false;
   for (Column &column : Records<Column>(oper_entries)) {
-    directory.columns[directory.column_count++] = {&column, column.column, column.data_type, 0};
+    directory.columns[directory.column_count++] = {&column, column.column, column.data_type, 0, kNoScaleYet};
   }
   return true;
 }
@@ -89,13 +91,17 @@ Row *CreateRow(RowDirectory &directory, const char *key, const std::size_t *size
   return row;
 }
 
-void SetEntry(const RowDirectory &directory, Row &row, std::uint32_t i, void *entry) {
-  const std::uint32_t type = directory.columns[i].data_type;
+void SetEntry(RowDirectory &directory, Row &row, std::uint32_t i, void *entry) {
   Row::Slot &slot = row.slots[i];
-  const auto is_in_place = [&] { return slot.entry && slot.place && slot.entry == EntryAt(slot.place, type); };
+  const auto is_in_place = [&] { return slot.entry && slot.place && slot.entry == EntryAt(slot.place); };
   if (is_in_place()) --row.in_place;
   slot.entry = entry;
-  if (is_in_place()) ++row.in_place;
+  if (!is_in_place()) return;
+  ++row.in_place;
+  ColumnInRow &column = directory.columns[i];
+  const std::uint64_t scale = PlainScaleOf(entry, column.data_type);
+  if (column.scale == kNoScaleYet) column.scale = scale;
+  if (column.scale != scale) directory.is_uniform = false;
 }
 
 void ReleaseEmptyRows(RowDirectory &directory) {

@@ -24,7 +24,9 @@ struct ColumnInRow {
   Column *column;
   std::uint32_t cell;
   std::uint32_t data_type;
-  std::size_t entry;  // where it is in a row, from the row's record, where all rows are alike
+  // Where all rows are alike: the place of its entries, from a row's record, and their PlainScaleOf().
+  std::size_t place;
+  std::uint64_t scale;
 };
 
 // A row that has instance entries. Its key stands in front of the record, and behind it the places for entries: all
@@ -46,7 +48,7 @@ struct RowDirectory {
   ColumnInRow *columns;  // null until the first row; in the walking order of the DG's oper entries
   std::uint32_t column_count;
   kel_hashset_t rows;
-  bool is_uniform;  // every row has its places where the columns tell, and all columns have objects
+  bool is_uniform;  // every row has its places where the columns tell, with such entries; all columns have objects
   Row *last;        // the row of the message before
   bool in_order;    // it was the one expected
 };
@@ -67,7 +69,7 @@ FoundRow FindRow(RowDirectory &directory, const char *key);
 Row *CreateRow(RowDirectory &directory, const char *key, const std::size_t *sizes);
 
 // Puts an entry that was created, or null, into a row.
-void SetEntry(const RowDirectory &directory, Row &row, std::uint32_t i, void *entry);
+void SetEntry(RowDirectory &directory, Row &row, std::uint32_t i, void *entry);
 
 // Drops the rows that have no entry left. One pass over all rows.
 void ReleaseEmptyRows(RowDirectory &directory);

@@ -25,7 +25,7 @@ void DestroyEntry(Entry<V> *entry) {
   std::free(entry->analyzer);
   std::free(entry->clear_buffer);
   EntryBlock<V> &block = BlockOf<V>(*entry);
-  if (block.head[0] == 0) std::free(&block);
+  if (block.place_size == 0) std::free(&block);
 }
 
 template <class V>
@@ -74,9 +74,9 @@ EntryBlock<V> *AllocateBlock(std::size_t size, const char *name) {
 template <class V>
 EntryBlock<V> *ClearPlace(void *place, char *name) {
   auto *block = static_cast<EntryBlock<V> *>(place);
-  const std::size_t size = block->head[0];
+  const std::size_t size = block->place_size;
   std::memset(place, 0, size);
-  block->head[0] = size;
+  block->place_size = size;
   block->entry.name = name;
   return block;
 }
@@ -87,8 +87,7 @@ bool SetUpStatistics(EntryBlock<V> &block, const EntrySettings &settings, std::u
   if (flags & ZOR_PROCESS_FLAG_SUMMARY) entry.summary = &block.summary;
   if (flags & ZOR_PROCESS_FLAG_DISTRIBUTION) {
     entry.range_counters = &block.range_counters;
-    SetUpRangeCounters<V>(*entry.range_counters, bounds.low, bounds.high, settings.buckets,
-                          reinterpret_cast<std::uint16_t *>(&block + 1));
+    SetUpRangeCounters<V>(*entry.range_counters, bounds.low, bounds.high, settings.buckets, block.counters());
     if (entry.summary) block.scale = ScaleOf<V>(*entry.range_counters);
   }
   return !(flags & ZOR_PROCESS_FLAG_BASELINE) || CreateBaseline<V>(entry, settings.clear_count, settings.buckets);

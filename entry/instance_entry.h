@@ -43,39 +43,36 @@ Estimate EstimateDistribution(const Entry<V> &entry, const std::uint32_t *points
 inline constexpr std::uint16_t kModeCumulative = 1;
 inline constexpr std::uint16_t kModePrimed = 2;
 
-// An entry with the statistics that it keeps from its creation on, in the order in which a sample touches them: the
-// counters and, where it is the entry's own, the name follow. A block ends before what it does not need.
-//
-// Where `mode` begins a cache line, as it does in the places of a row, all that a sample needs but its counter is
-// in two lines; before it stand only what is read in walks and the last value of a cumulative counter of 64 bits.
+// An entry with the statistics that it keeps from its creation on: the counters and, where it is the entry's own,
+// the name follow. A block ends before what it does not need.
 template <class V>
 struct EntryBlock {
-  // The first word: bytes of the block, where it is a place in a row; else 0.
-  std::uint64_t head[sizeof(V) == 4 ? 2 : 1];
+  std::uint64_t place_size;  // where it is a place in a row; else 0
   Entry<V> entry;
   std::uint64_t scale;  // ScaleOf() the distribution; 0 without a summary or a distribution
   Summary<V> summary;
   RangeCounters<V> range_counters;
+
+  std::uint16_t *counters() { return reinterpret_cast<std::uint16_t *>(this + 1); }
 };
 
-// Where a sample begins to touch a block, the last value of wide cumulative counters excepted.
-inline constexpr std::size_t kTouchedFrom = 40;
-inline constexpr std::size_t kTouchedSize = 128;
-#define ZOR_CHECK_BLOCK(type, value, unsigned_value, total)                              \
-  static_assert(offsetof(EntryBlock<value>, entry.mode) >= kTouchedFrom);                \
-  static_assert(offsetof(EntryBlock<value>, range_counters.u16_min_exception_counter) <= \
-                kTouchedFrom + kTouchedSize);
+// A plain sample, one of InsertPlain(), touches one line of a block that stands as in a row, beside that of its
+// counter: it begins with the summary, and ends before the range's pointer to the counters, which are known to
+// follow the block.
+inline constexpr std::size_t kLine = 64;
+inline constexpr std::size_t kEntryAt = 8;
+inline constexpr std::size_t kTouchedFrom = 96;
+#define ZOR_CHECK_BLOCK(type, value, unsigned_value, total)            \
+  static_assert(offsetof(EntryBlock<value>, entry) == kEntryAt);       \
+  static_assert(offsetof(EntryBlock<value>, summary) == kTouchedFrom); \
+  static_assert(offsetof(EntryBlock<value>, range_counters.pu16_counters) <= kTouchedFrom + kLine);
 ZOR_PROCESS_FOR_EACH_TYPE(ZOR_CHECK_BLOCK)
 #undef ZOR_CHECK_BLOCK
-
-inline std::size_t HeadSize(std::uint32_t data_type) {
-  return WithValueType(data_type, [](auto v) { return offsetof(EntryBlock<decltype(v)>, entry); });
-}
 
 // The block of an entry that was created, as all are but what a caller may have made of the public record.
 template <class V>
 EntryBlock<V> &BlockOf(Entry<V> &entry) {
-  return *reinterpret_cast<EntryBlock<V> *>(reinterpret_cast<char *>(&entry) - offsetof(EntryBlock<V>, entry));
+  return *reinterpret_cast<EntryBlock<V> *>(reinterpret_cast<char *>(&entry) - kEntryAt);
 }
 
 // Counts a sample of an entry that keeps a baseline, which has no company. Out of line, so that the frame it needs
@@ -115,6 +112,7 @@ class PendingCounts {
 
   void Add(const Counter &counter) {
     if (size_ == kMost) AddAll();
+    __builtin_prefetch(counter.count, 1);
     counters_[size_++] = counter;
   }
 
@@ -130,11 +128,19 @@ class PendingCounts {
   std::uint32_t size_ = 0;
 };
 
-// The same for a created entry; what it counts in buckets may be left pending.
+// Counts a sample of an entry with a summary and a distribution, whose scale is known and not 0.
 template <class V>
-inline std::int32_t InsertIntoBlock(Entry<V> &entry, V value, std::uint64_t &periods_ended,
+inline std::int32_t InsertPlain(EntryBlock<V> &block, V value, std::uint64_t scale, PendingCounts &pending) {
+  const std::uint32_t result = CountInSummary<V>(block.summary, value);
+  pending.Add(CounterOf<V>(block.range_counters, value, block.counters(), scale));
+  return static_cast<std::int32_t>(result);
+}
+
+// The same for any created entry.
+template <class V>
+inline std::int32_t InsertIntoBlock(EntryBlock<V> &block, V value, std::uint64_t &periods_ended,
                                     PendingCounts &pending) {
-  EntryBlock<V> &block = BlockOf<V>(entry);
+  Entry<V> &entry = block.entry;
   if (block.scale == 0) {
     std::uint32_t period_ended = 0;
     const std::int32_t result = InsertValue<V>(entry, value, &period_ended);
@@ -142,9 +148,16 @@ inline std::int32_t InsertIntoBlock(Entry<V> &entry, V value, std::uint64_t &per
     return result;
   }
   if ((entry.mode & kModeCumulative) && !TakeDifference<V>(entry, value)) return 0;
-  const std::uint32_t result = CountInSummary<V>(block.summary, value);
-  pending.Add(CounterOf<V>(block.range_counters, value, block.scale));
-  return static_cast<std::int32_t>(result);
+  return InsertPlain<V>(block, value, block.scale, pending);
+}
+
+// The scale of an entry whose samples are all plain ones; else 0.
+inline std::uint64_t PlainScaleOf(void *entry, std::uint32_t data_type) {
+  return WithValueType(data_type, [entry](auto v) {
+    using V = decltype(v);
+    auto &created = *static_cast<Entry<V> *>(entry);
+    return created.mode & kModeCumulative ? 0 : BlockOf<V>(created).scale;
+  });
 }
 
 // What an object wants of the entries of its instances; see zor_process_entry_create_fn in zor/entry.h.
@@ -167,17 +180,7 @@ inline std::uint64_t PlaceSize(const void *place) {
   return size;
 }
 
-// Where the entry is at a place.
-inline void *EntryAt(void *place, std::uint32_t data_type) {
-  return static_cast<char *>(place) + HeadSize(data_type);
-}
-
-// Fetches what a sample touches of an entry at a place.
-inline void PrefetchEntry(const void *entry, std::uint32_t data_type) {
-  const char *touched = static_cast<const char *>(entry) + (kTouchedFrom - HeadSize(data_type));
-  __builtin_prefetch(touched, 1);
-  __builtin_prefetch(touched + kTouchedSize / 2, 1);
-}
+inline void *EntryAt(void *place) { return static_cast<char *>(place) + kEntryAt; }
 
 // Bytes of an entry's block, without a name of its own.
 std::size_t BlockSize(const EntrySettings &settings);

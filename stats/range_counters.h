@@ -104,15 +104,15 @@ struct Counter {
   std::int32_t result;
 };
 
-// With the record's scale, if it has one.
+// With the record's scale if that is not 0, and its counters wherever the record says they are.
 template <class V>
-inline Counter CounterOf(RangeCounters<V> &record, V value, std::uint64_t scale = 0) {
+inline Counter CounterOf(RangeCounters<V> &record, V value, std::uint16_t *counters, std::uint64_t scale) {
   std::uint16_t *total = &record.u16_no_of_samples;
   if (value < record.Start) return {&record.u16_min_exception_counter, total, kCountedBelow};
   if (value >= record.End) return {&record.u16_max_exception_counter, total, kCountedAbove};
   const std::uint64_t sub_range =
       scale != 0 ? ScaledSubRange(Distance(record.Start, value), scale) : SubRangeOf(record, value);
-  return {record.pu16_counters + sub_range, total, kCountedInside};
+  return {counters + sub_range, total, kCountedInside};
 }
 
 // A full counter refuses the sample, and then nothing changes.
@@ -126,7 +126,7 @@ inline std::int32_t AddOne(const Counter &counter) {
 // Counts a sample.
 template <class V>
 inline std::int32_t CountInRange(RangeCounters<V> &record, V value) {
-  return AddOne(CounterOf<V>(record, value));
+  return AddOne(CounterOf<V>(record, value, record.pu16_counters, 0));
 }
 
 // First and last value of a sub-range, inclusive.
