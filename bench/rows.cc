@@ -16,7 +16,7 @@ namespace bench {
 namespace {
 
 // Peers beside the floor.
-enum class Peers { kNone, kPrometheus, kAll };
+enum class Peers { kNone, kAll };
 
 // The statistics, the floor's blocks and the messages of a poll come to about this much per sample.
 constexpr double kBytesPerSample = 1150;
@@ -52,12 +52,10 @@ void RunRows(benchmark::State &state, const Shape &shape, Order order, Peers pee
   Contest contest;
   contest.Add(kOurs, [&] { return collector.Time(polls); });
   contest.Add("floor", [&] { return floor.Time(polls); });
-  if (peers != Peers::kNone) {
+  if (peers == Peers::kAll) {
     prometheus.emplace(shape);
     contest.Add(
         "prometheus_family", [&] { return prometheus->Time(1); }, kSlowRounds);
-  }
-  if (peers == Peers::kAll) {
     boost = std::make_unique<BoostRows>(shape);
     contest.Add(
         "boost_density", [&] { return boost->Time(1); }, kSlowRounds);
@@ -87,7 +85,7 @@ void RegisterRows(const Options &options) {
       std::fprintf(stderr, "Not enough memory for %u instances: left out.\n", instances);
       continue;
     }
-    const Peers peers = instances != 100000 ? Peers::kNone : options.quick ? Peers::kPrometheus : Peers::kAll;
+    const Peers peers = instances == 100000 && !options.quick ? Peers::kAll : Peers::kNone;
     const int rounds = instances == 1000000 ? 11 : options.Rounds(31);
     RegisterRowsOf("rows_stable/" + size, shape, Order::kStable, peers, rounds);
     RegisterRowsOf("rows_shuffled/" + size, shape, Order::kShuffled, Peers::kNone, rounds);
