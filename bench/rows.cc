@@ -2,9 +2,14 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <deque>
 #include <fstream>
+#include <latch>
 #include <memory>
+#include <numeric>
 #include <optional>
+#include <thread>
+#include <vector>
 
 #include "allocations.h"
 #include "collector.h"
@@ -70,6 +75,34 @@ void RunRows(benchmark::State &state, const Shape &shape, Order order, Peers pee
   if (boost) Fail(state, boost->Fault());
 }
 
+// Nanoseconds per sample in each of so many threads at once, each with a collector of its own.
+double TimeInThreads(std::deque<Collector> &collectors, std::uint32_t count, std::uint32_t polls) {
+  std::vector<double> times(count);
+  {
+    std::latch start(count);
+    std::vector<std::jthread> threads;
+    for (std::uint32_t i = 0; i < count; ++i) {
+      threads.emplace_back([&, i] {
+        start.arrive_and_wait();
+        times[i] = collectors[i].Time(polls);
+      });
+    }
+  }
+  return std::accumulate(times.begin(), times.end(), 0.0) / count;
+}
+
+void RunThreads(benchmark::State &state, std::uint32_t count) {
+  const Shape shape = {.instances = 1000};
+  const std::uint32_t polls = PollsOf(shape);
+  std::deque<Collector> collectors;
+  for (std::uint32_t i = 0; i < count; ++i) collectors.emplace_back(shape);
+  Contest contest;
+  contest.Add(kOurs, [&] { return TimeInThreads(collectors, count, polls); });
+  contest.Add("one_thread", [&] { return TimeInThreads(collectors, 1, polls); });
+  contest.Run(state);
+  for (Collector &collector : collectors) Fail(state, collector.Fault());
+}
+
 void RegisterRowsOf(const std::string &name, const Shape &shape, Order order, Peers peers, int rounds) {
   Register(name, rounds, [=](benchmark::State &state) { RunRows(state, shape, order, peers); });
 }
@@ -111,6 +144,14 @@ void RegisterAllocations(const Options &) {
       contest.Run(state);
       Fail(state, collector.Fault());
     });
+  }
+}
+
+void RegisterThreads(const Options &options) {
+  for (const std::uint32_t count : {2u, 4u, 8u}) {
+    if (count > std::thread::hardware_concurrency()) break;
+    Register("threads/" + std::to_string(count), options.Rounds(31),
+             [count](benchmark::State &state) { RunThreads(state, count); });
   }
 }
 
