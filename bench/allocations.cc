@@ -8,7 +8,7 @@
 #include <fstream>
 
 namespace {
-std::uint64_t g_allocations = 0;
+thread_local std::uint64_t g_allocations = 0;
 }
 
 // A program's own definitions come before the C library's, for shared libraries too. What they return is the C

@@ -6,7 +6,7 @@
 
 namespace bench {
 
-// Calls of malloc and its kin so far.
+// Calls of malloc and its kin so far, by this thread.
 std::uint64_t Allocations();
 
 // Bytes that the allocator has handed out, its own overhead included.

@@ -35,6 +35,7 @@ int main(int argc, char **argv) {
   bench::RegisterPercentiles(options);
   bench::RegisterClear(options);
   bench::RegisterScrape(options);
+  bench::RegisterThreads(options);
   bench::RegisterScaling(options);
   bench::RegisterRows(options);
 

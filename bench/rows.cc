@@ -2,9 +2,14 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <deque>
 #include <fstream>
+#include <latch>
 #include <memory>
+#include <numeric>
 #include <optional>
+#include <thread>
+#include <vector>
 
 #include "allocations.h"
 #include "collector.h"
@@ -16,7 +21,7 @@ namespace bench {
 namespace {
 
 // Peers beside the floor.
-enum class Peers { kNone, kPrometheus, kAll };
+enum class Peers { kNone, kAll };
 
 // The statistics, the floor's blocks and the messages of a poll come to about this much per sample.
 constexpr double kBytesPerSample = 1150;
@@ -52,12 +57,10 @@ void RunRows(benchmark::State &state, const Shape &shape, Order order, Peers pee
   Contest contest;
   contest.Add(kOurs, [&] { return collector.Time(polls); });
   contest.Add("floor", [&] { return floor.Time(polls); });
-  if (peers != Peers::kNone) {
+  if (peers == Peers::kAll) {
     prometheus.emplace(shape);
     contest.Add(
         "prometheus_family", [&] { return prometheus->Time(1); }, kSlowRounds);
-  }
-  if (peers == Peers::kAll) {
     boost = std::make_unique<BoostRows>(shape);
     contest.Add(
         "boost_density", [&] { return boost->Time(1); }, kSlowRounds);
@@ -70,6 +73,34 @@ void RunRows(benchmark::State &state, const Shape &shape, Order order, Peers pee
   Fail(state, floor.Fault());
   if (prometheus) Fail(state, prometheus->Fault());
   if (boost) Fail(state, boost->Fault());
+}
+
+// Nanoseconds per sample in each of so many threads at once, each with a collector of its own.
+double TimeInThreads(std::deque<Collector> &collectors, std::uint32_t count, std::uint32_t polls) {
+  std::vector<double> times(count);
+  {
+    std::latch start(count);
+    std::vector<std::jthread> threads;
+    for (std::uint32_t i = 0; i < count; ++i) {
+      threads.emplace_back([&, i] {
+        start.arrive_and_wait();
+        times[i] = collectors[i].Time(polls);
+      });
+    }
+  }
+  return std::accumulate(times.begin(), times.end(), 0.0) / count;
+}
+
+void RunThreads(benchmark::State &state, std::uint32_t count) {
+  const Shape shape = {.instances = 1000};
+  const std::uint32_t polls = PollsOf(shape);
+  std::deque<Collector> collectors;
+  for (std::uint32_t i = 0; i < count; ++i) collectors.emplace_back(shape);
+  Contest contest;
+  contest.Add(kOurs, [&] { return TimeInThreads(collectors, count, polls); });
+  contest.Add("one_thread", [&] { return TimeInThreads(collectors, 1, polls); });
+  contest.Run(state);
+  for (Collector &collector : collectors) Fail(state, collector.Fault());
 }
 
 void RegisterRowsOf(const std::string &name, const Shape &shape, Order order, Peers peers, int rounds) {
@@ -87,7 +118,7 @@ void RegisterRows(const Options &options) {
       std::fprintf(stderr, "Not enough memory for %u instances: left out.\n", instances);
       continue;
     }
-    const Peers peers = instances != 100000 ? Peers::kNone : options.quick ? Peers::kPrometheus : Peers::kAll;
+    const Peers peers = instances == 100000 && !options.quick ? Peers::kAll : Peers::kNone;
     const int rounds = instances == 1000000 ? 11 : options.Rounds(31);
     RegisterRowsOf("rows_stable/" + size, shape, Order::kStable, peers, rounds);
     RegisterRowsOf("rows_shuffled/" + size, shape, Order::kShuffled, Peers::kNone, rounds);
@@ -113,6 +144,14 @@ void RegisterAllocations(const Options &) {
       contest.Run(state);
       Fail(state, collector.Fault());
     });
+  }
+}
+
+void RegisterThreads(const Options &options) {
+  for (const std::uint32_t count : {2u, 4u, 8u}) {
+    if (count > std::thread::hardware_concurrency()) break;
+    Register("threads/" + std::to_string(count), options.Rounds(31),
+             [count](benchmark::State &state) { RunThreads(state, count); });
   }
 }
 

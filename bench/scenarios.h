@@ -13,6 +13,7 @@ struct Options {
 void RegisterMemory(const Options &options);  // needs the heap as it is at the start
 void RegisterRows(const Options &options);
 void RegisterAllocations(const Options &options);
+void RegisterThreads(const Options &options);
 void RegisterScaling(const Options &options);
 void RegisterInserts(const Options &options);
 void RegisterPercentiles(const Options &options);

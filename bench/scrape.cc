@@ -132,6 +132,7 @@ void RunScrape(benchmark::State &state, std::uint32_t instances, std::uint32_t e
 void RegisterScrape(const Options &options) {
   for (const std::uint32_t instances : {50u, 1000u}) {
     for (const std::uint32_t edges : {20u, 100u}) {
+      if (options.quick && instances * edges > 50000) continue;
       Register("scrape/" + std::to_string(instances) + "_" + std::to_string(edges), options.Rounds(11),
                [=](benchmark::State &state) { RunScrape(state, instances, edges); });
     }
