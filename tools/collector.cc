@@ -73,8 +73,12 @@ zp::ObjectSettings SettingsOf(const ObjectPlan &plan, std::uint32_t poll_interva
 
 }  // namespace
 
-Collector::Collector(const Run &run, const Settings &settings, bool keep_readings)
-    : run_(run), has_headers_(settings.headers), headers_wanted_(has_headers_), keep_readings_(keep_readings) {
+Collector::Collector(const Run &run, const Settings &settings, bool keep_readings, std::size_t cores)
+    : run_(run),
+      workers_(std::min(cores, run.plans.size() + 1)),
+      has_headers_(settings.headers),
+      headers_wanted_(has_headers_),
+      keep_readings_(keep_readings) {
   const auto has_buckets = [](const ObjectPlan &plan) { return overlap(StatisticsOf(plan), kBuckets); };
   if (settings.clear) {
     clear_polls_ = ClearPolls(*settings.clear, run.poll_interval);
@@ -103,14 +107,34 @@ Collector::Object Collector::MakeObject(const ObjectPlan &plan) const {
   return {column.name, &plan, StatisticsOf(plan), std::move(group), values};
 }
 
-void Collector::AddRows(const Poll &poll, const std::string &source) {
+// A failure of one object keeps no other from being done, so that it is the same who does them.
+template <class Do>
+void Collector::ForEachObject(Do do_it) {
+  workers_.Run(objects_.size(), [&](std::size_t i) { do_it(objects_[i]); });
+}
+
+void Collector::AddRows(const Poll &poll, const std::string &source, const std::function<void()> &meanwhile) {
   rest_ = true;
   last_time_ = poll.time;
   any_row_ = any_row_ || poll.rows() != 0;
-  for (Object &object : objects_) object.poll.emplace(Take(object.group.poll(), source, object.name));
+  if (workers_.count() == 1) return AddRows(poll, source, objects_);
+  // Parts of a few objects each: with one, a row would be looked at too often; with many, cores would wait at the
+  // end.
+  constexpr std::size_t kParts = 4;  // for each core
+  const std::size_t size = std::max<std::size_t>(objects_.size() / (kParts * workers_.count()), 1);
+  const std::size_t parts = (objects_.size() + size - 1) / size;
+  workers_.Run(parts + 1, [&](std::size_t part) {
+    if (part == 0) return meanwhile ? meanwhile() : void();
+    const std::size_t begin = (part - 1) * size;
+    AddRows(poll, source, std::span(objects_).subspan(begin, std::min(size, objects_.size() - begin)));
+  });
+}
+
+void Collector::AddRows(const Poll &poll, const std::string &source, std::span<Object> objects) const {
+  for (Object &object : objects) object.poll.emplace(Take(object.group.poll(), source, object.name));
   for (std::size_t row = 0; row < poll.rows(); ++row) {
     const zp::Name key = poll.key(row);
-    for (Object &object : objects_) {
+    for (Object &object : objects) {
       const Value &value = poll.values(row)[object.plan->column];
       if (!value) continue;
       object.has_value = true;
@@ -121,11 +145,16 @@ void Collector::AddRows(const Poll &poll, const std::string &source) {
 
 void Collector::EndPoll(std::string *records) {
   const std::size_t start = records->size();
-  for (Object &object : objects_) {
-    const zp::Status ended = object.poll->end();
-    TakeRecords(object, records);
-    Check(ended, "end of poll", object.name);
-  }
+  FirstFailure failure;
+  failure.Try([&] {
+    ForEachObject([&](Object &object) {
+      const zp::Status ended = object.poll->end();
+      TakeRecords(object);
+      Check(ended, "end of poll", object.name);
+    });
+  });
+  JoinRecords(records);
+  failure.Rethrow();
   ++polls_since_clear_;
   if (clear_polls_ && polls_since_clear_ == *clear_polls_) BeginInterval();
   InsertHeaders(start, records);
@@ -134,13 +163,25 @@ void Collector::EndPoll(std::string *records) {
 void Collector::Clear(std::string *records) {
   if (!rest_) return;
   const std::size_t start = records->size();
-  for (Object &object : objects_) {
-    const zp::Status cleared = object.group.clear();
-    TakeRecords(object, records);
-    Check(cleared, "end of interval", object.name);
-  }
+  FirstFailure failure;
+  failure.Try([&] {
+    ForEachObject([&](Object &object) {
+      const zp::Status cleared = object.group.clear();
+      TakeRecords(object);
+      Check(cleared, "end of interval", object.name);
+    });
+  });
+  JoinRecords(records);
+  failure.Rethrow();
   BeginInterval();
   InsertHeaders(start, records);
+}
+
+void Collector::JoinRecords(std::string *records) {
+  for (Object &object : objects_) {
+    records->append(object.records);
+    object.records.clear();
+  }
 }
 
 void Collector::RepeatHeaders() {
@@ -225,9 +266,8 @@ void Collector::FindMissing() {
 void Collector::Finish(std::string *records) {
   const std::size_t start = records->size();
   FirstFailure failure;
-  for (Object &object : objects_) {
-    failure.Try([&] { FinishObject(object, records); });
-  }
+  failure.Try([&] { ForEachObject([&](Object &object) { FinishObject(object); }); });
+  failure.Try([&] { JoinRecords(records); });
   failure.Try([&] { InsertHeaders(start, records); });
   if (keep_readings_ && rest_) KeepReadings();
   FindMissing();
@@ -283,12 +323,12 @@ bool Collector::Load(const nlohmann::json &state, zp::Counters counters) {
   return true;
 }
 
-void Collector::FinishObject(Object &object, std::string *records) const {
+void Collector::FinishObject(Object &object) const {
   const bool is_baseline = object.statistics == Statistics::baseline;
   if (!rest_ && !is_baseline) return;
   if (is_baseline && keep_readings_) object.ended = object.group.readings();
   const zp::Status rendered = is_baseline ? object.group.snapshot() : object.group.clear();
-  TakeRecords(object, records);
+  TakeRecords(object);
   Check(rendered, "last records", object.name);
   object.learning = object.group.still_learning();
 }
@@ -302,10 +342,10 @@ const char *Collector::WhyUnknown(const Object &object) {
   return refused != object.refused ? "a sum was full" : "samples outside the range";
 }
 
-void Collector::TakeRecords(Object &object, std::string *records) const {
+void Collector::TakeRecords(Object &object) const {
   const std::string lines = object.group.take_records();
   if (lines.empty()) return;
-  records->append(lines);
+  object.records += lines;
   const bool is_baseline = object.statistics == Statistics::baseline;
   const std::string head = run_.group + (is_baseline ? "-baseline: " : "-percentile: ");
   std::optional<std::set<std::string, std::less<>>> idle;  // baselines that have counted nothing but zeros

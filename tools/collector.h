@@ -4,10 +4,12 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <set>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,17 +17,20 @@
 #include "readings.h"
 #include "settings.h"
 #include "table.h"
+#include "workers.h"
 #include "zor/process.hpp"
 
 namespace zorstat {
 
 class Collector {
  public:
-  // The run must outlive the collector. Throws Error, here and below, if the library fails.
-  Collector(const Run &run, const Settings &settings, bool keep_readings);
+  // The run must outlive the collector. Objects are counted on so many cores. Throws Error, here and below, if the
+  // library fails.
+  Collector(const Run &run, const Settings &settings, bool keep_readings, std::size_t cores = 1);
 
-  // Begins a poll and delivers its rows. `source` names their origin in errors.
-  void AddRows(const Poll &poll, const std::string &source);
+  // Begins a poll and delivers its rows. `source` names their origin in errors. Where there are several cores, one
+  // of them does `meanwhile`.
+  void AddRows(const Poll &poll, const std::string &source, const std::function<void()> &meanwhile = {});
 
   // Ends the poll and appends the records that are due. Here and below: also those there are before an Error is
   // thrown.
@@ -82,6 +87,7 @@ class Collector {
     zor::process::Group group;
     zor::process::Column<zor::process::Value> column;
     std::optional<zor::process::Poll> poll = std::nullopt;
+    std::string records = {};       // to be appended to those of the objects before
     bool has_value = false;         // or all cells of its column were empty
     std::uint64_t refused = 0;      // values, up to its last records
     std::uint64_t percentiles = 0;  // records of them with samples; unknown ones have nine zeros for other values
@@ -92,12 +98,16 @@ class Collector {
   };
 
   Object MakeObject(const ObjectPlan &plan) const;
+  template <class Do>
+  void ForEachObject(Do do_it);
+  void AddRows(const Poll &poll, const std::string &source, std::span<Object> objects) const;
+  void JoinRecords(std::string *records);
   template <class Read>
   std::vector<ObjectReadings> Join(Read read) const;
   void BeginInterval();
   void KeepReadings();
-  void FinishObject(Object &object, std::string *records) const;
-  void TakeRecords(Object &object, std::string *records) const;
+  void FinishObject(Object &object) const;
+  void TakeRecords(Object &object) const;
   static Judged JudgedIn(const Reading &baseline);
   static const char *WhyUnknown(const Object &object);
   void NoteCounts(std::vector<std::string> *notes) const;
@@ -107,6 +117,7 @@ class Collector {
   void InsertHeaders(std::size_t position, std::string *records);
 
   const Run &run_;
+  Workers workers_;
   std::vector<Object> objects_;
   std::optional<std::uint32_t> clear_polls_;
   std::optional<std::uint32_t> percentile_;

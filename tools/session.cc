@@ -6,6 +6,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -23,6 +24,7 @@
 #include "state.h"
 #include "stop.h"
 #include "text.h"
+#include "workers.h"
 
 namespace zorstat {
 namespace {
@@ -38,10 +40,11 @@ void WriteOut(std::string *lines, Output *output) {
 // their place.
 class Counting {
  public:
-  Counting(const Run &run, const Settings &settings, const Exporters &exporters)
+  Counting(const Run &run, const Settings &settings, const Exporters &exporters, std::size_t cores)
       : run_(run),
         settings_(settings),
         exporters_(exporters),
+        cores_(cores),
         writes_records_(FormatOf(settings) == Format::kRecords) {
     BeginCollecting();
     for (const auto &exporter : exporters_) exporter->Begin(run);
@@ -53,9 +56,11 @@ class Counting {
   bool Resume(const nlohmann::json &state, zor::process::Counters counters) {
     return collector_->Load(state, counters);
   }
-  void BeginCollecting() { collector_.emplace(run_, settings_, !exporters_.empty()); }
+  void BeginCollecting() { collector_.emplace(run_, settings_, !exporters_.empty(), cores_); }
 
-  void AddRows(const Poll &poll, const std::string &place) { collector_->AddRows(poll, place); }
+  void AddRows(const Poll &poll, const std::string &place, const std::function<void()> &meanwhile) {
+    collector_->AddRows(poll, place, meanwhile);
+  }
   void EndPoll(std::int64_t time, std::string *records) {
     collector_->EndPoll(Wanted(records));
     TellInterval();
@@ -91,6 +96,7 @@ class Counting {
   const Run &run_;
   const Settings &settings_;
   const Exporters &exporters_;
+  std::size_t cores_;
   std::optional<Collector> collector_;
   bool writes_records_;
   std::string unwanted_;
@@ -172,6 +178,13 @@ class RisingTime {
   Clock::time_point taken_;
   uint64_t went_on_ = 0;
 };
+
+// Threads are not worth while for what is done at once.
+std::size_t CoresFor(const Source &source, const Settings &settings) {
+  constexpr std::uint64_t kLarge = 4'000'000;  // bytes
+  if (settings.cores) return settings.cores->value;
+  return source.size() > kLarge ? Cores() : 1;
+}
 
 nlohmann::json ToJson(const std::optional<FileMark> &mark) {
   if (!mark) return nullptr;
@@ -283,7 +296,7 @@ void Count(Source *source, const Settings &settings, const std::string &default_
   const bool is_live = record_time == RecordTime::kNow;
   const Run run = {dg, settings.interval ? settings.interval->value : source->Interval(poll), source->table(),
                    plans, is_live};
-  Counting counting(run, settings, exporters);
+  Counting counting(run, settings, exporters, CoresFor(*source, settings));
   Written written(settings, output, &counting, &lines);
   AttendedPolls polls(source, &written.file());
   std::int64_t counted_to = std::numeric_limits<std::int64_t>::min();  // the time of a poll
@@ -306,7 +319,7 @@ void Count(Source *source, const Settings &settings, const std::string &default_
         continue;
       }
       if (!is_live) SetRecordTime(poll.time);
-      counting.AddRows(poll, source->Place(poll));
+      counting.AddRows(poll, source->Place(poll), [&] { source->ReadAhead(); });
       // The last poll may end with a clear, after which there would be nothing to report.
       if (settings.report && source->IsLast()) report = counting.collector().Report();
       written.BeginLines();

@@ -336,6 +336,8 @@ constexpr SettingRow kSettings[] = {
      kReplay | kTopLevel},
     {"interval", "SECONDS", "between polls, at least 10 (default: 10)", kInteger, kReadInterval,
      kLive | kRecord | kTop},
+    {"cores", "N", "count on so many cores, with the same output\n(default: all for a file above 4 MB, else 1)",
+     kInteger, Set<&Settings::cores, ReadCount<1, 1024>>, kReplay},
     {"count", "N", "end after this many polls (default: at a signal)", kInteger,
      Set<&Settings::count, ReadCount<1, std::numeric_limits<std::uint32_t>::max()>>, kLive | kRecord | kRun},
     {"proc", "DIR", "directory of the proc file system (default: /proc)", kText,

@@ -59,6 +59,7 @@ struct Settings {
   OptionalSetting<std::uint32_t> count;       // polls
   NameList command;                           // of exec
   OptionalSetting<std::uint32_t> timeout;     // of its runs, seconds
+  OptionalSetting<std::uint32_t> cores;       // default: by the size of the input
   OptionalSetting<std::uint32_t> expire;      // intervals; 0: never
   OptionalSetting<std::string> listen;        // HOST:PORT
   OptionalSetting<std::string> prometheus;    // file

@@ -1,6 +1,7 @@
 #include "source.h"
 
 #include <fmt/format.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <ctime>
@@ -23,14 +24,12 @@ FileSource::FileSource(const std::string &path, bool show_progress)
     : reader_(path), progress_(reader_.lines().fd(), show_progress) {}
 
 bool FileSource::Next(Poll *poll) {
-  if (!started_) {
-    started_ = true;
-    has_ahead_ = reader_.Next(&ahead_);
-    if (!has_ahead_) throw Error(fmt::format("{}: has no rows", reader_.lines().name()));
-  }
+  const bool is_first = !any_poll_;
+  ReadAhead();
   if (!has_ahead_) {
     progress_.Clear();
     failure_.Rethrow();
+    if (is_first) throw Error(fmt::format("{}: has no rows", reader_.lines().name()));
     if (reader_.lines().last_line_is_open()) {
       Complain(fmt::format("{}:{}: the last line has no end; the file may have been cut", reader_.lines().name(),
                            reader_.lines().line_number()));
@@ -38,7 +37,15 @@ bool FileSource::Next(Poll *poll) {
     return false;
   }
   std::swap(*poll, ahead_);
+  any_poll_ = true;
+  is_read_ahead_ = false;
   progress_.Update(reader_.lines().bytes_read());
+  return true;
+}
+
+void FileSource::ReadAhead() {
+  if (is_read_ahead_) return;
+  is_read_ahead_ = true;
   has_ahead_ = false;
   failure_.Try([&] {
     if (IsStopped()) {
@@ -46,13 +53,23 @@ bool FileSource::Next(Poll *poll) {
     }
     has_ahead_ = reader_.Next(&ahead_);
   });
-  return true;
 }
 
-uint32_t FileSource::Interval(const Poll &poll) const {
+bool FileSource::IsLast() {
+  ReadAhead();
+  return !has_ahead_;
+}
+
+uint32_t FileSource::Interval(const Poll &poll) {
+  ReadAhead();
   const int64_t seconds = has_ahead_ ? ahead_.time - poll.time : 0;
   return static_cast<uint32_t>(
       std::clamp<int64_t>(seconds, kShortestInterval, std::numeric_limits<uint32_t>::max()));
+}
+
+std::uint64_t FileSource::size() const {
+  struct stat status;
+  return fstat(fd(), &status) == 0 && S_ISREG(status.st_mode) ? static_cast<std::uint64_t>(status.st_size) : 0;
 }
 
 std::string FileSource::Place(const Poll &poll) const {

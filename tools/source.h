@@ -27,11 +27,17 @@ class Source {
   // Waits until Next() will not wait, at most so long; false if a request (stop.h) or the time ended that before.
   virtual bool Wait(std::chrono::milliseconds /* longest */) { return true; }
 
+  // Does in advance what the next call has to do. Another thread may, while nothing else is called but Place().
+  virtual void ReadAhead() {}
+
   // Whether the poll that Next() returned is known to be the last one.
-  virtual bool IsLast() const = 0;
+  virtual bool IsLast() = 0;
 
   // Seconds between polls, as far as the poll that Next() returned and what is known of the next one tell.
-  virtual uint32_t Interval(const Poll &poll) const = 0;
+  virtual uint32_t Interval(const Poll &poll) = 0;
+
+  // Bytes of all polls together; 0 where that cannot be known.
+  virtual std::uint64_t size() const { return 0; }
 
   // For messages: where the poll came from.
   virtual std::string Place(const Poll &poll) const = 0;
@@ -47,9 +53,12 @@ class FileSource : public Source {
 
   const Table &table() const override { return reader_.table(); }
   bool Next(Poll *poll) override;
-  bool IsLast() const override { return !has_ahead_; }
-  uint32_t Interval(const Poll &poll) const override;
+  void ReadAhead() override;
+  bool IsLast() override;
+  uint32_t Interval(const Poll &poll) override;
   std::string Place(const Poll &poll) const override;
+
+  std::uint64_t size() const override;
 
   int fd() const { return reader_.lines().fd(); }
 
@@ -57,7 +66,8 @@ class FileSource : public Source {
   PollFileReader reader_;
   Progress progress_;
   Poll ahead_;
-  bool started_ = false;
+  bool any_poll_ = false;
+  bool is_read_ahead_ = false;
   bool has_ahead_ = false;
   FirstFailure failure_;  // met while reading ahead; thrown where the poll would have come
 };
@@ -70,8 +80,8 @@ class LiveSource : public Source {
   const Table &table() const override { return polled_->table(); }
   bool Next(Poll *poll) override;
   bool Wait(std::chrono::milliseconds longest) override;
-  bool IsLast() const override { return polls_ && taken_ == *polls_; }
-  uint32_t Interval(const Poll &) const override { return static_cast<uint32_t>(interval_.count()); }
+  bool IsLast() override { return polls_ && taken_ == *polls_; }
+  uint32_t Interval(const Poll &) override { return static_cast<uint32_t>(interval_.count()); }
   std::string Place(const Poll &poll) const override;
   std::string Boot() const override { return polled_->Boot(); }
 

@@ -30,6 +30,15 @@ constexpr Case kRuns[] = {
      "f-summary: 1700000040, level, p1, 5, -4, 0\nf-percentile: 1700000040, level, p1, 5, -4.000, -4.000\n"
      "Objectname       : level\nNumber of samples: 5\nP[100.000] = 0.000\n",
      ""},
+    {"on several cores all is the same, a bad line's error among it",
+     "(cat f.csv; echo 1700000050,p1,1,1; echo 1700000050,p2,many,1) > late.csv; for f in f.csv reset.csv "
+     "late.csv; do "
+     "for o in '--headers --report' '--format jsonl --host h --clear 2' '--cumulative all --clear 3 --statistics "
+     "summary,percentile,baseline --expire 1 --headers'; do for n in 1 2 3 64; do rm -f s; $Z replay $f $o --cores "
+     "$n "
+     "--state s > $n.txt 2>&1; echo $? >> $n.txt; cat s >> $n.txt; cmp 1.txt $n.txt; done; wc -c < 1.txt >> sizes; "
+     "done; done; sort -u sizes | wc -l",
+     "9\n", ""},
     {"a bad line late in the file keeps the complete polls",
      "(cat f.csv; echo 1700000050,p1,1,1; echo 1700000050,p2,many,1) > late.csv; $Z replay late.csv --objects level"
      " --statistics summary --report > r.txt; echo $?; grep -E '^late|^O' r.txt",
