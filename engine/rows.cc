@@ -1,5 +1,6 @@
 #include "engine/rows.h"
 
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 
@@ -12,25 +13,27 @@ namespace {
 
 constexpr std::uint64_t kNoScaleYet = ~std::uint64_t{0};  // of a column; no scale is so large
 
-constexpr std::size_t RoundUp(std::size_t size) { return (size + kLine - 1) / kLine * kLine; }
+constexpr std::size_t RoundUp(std::size_t size, std::size_t unit = kLine) {
+  return (size + unit - 1) / unit * unit;
+}
 
 // Gives a new row its places.
 void LayOut(RowDirectory &directory, Row &row, const std::size_t *sizes) {
   const bool is_first = kel_hashset_first(&directory.rows) == &row;
   if (is_first) directory.is_uniform = true;
-  auto *place = reinterpret_cast<char *>(&row + 1);
+  std::size_t end = 0;
   for (std::uint32_t i = 0; i < directory.column_count; ++i) {
     ColumnInRow &column = directory.columns[i];
-    const auto offset = static_cast<std::size_t>(place - reinterpret_cast<char *>(&row));
+    const std::size_t place = sizeof(Row) + RoundUp(end);
     if (is_first) {
-      column.place = offset;
+      column.place = place;
       column.scale = kNoScaleYet;
     }
-    if (sizes[i] == 0 || column.place != offset) directory.is_uniform = false;
+    if (sizes[i] == 0 || column.place != place) directory.is_uniform = false;
     if (sizes[i] == 0) continue;
-    row.slots[i].place = place;
-    BeginPlace(place, RoundUp(sizes[i]));
-    place += RoundUp(sizes[i]);
+    row.slots[i].place = reinterpret_cast<char *>(&row) + place;
+    BeginPlace(row.slots[i].place, sizes[i]);
+    end = RoundUp(end) + sizes[i];
   }
 }
 
@@ -70,10 +73,11 @@ FoundRow FindRow(RowDirectory &directory, const char *key) {
 Row *CreateRow(RowDirectory &directory, const char *key, const std::size_t *sizes) {
   const std::uint32_t count = directory.column_count;
   const std::size_t key_size = std::strlen(key) + 1;
-  const std::size_t front = count * sizeof(Row::Slot) + key_size;
-  std::size_t size = front + kLine + sizeof(Row);
-  for (std::uint32_t i = 0; i < count; ++i) size += RoundUp(sizes[i]);
-  auto *storage = static_cast<char *>(std::calloc(1, size));
+  const std::size_t front = RoundUp(count * sizeof(Row::Slot) + key_size, alignof(std::max_align_t));
+  std::size_t places = 0;
+  for (std::uint32_t i = 0; i < count; ++i) places = sizes[i] != 0 ? RoundUp(places) + sizes[i] : places;
+  auto *storage =
+      static_cast<char *>(std::calloc(1, front + (kLine - alignof(std::max_align_t)) + sizeof(Row) + places));
   if (!storage) return nullptr;
 
   // What a sample touches of an entry is to begin a line.
