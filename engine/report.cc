@@ -1,5 +1,6 @@
 // Reading back: the walk over instances and the console report.
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 
@@ -9,6 +10,14 @@
 
 namespace zor {
 namespace {
+
+// Fetches what a walk looks at in an entry: its links and name, its clear buffer.
+void PrefetchHead(const void *entry) {
+  constexpr std::size_t kClearBuffer = offsetof(zor_process_object_instance_entry_uint64_t, clear_buffer);
+  if (!entry) return;
+  __builtin_prefetch(entry);
+  __builtin_prefetch(static_cast<const char *>(entry) + kClearBuffer);
+}
 
 // The instance entry after `entry` (the first one of `column` when it is null), moving `column` on through
 // the columns as they run out; null at the end of the walk.
@@ -21,6 +30,7 @@ void *NextEntry(Dg &dg, Column *&column, void *entry) {
     if (!column) return nullptr;
     next = kel_hashset_first(&column->instances);
   }
+  PrefetchHead(kel_hashset_next(&column->instances, next));
   return next;
 }
 
