@@ -31,6 +31,7 @@ Owned<T[]> AllocateArray(std::size_t count) {
 template <class T>
 class Scratch {
  public:
+  // cppcheck-suppress uninitMemberVar; values are the caller's to write
   explicit Scratch(std::size_t count) {
     if (count > kShort) long_ = AllocateArray<T>(count);
     values_ = count > kShort ? long_.get() : short_;

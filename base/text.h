@@ -20,7 +20,8 @@ inline constexpr std::size_t kNumberSize = 25;
 // Writes a number below 10^8 without a branch: eight digits, halved into lanes of a word, of which the leading
 // zeros are shifted out. Up to eight characters are written, whatever its length.
 inline char *WriteShortNumber(char *text, std::uint32_t value) {
-  constexpr std::uint64_t kTwoDigits = 0x0000007f'0000007f, kOneDigit = 0x000f000f'000f000f;
+  constexpr std::uint64_t kTwoDigits = 0x0000007f'0000007f;
+  constexpr std::uint64_t kOneDigit = 0x000f000f'000f000f;
   const std::uint64_t fours = value / 10000 | std::uint64_t{value % 10000} << 32;
   const std::uint64_t hundreds = fours * 10486 >> 20 & kTwoDigits;
   const std::uint64_t twos = hundreds | (fours - hundreds * 100) << 16;

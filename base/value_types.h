@@ -64,6 +64,7 @@ using Lookup = typename Types<V>::Lookup;
 template <class Function>
 inline auto WithValueType(std::uint32_t data_type, Function function) {
   switch (data_type) {
+    // NOLINTNEXTLINE(bugprone-branch-clone): the branches differ in the type of the argument.
     case ZOR_PROCESS_DATA_TYPE_INT32:
       return function(std::int32_t());
     case ZOR_PROCESS_DATA_TYPE_UINT32:

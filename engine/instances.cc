@@ -110,7 +110,8 @@ std::uint32_t CreateInstance(Dg &dg, std::uint32_t i, Row &row) {
   const EntrySettings settings = SettingsOf(dg, column, range ? range->storage.data() : nullptr);
   void *place = row.slots[i].place;
   if (place && PlaceSize(place) < BlockSize(settings)) place = nullptr;  // the object wants more than it did
-  void *created = CreateEntry(settings, row.name, place);
+  const EntryPlace own = {place, row.name};
+  void *created = CreateEntry(settings, row.name, own);
   if (!created) return ZOR_PROCESS_ERROR_NO_MEMORY;
   if (kel_hashset_insert(&column.instances, created) != 0) {
     g_zor_poi_entry_destroy_funcs[column.data_type - 1](created);

@@ -72,12 +72,12 @@ EntryBlock<V> *AllocateBlock(std::size_t size, const char *name) {
 
 // A zeroed block at a place.
 template <class V>
-EntryBlock<V> *ClearPlace(void *place, char *name) {
-  auto *block = static_cast<EntryBlock<V> *>(place);
+EntryBlock<V> *ClearPlace(const EntryPlace &place) {
+  auto *block = static_cast<EntryBlock<V> *>(place.block);
   const std::size_t size = block->place_size;
-  std::memset(place, 0, size);
+  std::memset(place.block, 0, size);
   block->place_size = size;
-  block->entry.name = name;
+  block->entry.name = place.name;
   return block;
 }
 
@@ -95,7 +95,7 @@ bool SetUpStatistics(EntryBlock<V> &block, const EntrySettings &settings, std::u
 
 // At a place, or with a block of its own where there is none.
 template <class V>
-Entry<V> *MakeEntry(const EntrySettings &settings, char *name, void *place) {
+Entry<V> *MakeEntry(const EntrySettings &settings, const char *name, const EntryPlace &place) {
   const std::uint16_t flags = KeptFlags(settings.flags);
   if ((flags & ZOR_PROCESS_FLAG_BASELINE) && flags != ZOR_PROCESS_FLAG_BASELINE) return nullptr;
   Bounds<V> bounds;
@@ -104,7 +104,7 @@ Entry<V> *MakeEntry(const EntrySettings &settings, char *name, void *place) {
   if (has_distribution && CheckRange(bounds.low, bounds.high, settings.buckets) != 0) return nullptr;
 
   EntryBlock<V> *block =
-      place ? ClearPlace<V>(place, name) : AllocateBlock<V>(SizeOfBlock<V>(flags, settings.buckets), name);
+      place.block ? ClearPlace<V>(place) : AllocateBlock<V>(SizeOfBlock<V>(flags, settings.buckets), name);
   if (!block) return nullptr;
   std::unique_ptr<Entry<V>, EntryDestroyer<V>> entry(&block->entry);
   entry->clear_count = static_cast<std::uint16_t>(settings.clear_count);
@@ -164,7 +164,7 @@ std::size_t BlockSize(const EntrySettings &settings) {
   });
 }
 
-void *CreateEntry(const EntrySettings &settings, char *name, void *place) {
+void *CreateEntry(const EntrySettings &settings, const char *name, const EntryPlace &place) {
   return WithValueType(settings.data_type,
                        [&](auto v) -> void * { return MakeEntry<decltype(v)>(settings, name, place); });
 }
@@ -177,7 +177,7 @@ void *CreateEntry(const EntrySettings &settings, char *name, void *place) {
       std::uint32_t clear_count, zor_process_object_oper_entry_t *oper_entry) {                                 \
     return zor::MakeEntry<value>({0, value_kind, static_cast<std::uint16_t>(flags), range,                      \
                                   static_cast<std::uint16_t>(buckets), clear_count, oper_entry},                \
-                                 const_cast<char *>(key), nullptr);                                             \
+                                 key, {});                                                                      \
   }                                                                                                             \
   std::int32_t zor_process_object_instance_entry_insert_##type(void *entry, const void *sample,                 \
                                                                std::uint32_t *period_ended) {                   \

@@ -105,7 +105,7 @@ inline std::int32_t InsertValue(Entry<V> &entry, V value, std::uint32_t *period_
 // Counters of samples, to be added to together: their lines come from memory all at the same time then.
 class PendingCounts {
  public:
-  PendingCounts() = default;
+  PendingCounts() = default;  // cppcheck-suppress uninitMemberVar; as many as size_ tells
   ~PendingCounts() { AddAll(); }
   PendingCounts(const PendingCounts &) = delete;
   PendingCounts &operator=(const PendingCounts &) = delete;
@@ -156,7 +156,7 @@ inline std::uint64_t PlainScaleOf(void *entry, std::uint32_t data_type) {
   return WithValueType(data_type, [entry](auto v) {
     using V = decltype(v);
     auto &created = *static_cast<Entry<V> *>(entry);
-    return created.mode & kModeCumulative ? 0 : BlockOf<V>(created).scale;
+    return (created.mode & kModeCumulative) != 0 ? 0 : BlockOf<V>(created).scale;
   });
 }
 
@@ -185,10 +185,15 @@ inline void *EntryAt(void *place) { return static_cast<char *>(place) + kEntryAt
 // Bytes of an entry's block, without a name of its own.
 std::size_t BlockSize(const EntrySettings &settings);
 
-// Creates an entry. Its block lies at the place, whose first word tells its size and which outlives the entry as
-// the name does; without a place it has memory of its own, and a copy of the name. Null without memory, or when
-// there can be no such entry.
-void *CreateEntry(const EntrySettings &settings, char *name, void *place);
+// What an entry can be given to lie at, and to be named by: both outlive it.
+struct EntryPlace {
+  void *block = nullptr;  // its first word tells its size
+  char *name = nullptr;
+};
+
+// Creates an entry at the place; without one it has memory of its own, and a copy of the name. Null without memory,
+// or when there can be no such entry.
+void *CreateEntry(const EntrySettings &settings, const char *name, const EntryPlace &place);
 
 }  // namespace zor
 

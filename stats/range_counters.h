@@ -94,7 +94,8 @@ inline void ClearRangeCounters(RangeCounters<V> &record) {
 }
 
 inline std::uint64_t ScaledSubRange(std::uint64_t offset, std::uint64_t scale) {
-  return static_cast<std::uint64_t>(Wide{offset} * scale >> 64);
+  const Wide product = static_cast<Wide>(offset) * scale;
+  return static_cast<std::uint64_t>(product >> 64);
 }
 
 // A sample's counter and what counting it comes to.
