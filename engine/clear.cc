@@ -25,7 +25,8 @@ std::uint32_t ClearInstance(const Column &column, EntryHead &entry, std::uint16_
 
 // Fetches an entry, which takes as long as rendering the one before it.
 void PrefetchEntry(const void *entry) {
-  constexpr std::size_t kLine = 64, kSize = 6 * kLine;  // of an entry of 100 buckets
+  constexpr std::size_t kLine = 64;
+  constexpr std::size_t kSize = 6 * kLine;  // of an entry of 100 buckets
   for (std::size_t at = 0; entry && at < kSize; at += kLine) {
     __builtin_prefetch(static_cast<const char *>(entry) + at, 1);
   }
