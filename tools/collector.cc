@@ -109,15 +109,24 @@ Collector::Object Collector::MakeObject(const ObjectPlan &plan) const {
 
 // A failure of one object keeps no other from being done, so that it is the same who does them.
 template <class Do>
-void Collector::ForEachObject(Do do_it) {
-  workers_.Run(objects_.size(), [&](std::size_t i) { do_it(objects_[i]); });
+void Collector::ForEachObject(Do do_it, bool is_much) {
+  if (is_much && is_shared_) {
+    workers_.Run(objects_.size(), [&](std::size_t i) { do_it(objects_[i]); });
+    return;
+  }
+  FirstFailure failure;
+  for (Object &object : objects_) failure.Try([&] { do_it(object); });
+  failure.Rethrow();
 }
 
 void Collector::AddRows(const Poll &poll, const std::string &source, const std::function<void()> &meanwhile) {
   rest_ = true;
   last_time_ = poll.time;
   any_row_ = any_row_ || poll.rows() != 0;
-  if (workers_.count() == 1) return AddRows(poll, source, objects_);
+  // To wake a thread takes as long as to count some hundred values.
+  constexpr std::size_t kWorthSharing = 1000;
+  is_shared_ = workers_.count() > 1 && poll.rows() * objects_.size() >= kWorthSharing;
+  if (!is_shared_) return AddRows(poll, source, objects_);
   // Parts of a few objects each: with one, a row would be looked at too often; with many, cores would wait at the
   // end.
   constexpr std::size_t kParts = 4;  // for each core
@@ -145,18 +154,20 @@ void Collector::AddRows(const Poll &poll, const std::string &source, std::span<O
 
 void Collector::EndPoll(std::string *records) {
   const std::size_t start = records->size();
+  const bool is_due = clear_polls_ && polls_since_clear_ + 1 == *clear_polls_;
   FirstFailure failure;
   failure.Try([&] {
-    ForEachObject([&](Object &object) {
+    const auto end = [&](Object &object) {
       const zp::Status ended = object.poll->end();
       TakeRecords(object);
       Check(ended, "end of poll", object.name);
-    });
+    };
+    ForEachObject(end, is_due);
   });
   JoinRecords(records);
   failure.Rethrow();
   ++polls_since_clear_;
-  if (clear_polls_ && polls_since_clear_ == *clear_polls_) BeginInterval();
+  if (is_due) BeginInterval();
   InsertHeaders(start, records);
 }
 
@@ -165,11 +176,12 @@ void Collector::Clear(std::string *records) {
   const std::size_t start = records->size();
   FirstFailure failure;
   failure.Try([&] {
-    ForEachObject([&](Object &object) {
+    const auto clear = [&](Object &object) {
       const zp::Status cleared = object.group.clear();
       TakeRecords(object);
       Check(cleared, "end of interval", object.name);
-    });
+    };
+    ForEachObject(clear, true);
   });
   JoinRecords(records);
   failure.Rethrow();
@@ -266,7 +278,7 @@ void Collector::FindMissing() {
 void Collector::Finish(std::string *records) {
   const std::size_t start = records->size();
   FirstFailure failure;
-  failure.Try([&] { ForEachObject([&](Object &object) { FinishObject(object); }); });
+  failure.Try([&] { ForEachObject([&](Object &object) { FinishObject(object); }, true); });
   failure.Try([&] { JoinRecords(records); });
   failure.Try([&] { InsertHeaders(start, records); });
   if (keep_readings_ && rest_) KeepReadings();

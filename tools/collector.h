@@ -99,7 +99,7 @@ class Collector {
 
   Object MakeObject(const ObjectPlan &plan) const;
   template <class Do>
-  void ForEachObject(Do do_it);
+  void ForEachObject(Do do_it, bool is_much);
   void AddRows(const Poll &poll, const std::string &source, std::span<Object> objects) const;
   void JoinRecords(std::string *records);
   template <class Read>
@@ -118,6 +118,7 @@ class Collector {
 
   const Run &run_;
   Workers workers_;
+  bool is_shared_ = false;  // the poll in hand is large enough for that
   std::vector<Object> objects_;
   std::optional<std::uint32_t> clear_polls_;
   std::optional<std::uint32_t> percentile_;

@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <csignal>
 #include <ctime>
 
@@ -19,7 +20,8 @@ constexpr int kPatience = 500;    // ms
 
 // The handler writes to the pipe, from which nobody reads: so a wait sees a signal that came before it, too.
 int stop_pipe[2] = {-1, -1};
-volatile std::sig_atomic_t is_stopped = 0;
+std::atomic<bool> is_stopped = false;  // which a thread that reads ahead asks, too
+static_assert(std::atomic<bool>::is_always_lock_free);
 int64_t first_signal = 0;  // ms
 int patience = kPatience;
 
@@ -35,8 +37,8 @@ int64_t Milliseconds() {
 
 void OnSignal(int number) {
   const int error = errno;
-  if (is_stopped == 0) {
-    is_stopped = 1;
+  if (!is_stopped) {
+    is_stopped = true;
     first_signal = Milliseconds();
     [[maybe_unused]] const ssize_t written = write(stop_pipe[1], "", 1);
   } else if (Milliseconds() - first_signal > kSameSignal) {
@@ -87,7 +89,7 @@ void CatchStopSignals() {
   Catch(SIGUSR1, OnRequest);  // where nobody takes it, it does nothing
 }
 
-bool IsStopped() { return is_stopped != 0; }
+bool IsStopped() { return is_stopped; }
 
 bool WaitUnlessStopped(int fd, int milliseconds) {
   pollfd files[] = {{stop_pipe[0], POLLIN, 0}, {fd, POLLIN, 0}};
