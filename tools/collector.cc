@@ -139,7 +139,7 @@ void Collector::AddRows(const Poll &poll, const std::string &source, const std::
   });
 }
 
-void Collector::AddRows(const Poll &poll, const std::string &source, std::span<Object> objects) const {
+void Collector::AddRows(const Poll &poll, const std::string &source, std::span<Object> objects) {
   for (Object &object : objects) object.poll.emplace(Take(object.group.poll(), source, object.name));
   for (std::size_t row = 0; row < poll.rows(); ++row) {
     const zp::Name key = poll.key(row);
