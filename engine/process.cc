@@ -74,11 +74,12 @@ std::uint32_t ProcessTemplate(Dg &dg, const zor_process_msg_t &msg) {
 }
 
 // Fetches what plain samples of a row touch.
-void PrefetchPlaces(const RowDirectory &directory, const Row &row) {
+void PrefetchEntries(const RowDirectory &directory, const Row &row) {
   for (std::uint32_t i = 0; i < directory.column_count; ++i) {
-    const char *place = directory.is_uniform ? reinterpret_cast<const char *>(&row) + directory.columns[i].place
-                                             : static_cast<const char *>(row.slots[i].place);
-    if (place) __builtin_prefetch(place + kTouchedFrom, 1);
+    const char *entry = directory.is_uniform
+                            ? reinterpret_cast<const char *>(&row) + directory.columns[i].place + kEntryAt
+                            : static_cast<const char *>(row.slots[i].entry);
+    if (entry) __builtin_prefetch(entry + (kTouchedFrom - kEntryAt), 1);
   }
 }
 
@@ -142,7 +143,7 @@ std::uint32_t ProcessRow(Dg &dg, const zor_process_msg_t &msg) {
   // are counted. Otherwise this row's own are fetched at once.
   const Row *next = expected ? row->follower : nullptr;
   if (next) __builtin_prefetch(next->follower);
-  if (row) PrefetchPlaces(dg.directory, next ? *next : *row);
+  if (row) PrefetchEntries(dg.directory, next ? *next : *row);
 
   bool counted = false;
   const std::uint32_t result = CountValues(dg, key, msg.columns, row, counted);

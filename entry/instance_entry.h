@@ -78,7 +78,7 @@ EntryBlock<V> &BlockOf(Entry<V> &entry) {
 // Counts a sample of an entry that keeps a baseline, which has no company. Out of line, so that the frame it needs
 // costs the others nothing.
 template <class V>
-std::int32_t InsertIntoBaseline(Entry<V> &entry, V value, std::uint32_t *period_ended);
+[[gnu::noinline]] std::int32_t InsertIntoBaseline(Entry<V> &entry, V value, std::uint32_t *period_ended);
 
 // The difference to the last value of a cumulative counter; the first one only primes it: false.
 template <class V>

@@ -157,15 +157,14 @@ Unsigned<V> EdgeOf(const RangeCounters<V> &record, std::uint32_t b) {
 }
 
 // The values that percentiles take to lie in sub-range b: from b * width / Nsc to (b + 1) * width / Nsc, both
-// rounded up, as long as such products fit the type.
+// rounded up, as long as the product after the second fits the type, too.
 template <class V>
 SubRange<V> ValuesOf(const RangeCounters<V> &record, std::uint32_t b) {
   using U = Unsigned<V>;
-  constexpr std::uint64_t kAlwaysFits = sizeof(U) == 8 ? std::uint64_t{1} << 47 : std::uint64_t{1} << 15;
   const U width = Distance(record.Start, record.End);
   const U nsc = record.Nsc;
   if (width == 0) return {record.Start, record.Start};
-  if (width <= kAlwaysFits || b < std::numeric_limits<U>::max() / width - 1) {
+  if (static_cast<Wide>(b + 2) * width <= std::numeric_limits<U>::max()) {
     const auto edge = [&](U index) {
       const U product = index * width;
       return static_cast<U>(product / nsc + (product % nsc != 0 ? 1 : 0));

@@ -107,15 +107,17 @@ Collector::Object Collector::MakeObject(const ObjectPlan &plan) const {
   return {column.name, &plan, StatisticsOf(plan), std::move(group), values};
 }
 
-// A failure of one object keeps no other from being done, so that it is the same who does them.
+// Does it with each object and appends the records that the objects have then, in their order. A failure of one
+// keeps no other from being done, so that it is the same who does them.
 template <class Do>
-void Collector::ForEachObject(Do do_it, bool is_much) {
-  if (is_much && is_shared_) {
-    workers_.Run(objects_.size(), [&](std::size_t i) { do_it(objects_[i]); });
-    return;
-  }
+void Collector::Collect(Do do_it, bool is_much, std::string *records) {
   FirstFailure failure;
-  for (Object &object : objects_) failure.Try([&] { do_it(object); });
+  if (is_much && is_shared_) {
+    failure.Try([&] { workers_.Run(objects_.size(), [&](std::size_t i) { do_it(objects_[i]); }); });
+  } else {
+    for (Object &object : objects_) failure.Try([&] { do_it(object); });
+  }
+  for (Object &object : objects_) records->append(std::exchange(object.records, {}));
   failure.Rethrow();
 }
 
@@ -155,17 +157,12 @@ void Collector::AddRows(const Poll &poll, const std::string &source, std::span<O
 void Collector::EndPoll(std::string *records) {
   const std::size_t start = records->size();
   const bool is_due = clear_polls_ && polls_since_clear_ + 1 == *clear_polls_;
-  FirstFailure failure;
-  failure.Try([&] {
-    const auto end = [&](Object &object) {
-      const zp::Status ended = object.poll->end();
-      TakeRecords(object);
-      Check(ended, "end of poll", object.name);
-    };
-    ForEachObject(end, is_due);
-  });
-  JoinRecords(records);
-  failure.Rethrow();
+  const auto end = [&](Object &object) {
+    const zp::Status ended = object.poll->end();
+    TakeRecords(object);
+    Check(ended, "end of poll", object.name);
+  };
+  Collect(end, is_due, records);
   ++polls_since_clear_;
   if (is_due) BeginInterval();
   InsertHeaders(start, records);
@@ -174,26 +171,14 @@ void Collector::EndPoll(std::string *records) {
 void Collector::Clear(std::string *records) {
   if (!rest_) return;
   const std::size_t start = records->size();
-  FirstFailure failure;
-  failure.Try([&] {
-    const auto clear = [&](Object &object) {
-      const zp::Status cleared = object.group.clear();
-      TakeRecords(object);
-      Check(cleared, "end of interval", object.name);
-    };
-    ForEachObject(clear, true);
-  });
-  JoinRecords(records);
-  failure.Rethrow();
+  const auto clear = [&](Object &object) {
+    const zp::Status cleared = object.group.clear();
+    TakeRecords(object);
+    Check(cleared, "end of interval", object.name);
+  };
+  Collect(clear, true, records);
   BeginInterval();
   InsertHeaders(start, records);
-}
-
-void Collector::JoinRecords(std::string *records) {
-  for (Object &object : objects_) {
-    records->append(object.records);
-    object.records.clear();
-  }
 }
 
 void Collector::RepeatHeaders() {
@@ -278,8 +263,7 @@ void Collector::FindMissing() {
 void Collector::Finish(std::string *records) {
   const std::size_t start = records->size();
   FirstFailure failure;
-  failure.Try([&] { ForEachObject([&](Object &object) { FinishObject(object); }, true); });
-  failure.Try([&] { JoinRecords(records); });
+  failure.Try([&] { Collect([&](Object &object) { FinishObject(object); }, true, records); });
   failure.Try([&] { InsertHeaders(start, records); });
   if (keep_readings_ && rest_) KeepReadings();
   FindMissing();

@@ -99,9 +99,8 @@ class Collector {
 
   Object MakeObject(const ObjectPlan &plan) const;
   template <class Do>
-  void ForEachObject(Do do_it, bool is_much);
+  void Collect(Do do_it, bool is_much, std::string *records);
   static void AddRows(const Poll &poll, const std::string &source, std::span<Object> objects);
-  void JoinRecords(std::string *records);
   template <class Read>
   std::vector<ObjectReadings> Join(Read read) const;
   void BeginInterval();

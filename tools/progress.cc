@@ -1,6 +1,5 @@
 #include "progress.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -20,10 +19,9 @@ constexpr size_t kWidth = 40;
 
 }  // namespace
 
-Progress::Progress(int fd, bool wanted) : next_update_(Clock::now()) {
-  struct stat status;
-  if (!wanted || isatty(STDERR_FILENO) != 1 || fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) return;
-  size_ = static_cast<uint64_t>(status.st_size);
+Progress::Progress(uint64_t size, bool wanted) : next_update_(Clock::now()) {
+  if (!wanted || isatty(STDERR_FILENO) != 1) return;
+  size_ = size;
   if (size_ < kLongInput) next_update_ += kPatience;
 }
 

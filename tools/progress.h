@@ -9,8 +9,8 @@ namespace zorstat {
 
 class Progress {
  public:
-  // fd: the input, whose size is the whole. Nothing is shown when it has none, or stderr is no terminal.
-  Progress(int fd, bool wanted);
+  // size: bytes of the whole. Nothing is shown when that is 0, or stderr is no terminal.
+  Progress(uint64_t size, bool wanted);
   ~Progress() { Clear(); }
   Progress(const Progress &) = delete;
   Progress &operator=(const Progress &) = delete;

@@ -18,10 +18,16 @@ namespace {
 constexpr std::chrono::milliseconds kLongestWait{std::numeric_limits<int>::max()};
 constexpr std::chrono::seconds kLate{1};
 
+// 0 for what is no regular file.
+std::uint64_t SizeOf(int fd) {
+  struct stat status;
+  return fstat(fd, &status) == 0 && S_ISREG(status.st_mode) ? static_cast<std::uint64_t>(status.st_size) : 0;
+}
+
 }  // namespace
 
 FileSource::FileSource(const std::string &path, bool show_progress)
-    : reader_(path), progress_(reader_.lines().fd(), show_progress) {}
+    : reader_(path), size_(SizeOf(fd())), progress_(size_, show_progress) {}
 
 bool FileSource::Next(Poll *poll) {
   const bool is_first = !any_poll_;
@@ -65,11 +71,6 @@ uint32_t FileSource::Interval(const Poll &poll) {
   const int64_t seconds = has_ahead_ ? ahead_.time - poll.time : 0;
   return static_cast<uint32_t>(
       std::clamp<int64_t>(seconds, kShortestInterval, std::numeric_limits<uint32_t>::max()));
-}
-
-std::uint64_t FileSource::size() const {
-  struct stat status;
-  return fstat(fd(), &status) == 0 && S_ISREG(status.st_mode) ? static_cast<std::uint64_t>(status.st_size) : 0;
 }
 
 std::string FileSource::Place(const Poll &poll) const {

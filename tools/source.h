@@ -56,14 +56,14 @@ class FileSource : public Source {
   void ReadAhead() override;
   bool IsLast() override;
   uint32_t Interval(const Poll &poll) override;
+  std::uint64_t size() const override { return size_; }
   std::string Place(const Poll &poll) const override;
-
-  std::uint64_t size() const override;
 
   int fd() const { return reader_.lines().fd(); }
 
  private:
   PollFileReader reader_;
+  std::uint64_t size_;  // when it was opened
   Progress progress_;
   Poll ahead_;
   bool any_poll_ = false;

@@ -31,15 +31,13 @@ constexpr Case kRuns[] = {
      "Objectname       : level\nNumber of samples: 5\nP[100.000] = 0.000\n",
      ""},
     {"on several cores all is the same, a bad line's error among it",
-     "awk 'BEGIN { print \"time,key,a,b,c:i64\"; for (t = 0; t < 9; ++t) for (i = 0; i < 400; ++i) print 100 + 10 "
-     "* t "
-     "\",k\" i \",\" i * t \",\" t \",\" i - 9 * t; }' > wide.csv; (cat wide.csv; echo 190,k1,1,many,1) > "
-     "late.csv; "
+     "awk 'BEGIN { print \"time,key,a,b,c:i64\"; for (t = 0; t < 9; ++t) for (i = 0; i < 400; ++i) "
+     "print 100 + 10 * t \",k\" i \",\" i * t \",\" t \",\" i - 9 * t; }' > wide.csv; "
+     "(cat wide.csv; echo 190,k1,1,many,1) > late.csv; "
      "for f in f.csv wide.csv late.csv; do for o in '--headers --report' '--format jsonl --host h --clear 2' "
-     "'--cumulative all --clear 3 --statistics summary,percentile,baseline --expire 1 --headers'; do for n in 1 2 "
-     "3 64; "
-     "do rm -f s; $Z replay $f $o --cores $n --state s > $n.txt 2>&1; echo $? >> $n.txt; cat s >> $n.txt; "
-     "cmp 1.txt $n.txt; done; wc -c < 1.txt >> sizes; done; done; sort -u sizes | wc -l",
+     "'--cumulative all --clear 3 --statistics summary,percentile,baseline --expire 1 --headers'; do "
+     "for n in 1 2 3 64; do rm -f s; $Z replay $f $o --cores $n --state s > $n.txt 2>&1; echo $? >> $n.txt; "
+     "cat s >> $n.txt; cmp 1.txt $n.txt; done; wc -c < 1.txt >> sizes; done; done; sort -u sizes | wc -l",
      "9\n", ""},
     {"a bad line late in the file keeps the complete polls",
      "(cat f.csv; echo 1700000050,p1,1,1; echo 1700000050,p2,many,1) > late.csv; $Z replay late.csv --objects level"
